@@ -1,0 +1,49 @@
+# One place for what every target is compiled with.
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+if(NOT CMAKE_BUILD_TYPE)
+    set(CMAKE_BUILD_TYPE Release CACHE STRING "" FORCE)
+endif()
+# Assertions guard against programming errors in the field too: no build type defines NDEBUG.
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -g")
+set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g -fno-omit-frame-pointer")
+
+if(KATD_32BIT)
+    add_compile_options(-m32)
+    add_link_options(-m32)
+    set(CMAKE_REQUIRED_FLAGS -m32)
+    include(CheckCXXSourceCompiles)
+    check_cxx_source_compiles("#include <string>\nint main() { return std::string().size() != 0; }" KATD_M32_WORKS)
+    unset(CMAKE_REQUIRED_FLAGS)
+    if(NOT KATD_M32_WORKS)
+        message(FATAL_ERROR "The compiler cannot build for 32 bits: install the Debian package g++-multilib.")
+    endif()
+endif()
+
+# Files beyond 2 GiB and times beyond 2038 on 32 bits too.
+add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+# Assertions and sanitizer reports name files relative to the source tree.
+add_compile_options(-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+
+find_package(Threads REQUIRED)
+
+if(KATD_SANITIZE)
+    add_compile_options(-fsanitize=${KATD_SANITIZE} -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${KATD_SANITIZE})
+endif()
+
+if(KATD_HARDEN)
+    include(CheckPIESupported)
+    check_pie_supported()
+    add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong -fstack-clash-protection)
+    add_link_options(-Wl,-z,relro,-z,now)
+endif()
+
+# What is ours is compiled under these warnings; what comes from a package is not ours to mend.
+add_library(katd_warnings INTERFACE)
+target_compile_options(katd_warnings INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror)

@@ -1,0 +1,84 @@
+#ifndef KATD_KATDCONF_H
+#define KATD_KATDCONF_H
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "Mutex.h"
+
+namespace KATD_SPACE {
+
+class IniUtils;
+
+// The daemon's working settings: section "katd" of the settings file. Loaded once at start-up; from then on
+// every thread reads them, and only the two retry values still change. Each bad or missing setting is
+// reported by name.
+class KatdConf {
+public:
+    KatdConf() = default;
+    ~KatdConf() = default;
+    KatdConf(const KatdConf&) = delete;
+    KatdConf& operator=(const KatdConf&) = delete;
+
+    // Reads and checks conf/katd.ini below homeDir (null or empty: below the working directory). True when
+    // all settings are there and good, or were loaded before. False at the first bad one, which is reported;
+    // the settings read until then hold their new values. May throw std::bad_alloc (start-up only).
+    bool loadConfig(const char* homeDir);
+
+    // The texts stay valid as long as the object lives and is not loaded again; they are never null, empty
+    // before the load. All paths begin with the home path.
+    const char* getKatdHomePath() const { return homePath.c_str(); }
+    const char* getConfigFilePath() const { return configFilePath.c_str(); }
+    const char* getSvcConnString() const { return svcConnString.c_str(); }
+    const char* getCacheFilePath() const { return cacheFilePath.c_str(); }
+    const char* getMaxCacheEntries() const { return maxCacheEntries.c_str(); }
+    const char* getConnPoolSize() const { return connPoolSize.c_str(); }
+    const char* getServerAddress() const { return serverAddress.c_str(); }
+    // Null when the setting is absent.
+    const char* getUrlsListPath() const { return urlsListPath.empty() ? nullptr : urlsListPath.c_str(); }
+    const char* getDomainsListPath() const {
+        return domainsListPath.empty() ? nullptr : domainsListPath.c_str();
+    }
+    unsigned getSaveCacheInterval() const { return saveCacheInterval; }  // seconds
+    int getCTEngineTimeout() const { return ctengineQueryTimeout; }      // seconds, 0: no limit
+    int getSaveCacheHour() const { return saveCacheHour; }               // 0 to 23, -1: every hour
+    int getSaveCacheMinute() const { return saveCacheMinute; }           // 0 to 59, -1: no time of day
+
+    // Stores the number of repeats and the pause between them (milliseconds); neither pointer may be null.
+    // During a setQueryTimeout one may be the old and the other the new value.
+    void getQueryTimeout(unsigned* retryTimes, unsigned* retryInterval) const;
+    // Replaces both, unless the interval in force is 0 (before the load, or once it was set to 0): then
+    // nothing.
+    void setQueryTimeout(unsigned retryTimes, unsigned retryInterval);
+
+private:
+    bool readPaths(IniUtils& ini);
+    bool readCacheSettings(IniUtils& ini);
+    bool readSaveCacheTime(IniUtils& ini);
+    bool readQuerySettings(IniUtils& ini);
+    void readListPaths(IniUtils& ini);
+
+    QOR_SPACE::Mutex lock;        // held by loadConfig and setQueryTimeout
+    bool loaded = false;          // a load succeeded; under lock
+    std::string urlsListPath;     // local URL list, empty: none
+    std::string domainsListPath;  // local domain list, empty: none
+    std::string homePath;         // home directory, ending in "/", or empty: the working directory
+    std::string configFilePath;   // the settings file
+    std::string svcConnString;    // path of the service socket
+    std::string cacheFilePath;    // the engine's category cache
+    std::string
+        maxCacheEntries;  // decimal digits as written, 0 to 20000000: pasted into the connection string
+    std::uint32_t saveCacheInterval = 0;            // seconds
+    std::string connPoolSize;                       // decimal digits as written, at least 1: pasted likewise
+    std::atomic<std::uint32_t> queryRetryTimes{0};  // repeats of a query; written under lock
+    std::atomic<std::uint32_t> queryRetryInterval{0};  // milliseconds between repeats; written under lock
+    std::string serverAddress;                         // host name of the classification service
+    std::int32_t ctengineQueryTimeout = 0;             // seconds for one engine query, 0: no limit
+    std::int32_t saveCacheHour = -1;                   // 0 to 23, -1: every hour
+    std::int32_t saveCacheMinute = -1;                 // 0 to 59, -1: no time of day
+};
+
+}  // namespace KATD_SPACE
+
+#endif

@@ -1,0 +1,63 @@
+#include <netdb.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <ctime>
+#include <new>
+#include <string>
+
+#include "KatdUtil/Utils.h"
+#include "StringHelper.h"
+#include "io/File.h"
+
+namespace KATD_SPACE {
+
+namespace {
+
+constexpr const char* logModule = "KatdUtil";
+
+// The classification service's name where the settings give none.
+constexpr const char* defaultHost = "classify.katd.example";
+
+}  // namespace
+
+bool Utils::checkDNS(const char* host) {
+    std::string name = defaultHost;
+    if (host != nullptr) {
+        name = host;
+        QOR_SPACE::StringHelper::replace(name, "%d", "1");
+    }
+    if (gethostbyname(name.c_str()) == nullptr) {
+        ERR_MSG("Check DNS with [%s] failed", name.c_str());
+        return false;
+    }
+    DBG_MSG("Check DNS with [%s] succ", name.c_str());
+    return true;
+}
+
+void Utils::makeParentDir(const char* path) {
+    const char* lastSlash = std::strrchr(path, '/');
+    if (lastSlash == nullptr) return;
+    try {
+        QOR_SPACE::File(std::string(path, lastSlash)).mkdirs();
+    } catch (const std::bad_alloc&) {
+        ERR_MSG("fail to call strdup in [%s]", "makeParentDir");
+    }
+}
+
+void Utils::sleepn(int seconds) {
+    while (seconds > 0) {
+        const int left = static_cast<int>(sleep(static_cast<unsigned>(seconds)));
+        DBG_MSG("Awake from sleeping, sleep time [%d], left time [%d]", seconds, left);
+        seconds = left;
+    }
+}
+
+bool Utils::checkTime(int hour, int minute) {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    if (localtime_r(&now, &local) == nullptr || local.tm_min != minute) return false;
+    return hour == -1 || local.tm_hour == hour;
+}
+
+}  // namespace KATD_SPACE

@@ -1,0 +1,181 @@
+#include "StringList/StringList.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <new>
+
+#include "KatdUtil/Utils.h"
+
+namespace KATD_SPACE {
+
+namespace {
+
+constexpr const char* logModule = "StringList";
+
+constexpr int headerLimit = 1023;       // characters of the first line
+constexpr int categoryDigits = 3;       // characters before the "|" of an item line
+constexpr std::int32_t spareBytes = 3;  // of the buffer, beyond the size in the first line
+
+// Allocates an array, null when there is no memory for it or its size has no number.
+template <typename T>
+T* allocateArray(std::int32_t length) {
+    const std::size_t count = static_cast<std::size_t>(length);
+    if (count > static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max()) / sizeof(T))
+        return nullptr;
+    return new (std::nothrow) T[count];
+}
+
+// How two texts compare at the first byte in which they differ within their common length: -1 or 1, 0 where
+// none does.
+std::int32_t compareBytes(const char* key, const char* item, std::size_t length) {
+    for (std::size_t i = 0; i < length; ++i) {
+        const auto keyByte = static_cast<signed char>(key[i]);
+        const auto itemByte = static_cast<signed char>(item[i]);
+        if (keyByte != itemByte) return keyByte > itemByte ? 1 : -1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+bool StringList::load(const char* path) {
+    if (loaded) reset();
+    std::FILE* stream = path == nullptr ? nullptr : std::fopen(path, "re");
+    if (stream == nullptr) {
+        DBG_MSG("fail to open [%s]", Utils::shown(path));
+    } else {
+        loaded = loadFrom(stream, path);
+        std::fclose(stream);
+    }
+    if (loaded) return true;
+    reset();
+    return false;
+}
+
+bool StringList::loadFrom(std::FILE* stream, const char* path) {
+    std::int32_t size = 0;
+    return readHeader(stream, path, &size) && allocate(size) && readItemList(stream) > 0;
+}
+
+bool StringList::readHeader(std::FILE* stream, const char* path, std::int32_t* size) {
+    char line[headerLimit + 1];
+    if (std::fgets(line, sizeof line, stream) == nullptr) {
+        ERR_MSG("fail to read [%s]", path);
+        return false;
+    }
+    Utils::trim(line);
+    DBG_MSG("first line of url list file [%s]", line);
+    const char* bar = std::strchr(line, '|');
+    if (bar != nullptr && bar[1] != '\0') {
+        count = Utils::toInt32(line);
+        *size = Utils::toInt32(bar + 1);
+        if (count >= 1 && *size >= 1) return true;
+    }
+    ERR_MSG("malformed url list file, first line [%s]", line);
+    return false;
+}
+
+bool StringList::allocate(std::int32_t size) {
+    if (size <= std::numeric_limits<std::int32_t>::max() - spareBytes) {
+        bufferSize = size + spareBytes;
+        buffer.reset(allocateArray<char>(bufferSize));
+    }
+    if (buffer == nullptr) {
+        ERR_MSG("fail to allocate memory [%d] for url buffer",
+                static_cast<int>(static_cast<unsigned>(size) + static_cast<unsigned>(spareBytes)));
+        return false;
+    }
+    entries.reset(allocateArray<Entry>(count));
+    if (entries == nullptr) {
+        ERR_MSG("fail to allocate memory [%d] for url info list", count);
+        return false;
+    }
+    return true;
+}
+
+std::int32_t StringList::readItemList(std::FILE* stream) {
+    if (stream == nullptr || buffer == nullptr || entries == nullptr) return 0;
+    std::int32_t items = 0;
+    std::int32_t offset = 0;
+    while (items < count) {
+        char category[categoryDigits + 2] = "";
+        if (std::fgets(category, sizeof category, stream) == nullptr || category[categoryDigits] != '|')
+            break;
+        category[categoryDigits] = '\0';
+        if (offset >= bufferSize) {
+            ERR_MSG("In StringList::readItemList(), offset[%u] > bufferSize[%u]",
+                    static_cast<unsigned>(offset), static_cast<unsigned>(bufferSize));
+            return 0;
+        }
+        char* text = buffer.get() + offset;
+        const std::int32_t room = bufferSize - offset;
+        if (room < 2 || std::fgets(text, room, stream) == nullptr) break;
+        Utils::rtrim(text);
+        entries[static_cast<std::size_t>(items)] = {offset,
+                                                    static_cast<std::uint32_t>(Utils::toInt32(category))};
+        ++items;
+        offset += static_cast<std::int32_t>(std::strlen(text)) + 1;
+    }
+    count = items;
+    DBG_MSG("items[%d]", count);
+    return count;
+}
+
+void StringList::reset() {
+    buffer.reset();
+    entries.reset();
+    bufferSize = 0;
+    count = 0;
+    loaded = false;
+}
+
+const char* StringList::find(const char* key, std::uint32_t* category) const {
+    return search(cmp, key, category);
+}
+
+const char* StringList::find_sw(const char* key, std::uint32_t* category) const {
+    return search(cmp_sw, key, category);
+}
+
+const char* StringList::search(Compare compare, const char* key, std::uint32_t* category) const {
+    if (count < 1) return nullptr;
+    const std::int32_t index = find_i(compare, 0, count - 1, key);
+    if (index < 0) return nullptr;
+    const Entry& entry = entries[static_cast<std::size_t>(index)];
+    if (category != nullptr) *category = entry.category;
+    return buffer.get() + entry.offset;
+}
+
+std::int32_t StringList::find_i(Compare compare, std::int32_t low, std::int32_t high, const char* key) const {
+    while (low <= high) {
+        const std::int32_t middle = low + (high - low) / 2;
+        const std::int32_t order =
+            compare(key, buffer.get() + entries[static_cast<std::size_t>(middle)].offset);
+        if (order == 0) return middle;
+        if (order == 1) {
+            low = middle + 1;
+        } else {
+            high = middle - 1;
+        }
+    }
+    return ~low;
+}
+
+std::int32_t StringList::cmp(const char* key, const char* item) {
+    const std::size_t keyLength = std::strlen(key);
+    const std::size_t itemLength = std::strlen(item);
+    const std::int32_t order = compareBytes(key, item, std::min(keyLength, itemLength));
+    if (order != 0 || keyLength == itemLength) return order;
+    return keyLength > itemLength ? 1 : -1;
+}
+
+std::int32_t StringList::cmp_sw(const char* key, const char* item) {
+    const std::size_t keyLength = std::strlen(key);
+    const std::size_t itemLength = std::strlen(item);
+    const std::int32_t order = compareBytes(key, item, std::min(keyLength, itemLength));
+    if (order != 0) return order;
+    return keyLength < itemLength ? -1 : 0;
+}
+
+}  // namespace KATD_SPACE

@@ -1,0 +1,47 @@
+#ifndef KATD_URLCONTAINER_H
+#define KATD_URLCONTAINER_H
+
+#include <cstdint>
+
+#include "Mutex.h"
+#include "StringList/StringList.h"
+
+namespace KATD_SPACE {
+
+// One pair of local lists: prefixes of URLs and host names. Its UrlManager sees to it that it is loaded and
+// reset only while no look-up runs on it; look-ups may run in parallel. Nothing throws.
+class UrlContainer {
+public:
+    UrlContainer() = default;
+    ~UrlContainer() { reset(); }
+    UrlContainer(const UrlContainer&) = delete;
+    UrlContainer& operator=(const UrlContainer&) = delete;
+
+    // Loads both lists, under `mutex`. True when at least one is loaded. False when none is, or when the
+    // container was loaded and not reset (reported; its lists stay). A null path is a list that cannot be
+    // opened.
+    bool load(const char* urlsPath, const char* domainsPath);
+    // Empties it and sets `users` to 0. Takes no lock.
+    void reset();
+
+    // Looks url up, first in the URL list, then its host in the domain list. url is changed in place:
+    // trimmed, lower case, without its scheme, escapes in its path decoded (a decoded zero byte ends it).
+    // True when the look-up ran: *category is the category then, or all bits set when neither list has it.
+    // False, with *category left alone, when the container is not loaded or an argument is null.
+    bool getUrlCategory(char* url, std::uint32_t* category) const;
+    // The two checks of a normalised url, which may be empty: its category, or -1.
+    // The first decodes the path in place, the second leaves url as it was.
+    std::int32_t checkUrlList(char* url) const;
+    std::int32_t checkSiteList(char* url) const;
+
+    UrlContainer* peer = nullptr;  // the manager's other container, not owned; null until linked
+    std::int32_t users = 0;        // look-ups running; changed under the manager's activeMutex and `mutex`
+    QOR_SPACE::Mutex mutex;        // guards users and load
+    StringList urlList;            // prefixes of URLs
+    StringList domainList;         // host names
+    bool loaded = false;           // load succeeded, until reset; under the manager's locks
+};
+
+}  // namespace KATD_SPACE
+
+#endif

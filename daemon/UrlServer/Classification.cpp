@@ -1,0 +1,140 @@
+// From a URL to its categories: the local lists first, the engine second.
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+
+#include "KatdUtil/Utils.h"
+#include "UrlServer/Engine.h"
+#include "UrlServer/ProcessEnd.h"
+#include "UrlServer/UrlServer.h"
+#include "UrlServer/UrlServerInstance.h"
+#include "UrlServer/Watchdog.h"
+
+namespace KATD_SPACE {
+
+namespace {
+
+constexpr const char* logModule = "UrlServer";
+
+constexpr std::uint32_t NOT_LISTED = 0xFFFFFFFF;
+
+enum class Listed { YES, NO, NO_MEMORY };
+
+Listed lookUpLists(const char* url, unsigned char* category) {
+    // The look-up normalises the text that it is given in place.
+    char* copy = strdup(url);
+    if (copy == nullptr) {
+        ERR_MSG("In %s, fail to do strdup", "scanOneUrl");
+        return Listed::NO_MEMORY;
+    }
+    std::uint32_t number = NOT_LISTED;
+    const bool answered = urlSvr->urlManager.getUrlCategory(copy, &number);
+    free(copy);
+    if (!answered || number == NOT_LISTED) return Listed::NO;
+    *category = static_cast<unsigned char>(number & 0xFF);
+    return Listed::YES;
+}
+
+// Runs in the watching thread. The message may wait for a lock that the late call holds, so the end comes
+// first.
+void engineCallExpired(const char* url, int limitSec) {
+    endWithin(1, END_GRACE_MS);
+    ERR_MSG("[%s] not return from ctengine, alarm timeout is [%d], katd have to exit !", url, limitSec);
+    endProcess(1);
+}
+
+enum class Answer { CATEGORIES, FINAL_UNKNOWN, UNKNOWN, FAILED };
+
+// One engine call; the answer's handle is released when this returns. stored: number of category bytes.
+Answer askEngine(const char* url, int limitSec, unsigned char* categories, unsigned size, unsigned* stored) {
+    *stored = 0;
+    EngineUse engine(urlSvr->sdkMain, urlSvr->engineUses);
+    if (engine.handle() == nullptr) return Answer::UNKNOWN;  // the server is being torn down
+    const EngineResult result = [&] {
+        Watchdog watchdog(limitSec, engineCallExpired, url);
+        return EngineResult(engine.handle(), url);
+    }();
+    if (result.failed()) {
+        const EngineFailure failure;
+        ERR_MSG("ASAPSDK::CSDKMain_classify_url Failed: Type=%d, Code=%d, Desc=%s", failure.type,
+                failure.code, failure.description);
+        return Answer::FAILED;
+    }
+    *stored = result.copyCategories(categories, size);
+    if (*stored > 0) return Answer::CATEGORIES;
+    return result.isFinal() ? Answer::FINAL_UNKNOWN : Answer::UNKNOWN;
+}
+
+void pauseMilliseconds(std::uint32_t milliseconds) {
+    timespec left{};
+    left.tv_sec = static_cast<time_t>(milliseconds / 1000);
+    left.tv_nsec = static_cast<long>(milliseconds % 1000) * 1000000;
+    while (nanosleep(&left, &left) != 0 && errno == EINTR) {
+    }
+}
+
+}  // namespace
+
+unsigned UrlServerInstance::scanOneUrl(const char* url, unsigned char* categories, unsigned size,
+                                       bool withRetry, bool* matched) {
+    bool unasked = false;
+    bool& definitive = matched != nullptr ? *matched : unasked;
+    definitive = false;
+    if (urlSvr == nullptr || urlSvr->sdkMain == nullptr || categories == nullptr || size == 0) return 0;
+
+    if (urlSvr->urlManager.ready) {
+        switch (lookUpLists(url, categories)) {
+            case Listed::YES:
+                definitive = true;
+                return 1;
+            case Listed::NO_MEMORY:
+                return 0;
+            case Listed::NO:
+                break;
+        }
+    }
+
+    unsigned retryTimes = 0;
+    unsigned retryInterval = 0;
+    if (withRetry) ops.conf.getQueryTimeout(&retryTimes, &retryInterval);
+    const int limitSec = ops.conf.getCTEngineTimeout();
+    // Wider than retryTimes, which may be the largest of its kind.
+    for (std::uint64_t tries = 0;;) {
+        unsigned stored = 0;
+        const Answer answer = askEngine(url, limitSec, categories, size, &stored);
+        if (answer == Answer::FAILED) {
+            urlSvr->addUrlNumber(false);
+            return 0;
+        }
+        if (tries == 0) urlSvr->addUrlNumber(answer != Answer::UNKNOWN);
+        const int shownTries = static_cast<int>(tries);
+        switch (answer) {
+            case Answer::CATEGORIES:
+                DBG_MSG("Get url category for [%s]", url);
+                definitive = true;
+                if (withRetry) DBG_MSG("Query [%s] categories OK, retry times [%d]", url, shownTries);
+                return stored;
+            case Answer::FINAL_UNKNOWN:
+                definitive = true;
+                if (withRetry) DBG_MSG("Query [%s] categories OK, retry times [%d]", url, shownTries);
+                DBG_MSG("DataCenter returns Unknown for [%s]", url);
+                return 0;
+            default:
+                break;
+        }
+        if (retryTimes == 0) {
+            DBG_MSG("DataCenter returns Unknown for [%s]", url);
+            return 0;
+        }
+        pauseMilliseconds(retryInterval);
+        ++tries;
+        if (tries > retryTimes) {
+            DBG_MSG("query [%s] time out", url);
+            DBG_MSG("Query [%s] categories fail, retry times [%d]", url, static_cast<int>(tries));
+            return 0;
+        }
+    }
+}
+
+}  // namespace KATD_SPACE

@@ -1,0 +1,98 @@
+// What a client may change while the daemon runs.
+#include <string.h>
+
+#include "KatdUtil/Utils.h"
+#include "UrlServer/Protocol.h"
+#include "UrlServer/UrlServer.h"
+#include "UrlServer/UrlServerInstance.h"
+
+namespace KATD_SPACE {
+
+namespace {
+
+constexpr const char* logModule = "UrlServer";
+
+// Long enough for any keyword with its operands.
+constexpr unsigned COMPLETE = 0xFFFFFFFF;
+
+std::uint32_t operandAt(const char* position) {
+    std::uint32_t value;
+    memcpy(&value, position, sizeof(value));
+    return value;
+}
+
+// Whether body begins with the keyword.
+template <unsigned N>
+bool isRequest(const char* body, const char (&keyword)[N]) {
+    return strncmp(body, keyword, N - 1) == 0;
+}
+
+// The same for a keyword whose operands follow, all of them received.
+template <unsigned N>
+bool isRequest(const char* body, const char (&keyword)[N], unsigned length, unsigned operands) {
+    return isRequest(body, keyword) && length >= N - 1 + operands * sizeof(std::uint32_t);
+}
+
+void setLogLevel(std::uint32_t level) {
+    if (level > 3) {
+        ERR_MSG("bad loglevel in ctrl request, [%d]", static_cast<std::int32_t>(level));
+        return;
+    }
+    DBG_MSG("set log_level [%d]", static_cast<std::int32_t>(level));
+    ops.logLevel.store(static_cast<std::int32_t>(level), std::memory_order_relaxed);
+}
+
+void setRetries(std::uint32_t times, std::uint32_t interval) {
+    DBG_MSG("set timeout [%d:%d]", static_cast<std::int32_t>(times), static_cast<std::int32_t>(interval));
+    ops.conf.setQueryTimeout(times, interval);
+}
+
+void saveCacheNow() {
+    const char* path = ops.conf.getCacheFilePath();
+    if (path == nullptr || *path == '\0') {
+        ERR_MSG("In %s, cache file is not specified", "handleCtrlRequest");
+        return;
+    }
+    Utils::makeParentDir(path);
+    UrlServer::saveCache(path);
+}
+
+void tellStatistics() {
+    unsigned all = 0;
+    unsigned matched = 0;
+    urlSvr->getUrlNumber(&all, &matched);
+    if (all == 0) {
+        INFO_MSG("All urls [%d], matched from cache [%d]", 0, static_cast<int>(matched));
+        return;
+    }
+    const std::uint64_t percentage = static_cast<std::uint64_t>(matched) * 100 / all;
+    INFO_MSG("All urls [%d], matched from cache [%d], percentage [%%%d]", static_cast<int>(all),
+             static_cast<int>(matched), static_cast<int>(percentage));
+}
+
+}  // namespace
+
+void UrlServerInstance::handleCtrlRequest(const char* body) {
+    handleCtrlRequest(body, COMPLETE);
+}
+
+void UrlServerInstance::handleCtrlRequest(const char* body, unsigned length) {
+    if (urlSvr == nullptr) return;
+    QOR_SPACE::Monitor monitor(urlSvr->ctrlMutex);
+    if (isRequest(body, CONTROL_LOG_LEVEL, length, 1)) {
+        setLogLevel(operandAt(body + sizeof(CONTROL_LOG_LEVEL) - 1));
+    } else if (isRequest(body, CONTROL_TIMEOUT, length, 2)) {
+        const char* operands = body + sizeof(CONTROL_TIMEOUT) - 1;
+        setRetries(operandAt(operands), operandAt(operands + sizeof(std::uint32_t)));
+    } else if (isRequest(body, CONTROL_SAVE_CACHE)) {
+        saveCacheNow();
+    } else if (isRequest(body, CONTROL_URLS_STAT)) {
+        tellStatistics();
+    } else if (isRequest(body, CONTROL_RELOAD)) {
+        urlSvr->urlManager.reloadUrlList(ops.conf.getUrlsListPath(), ops.conf.getDomainsListPath());
+    } else {
+        ERR_MSG("Unknown ctrl request [%s]", body);
+    }
+}
+
+}  // namespace KATD_SPACE

@@ -1,0 +1,24 @@
+// How katd ends while other threads work: without static destructors under their feet, and without waiting
+// for ever for a lock that one of them, or another process, holds.
+#ifndef KATD_URLSERVER_PROCESSEND_H
+#define KATD_URLSERVER_PROCESSEND_H
+
+namespace KATD_SPACE {
+
+// What may still block between the decision to end and the end gets this long, in milliseconds.
+constexpr int END_GRACE_MS = 700;
+
+// From now on the process ends with status after that many milliseconds, whatever any thread waits for: the
+// kernel's timer runs out and its handler calls _exit(2). Uses SIGALRM and ITIMER_REAL (setitimer(2)). A
+// later call replaces an earlier one. Any thread; the caller's signal mask lets SIGALRM through afterwards.
+void endWithin(int status, int milliseconds);
+
+// Takes the last endWithin() back.
+void cancelEnd();
+
+// Flushes standard output and ends the process with status, within END_GRACE_MS. No destructors run.
+[[noreturn]] void endProcess(int status);
+
+}  // namespace KATD_SPACE
+
+#endif

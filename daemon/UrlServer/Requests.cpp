@@ -1,0 +1,134 @@
+// The request protocol of one connection.
+#include <string.h>
+
+#include <new>
+
+#include "KatdUtil/Utils.h"
+#include "UrlServer/Protocol.h"
+#include "UrlServer/UrlServer.h"
+#include "UrlServer/UrlServerInstance.h"
+
+namespace KATD_SPACE {
+
+namespace {
+
+constexpr const char* logModule = "UrlServer";
+
+bool hasPrefix(const char* message, const char* prefix) {
+    return memcmp(message, prefix, PREFIX_LENGTH) == 0;
+}
+
+}  // namespace
+
+UrlServerInstance::UrlServerInstance(int descriptor)
+    : socket(descriptor), largeBuffer(nullptr), largeBufferSize(0), currentUrl(nullptr) {}
+
+UrlServerInstance::~UrlServerInstance() {
+    delete[] largeBuffer;
+    largeBuffer = nullptr;
+    largeBufferSize = 0;
+}
+
+int UrlServerInstance::start() {
+    int result = 0;
+    try {
+        while (result >= 0)
+            result = handleRequests();
+    } catch (const std::bad_alloc&) {
+        // What needs memory and cannot be refused by itself (a file name, say) refuses the whole request.
+        ERR_MSG("In %s, fail to do strdup", "handleRequests");
+        result = -1;
+    }
+    return result;
+}
+
+// Room for length bytes and a terminator, or null. A large buffer stays with the connection for its later
+// requests.
+char* UrlServerInstance::bufferFor(std::uint32_t length) {
+    if (length < BUFFER_SIZE) return buffer;
+    if (largeBufferSize > length) return largeBuffer;
+    delete[] largeBuffer;
+    largeBufferSize = 0;
+    largeBuffer = length <= MAX_MESSAGE ? new (std::nothrow) char[length + 1] : nullptr;
+    if (largeBuffer == nullptr) {
+        ERR_MSG("fail to new char [%d]", static_cast<std::int32_t>(length + 1));
+        return nullptr;
+    }
+    largeBufferSize = length + 1;
+    return largeBuffer;
+}
+
+int UrlServerInstance::handleRequests() {
+    if (socket < 0) {
+        ERR_MSG("In %s, socket < 0", "handleRequests");
+        return -1;
+    }
+    std::int32_t announced = 0;
+    unsigned got = Utils::readn(socket, &announced, sizeof(announced));
+    if (got < sizeof(announced)) {
+        DBG_MSG("fail to read msg length from socket, ret[%d]", static_cast<int>(got));
+        return -1;
+    }
+    if (announced <= 0) {
+        ERR_MSG("bad url request, msglen [%d] <= 0", announced);
+        return -1;
+    }
+    const std::uint32_t length = static_cast<std::uint32_t>(announced);
+    char* message = bufferFor(length);
+    if (message == nullptr) return -1;
+    got = Utils::readn(socket, message, length);
+    if (got < length) {
+        ERR_MSG("fail to read msg from socket, msglen[%d], ret[%d]", announced, static_cast<int>(got));
+        return -1;
+    }
+    message[length] = '\0';
+    if (length <= PREFIX_LENGTH) {
+        ERR_MSG("bad katd msg, length too short [%d]", announced);
+        return -1;
+    }
+
+    const char* body = message + PREFIX_LENGTH;
+    unsigned char categories[MAX_CATEGORIES];
+    unsigned stored = 0;
+    bool matched = false;
+    if (hasPrefix(message, PREFIX_QUERY)) {
+        stored = handleQuery(body, false, categories, &matched);
+    } else if (hasPrefix(message, PREFIX_RETRIED_QUERY)) {
+        stored = handleQuery(body, true, categories, &matched);
+    } else if (hasPrefix(message, PREFIX_CONTROL)) {
+        handleCtrlRequest(body, length - PREFIX_LENGTH);
+    } else {
+        ERR_MSG("Unknown katd msg prefix [%s]", message);
+        return -1;
+    }
+    return sendReply(categories, stored, matched);
+}
+
+unsigned UrlServerInstance::handleQuery(const char* url, bool withRetry, unsigned char* categories,
+                                        bool* matched) {
+    currentUrl = url;
+    const unsigned stored = scanOneUrl(url, categories, MAX_CATEGORIES, withRetry, matched);
+    currentUrl = nullptr;
+    if (urlSvr != nullptr) urlSvr->handledRequest.store(true, std::memory_order_relaxed);
+    return stored;
+}
+
+int UrlServerInstance::sendReply(const unsigned char* categories, unsigned length, bool matched) {
+    ReplyHeader header{};
+    header.length = length;
+    header.matched = matched ? 1 : 0;
+    unsigned sent = Utils::writen(socket, reinterpret_cast<const char*>(&header), sizeof(header));
+    if (sent < sizeof(header)) {
+        ERR_MSG("fail to send the url query result to katc, ret[%d]", static_cast<int>(sent));
+        return -1;
+    }
+    if (length == 0) return 0;
+    sent = Utils::writen(socket, reinterpret_cast<const char*>(categories), length);
+    if (sent < length) {
+        ERR_MSG("fail to send the url query categories to katc, ret[%d]", static_cast<int>(sent));
+        return -1;
+    }
+    return 0;
+}
+
+}  // namespace KATD_SPACE

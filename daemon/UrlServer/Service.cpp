@@ -1,0 +1,134 @@
+// The accept loop and the threads of the connections.
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <new>
+
+#include "KatdUtil/Utils.h"
+#include "UrlServer/DetachedThread.h"
+#include "UrlServer/Engine.h"
+#include "UrlServer/UrlServer.h"
+#include "UrlServer/UrlServerInstance.h"
+
+namespace KATD_SPACE {
+
+namespace {
+
+constexpr const char* logModule = "UrlServer";
+constexpr int BACKLOG = 32;
+
+// A descriptor held back, so that the listening socket can be made anew when all others are used up.
+class SpareDescriptor {
+public:
+    SpareDescriptor() { take(); }
+    ~SpareDescriptor() { give(); }
+    SpareDescriptor(const SpareDescriptor&) = delete;
+    SpareDescriptor& operator=(const SpareDescriptor&) = delete;
+
+    void take() {
+        if (fd_ < 0) fd_ = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    }
+    void give() {
+        if (fd_ >= 0) close(fd_);
+        fd_ = -1;
+    }
+
+private:
+    int fd_ = -1;
+};
+
+bool isShortage(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+}
+
+// A shortage lasts until a client goes away: without a pause the loop would only fill the log.
+void pauseAMoment() {
+    const timespec moment{0, 200 * 1000 * 1000};
+    nanosleep(&moment, nullptr);
+}
+
+// Gives the connection a thread of its own, or closes it.
+void startInstance(int connection) {
+    const int error = startDetachedThread(UrlServer::createInstance,
+                                          reinterpret_cast<void*>(static_cast<std::intptr_t>(connection)),
+                                          CONNECTION_STACK_SIZE);
+    if (error == 0) return;
+    ERR_MSG("Error: Fail to create url server instance thread, [%d][%s].", error, strerror(errno));
+    close(connection);
+}
+
+// Serves until accept fails; the error number. A client that gave up before it was accepted is no failure of
+// ours, but Unix-domain sockets never report that one.
+int acceptConnections(int listener) {
+    for (;;) {
+        const int connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        if (connection >= 0) {
+            startInstance(connection);
+        } else if (errno != EINTR) {
+            return errno;
+        }
+    }
+}
+
+}  // namespace
+
+void UrlServer::startService() {
+    if (!valid) {
+        ERR_MSG("In %s, UrlServer is not valid", "startService");
+        return;
+    }
+    const char* path = ops.conf.getSvcConnString();
+    if (path == nullptr || *path == '\0') {
+        ERR_MSG("svc_conn_string is null");
+        return;
+    }
+    INFO_MSG("start url query service with [%s]", path);
+    SpareDescriptor spare;
+    bool acceptFailed = false;
+    for (;;) {
+        errno = 0;
+        const int listener = Utils::createLocalTcpService(path, BACKLOG);
+        if (listener < 0) {
+            const bool shortage = isShortage(errno);
+            ERR_MSG("fail to create local socket with [%s][%d]", path, listener);
+            // The socket could be made once: used-up descriptors must not end a daemon that serves.
+            if (!acceptFailed || !shortage) return;
+            pauseAMoment();
+            continue;
+        }
+        spare.take();
+        const int error = acceptConnections(listener);
+        acceptFailed = true;
+        close(listener);
+        errno = error;
+        ERR_MSG("In %s, accept error. [%s]", "startService", strerror(error));
+        pauseAMoment();
+        spare.give();
+    }
+}
+
+void* UrlServer::createInstance(void* socket) {
+    const int connection = static_cast<int>(reinterpret_cast<std::intptr_t>(socket));
+    UrlServerInstance* instance = new (std::nothrow) UrlServerInstance(connection);
+    if (instance == nullptr) {
+        ERR_MSG("fail to create UrlServerInstance");
+        close(connection);
+        return nullptr;
+    }
+    pthread_setspecific(ops.instanceKey, instance);
+    {
+        EngineAttachment attachment;
+        instance->start();
+    }
+    close(connection);
+    pthread_setspecific(ops.instanceKey, nullptr);
+    delete instance;
+    return nullptr;
+}
+
+}  // namespace KATD_SPACE

@@ -1,0 +1,57 @@
+#ifndef KATD_URLSERVER_URLSERVERINSTANCE_H
+#define KATD_URLSERVER_URLSERVERINSTANCE_H
+
+#include <cstdint>
+
+namespace KATD_SPACE {
+
+// One client connection, served by one thread: reads a request, carries it out, replies, and again. All
+// operations belong to that thread. Does not own the socket.
+class UrlServerInstance {
+public:
+    explicit UrlServerInstance(int socket);
+    ~UrlServerInstance();
+    UrlServerInstance(const UrlServerInstance&) = delete;
+    UrlServerInstance& operator=(const UrlServerInstance&) = delete;
+
+    // Serves requests until one fails; returns that negative result.
+    int start();
+
+    // Serves one request: 0 when its reply has been sent completely, -1 otherwise (reported; the connection
+    // is over).
+    int handleRequests();
+
+    // Carries out a control request. body is the NUL-terminated message after the prefix; the overload knows
+    // how many bytes were received and refuses operands that are not all there, the other takes them as
+    // complete.
+    void handleCtrlRequest(const char* body);
+    void handleCtrlRequest(const char* body, unsigned length);
+
+    // The URL that is being classified right now, or null.
+    const char* getCurrentUrl() { return currentUrl; }
+
+    // Finds the categories of url in the local lists or by the engine; returns how many bytes it stored, 0 to
+    // size. withRetry: ask again while the engine's Unknown is not final, as configured. matched (may be
+    // null): whether the answer is definitive. Any thread that is attached to the engine.
+    static unsigned scanOneUrl(const char* url, unsigned char* categories, unsigned size, bool withRetry,
+                               bool* matched);
+
+    static constexpr unsigned BUFFER_SIZE = 4096;
+    // A longer message is refused as if there were no memory for it.
+    static constexpr unsigned MAX_MESSAGE = 16 * 1024 * 1024;
+
+    std::int32_t socket;  // the accepted connection
+    char* largeBuffer;    // for messages of BUFFER_SIZE bytes or more; owned, null when absent, kept
+    std::uint32_t largeBufferSize;  // its capacity in bytes
+    const char* currentUrl;         // non-null exactly while it is being classified
+    char buffer[BUFFER_SIZE];       // for shorter messages
+
+private:
+    char* bufferFor(std::uint32_t length);
+    unsigned handleQuery(const char* url, bool withRetry, unsigned char* categories, bool* matched);
+    int sendReply(const unsigned char* categories, unsigned length, bool matched);
+};
+
+}  // namespace KATD_SPACE
+
+#endif

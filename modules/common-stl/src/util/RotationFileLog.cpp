@@ -1,0 +1,303 @@
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "Exception.h"
+#include "LogModule.h"
+#include "StringHelper.h"
+#include "Utils.h"
+#include "io/File.h"
+#include "util/Log.h"
+
+namespace QOR_SPACE {
+
+namespace {
+
+constexpr unsigned long rotationSizeLimitKiB = 2097151;  // its bytes still fit 31 bits
+constexpr long nearThresholdBytes = 2048;                // this close to the threshold the file is closed
+constexpr const char* lockFolder = "/tmp/";
+constexpr const char* writeLockSuffix = ".lock";
+constexpr const char* rotateLockSuffix = ".rlock";
+constexpr const char* movedAsideSuffix = ".0";
+
+unsigned long rotationSizeKiB() {
+    return std::min(Log::getRotationSize(), rotationSizeLimitKiB);
+}
+
+long thresholdBytes(unsigned long sizeKiB) {
+    return static_cast<long>(sizeKiB) * 1024;
+}
+
+bool exists(const std::string& path) {
+    return File(path).exists();
+}
+
+std::string numbered(const std::string& prefix, unsigned long number) {
+    return prefix + Utils::formatString("%lu", number);
+}
+
+// Waits for the record lock. The kernel judges whole processes: two that each hold one lock in one thread and
+// wait for the other in a second thread look like a deadlock to it (EDEADLK, fcntl(2)), though both go on. On
+// any other failure the log works without the lock.
+void takeRecordLock(FileLock& lock) {
+    while (lock.isValid() && lock.lock() != 0 && (errno == EINTR || errno == EDEADLK)) {
+        if (errno == EDEADLK) {
+            const timespec pause{0, 5000000};
+            nanosleep(&pause, nullptr);
+        }
+    }
+}
+
+// The mutex comes first and goes last: a thread that released the record lock of the process while another
+// was inside would let other processes in.
+void takePair(Mutex& mutex, FileLock& lock) QOR_NO_THREAD_SAFETY_ANALYSIS {
+    mutex.lock();
+    takeRecordLock(lock);
+}
+
+void releasePair(Mutex& mutex, FileLock& lock) QOR_NO_THREAD_SAFETY_ANALYSIS {
+    lock.unlock();
+    mutex.unlock();
+}
+
+// Holds a pair for a block.
+class PairHold {
+public:
+    PairHold(Mutex& toHold, FileLock& toLock) : mutex(toHold), lock(toLock) { takePair(mutex, lock); }
+    ~PairHold() { releasePair(mutex, lock); }
+    PairHold(const PairHold&) = delete;
+    PairHold& operator=(const PairHold&) = delete;
+
+private:
+    Mutex& mutex;
+    FileLock& lock;
+};
+
+// Lets go of a held pair for a block.
+class PairPause {
+public:
+    PairPause(Mutex& held, FileLock& locked) : mutex(held), lock(locked) { releasePair(mutex, lock); }
+    ~PairPause() { takePair(mutex, lock); }
+    PairPause(const PairPause&) = delete;
+    PairPause& operator=(const PairPause&) = delete;
+
+private:
+    Mutex& mutex;
+    FileLock& lock;
+};
+
+// Creates a missing lock file for all users. A link in its place counts as existing and is never followed:
+// the folder is everybody's.
+void ensureLockFile(const std::string& name) {
+    struct stat status {};
+    if (lstat(name.c_str(), &status) == 0) return;
+    const int fd = open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0) return;
+    fchmod(fd, 0666);
+    close(fd);
+}
+
+}  // namespace
+
+RotationFileLog::RotationFileLog(OutputStream* outputStream)
+    : FileLog(outputStream), writeLock("", false), rotateLock("", false) {}
+
+RotationFileLog::~RotationFileLog() = default;
+
+void RotationFileLog::write(const std::string& text) {
+    FileLog::write(text);
+}
+
+void RotationFileLog::write(const LogEntry& entry) {
+    FileLog::write(entry);
+}
+
+void RotationFileLog::write(const std::string& text, Log::LogLevel level) {
+    FileLog::write(text, level);
+}
+
+bool RotationFileLog::setPath(const char* newPath) {
+    if (!FileLog::setPath(newPath)) return false;
+    const std::string lockBase = lockFolder + File(path).getName();
+    const std::string writeLockFile = lockBase + writeLockSuffix;
+    const std::string rotateLockFile = lockBase + rotateLockSuffix;
+    ensureLockFile(writeLockFile);
+    ensureLockFile(rotateLockFile);
+    if (!writeLock.isValid()) writeLock.setPath(writeLockFile, true);
+    // A shift in another thread may be using the lock at this moment; then the next record opens it.
+    if (!rotateLock.isValid() && rotateMutex.trylock() == 0) {
+        rotateLock.setPath(rotateLockFile, true);
+        rotateMutex.unlock();
+    }
+    return true;
+}
+
+void RotationFileLog::beforeWrite() {
+    takePair(writeMutex, writeLock);
+    try {
+        const unsigned long sizeKiB = rotationSizeKiB();
+        if (sizeKiB != 0 && File(path).length() >= thresholdBytes(sizeKiB)) rotateFiles();
+        setPath(path.c_str());
+    } catch (...) {
+        releasePair(writeMutex, writeLock);
+        throw;
+    }
+}
+
+void RotationFileLog::afterWrite() {
+    try {
+        const unsigned long sizeKiB = rotationSizeKiB();
+        if (sizeKiB != 0 && File(path).length() >= thresholdBytes(sizeKiB) - nearThresholdBytes)
+            FileLog::close();
+    } catch (const IOException& failure) {
+        releasePair(writeMutex, writeLock);
+        reportFailure(failure.getMessage());
+        return;
+    } catch (...) {
+        releasePair(writeMutex, writeLock);
+        throw;
+    }
+    releasePair(writeMutex, writeLock);
+}
+
+int RotationFileLog::rotateFiles() {
+    return rotate(false);
+}
+
+int RotationFileLog::frotateFiles() {
+    return rotate(true);
+}
+
+int RotationFileLog::rotate(bool forced) {
+    try {
+        FileLog::close();
+        if (!moveAside(forced)) {
+            // The file of a rotation before is still to be shifted. Another writer may come between, so what
+            // is due is judged anew; if P.0 is still there then, this file has to wait for the next record.
+            {
+                PairPause pause(writeMutex, writeLock);
+                makerotate();
+            }
+            moveAside(forced);
+        }
+        setPath(path.c_str());
+        PairPause pause(writeMutex, writeLock);
+        return makerotate();
+    } catch (const IOException& failure) {
+        PairPause pause(writeMutex, writeLock);
+        reportFailure(failure.getMessage());
+        return -1;
+    }
+}
+
+// First stage: P becomes P.0 when due. False when P.0 is in the way.
+bool RotationFileLog::moveAside(bool forced) {
+    if (!forced && File(path).length() <= thresholdBytes(rotationSizeKiB())) return true;
+    const std::string aside = path + movedAsideSuffix;
+    if (exists(aside)) return false;
+    File(path).renameTo(aside);
+    return true;
+}
+
+int RotationFileLog::makerotate() {
+    try {
+        std::string aside;
+        {
+            Monitor held(writeMutex);
+            aside = path + movedAsideSuffix;
+        }
+        PairHold hold(rotateMutex, rotateLock);
+        return exists(aside) ? renameFiles(aside) : 0;
+    } catch (const IOException& failure) {
+        reportFailure(failure.getMessage());
+        return -1;
+    }
+}
+
+int RotationFileLog::renameFiles(std::string name) {
+    // The unbroken run from `name` on; it ends with the first name that no file has, or that stays the same
+    // because its file could not be removed.
+    std::vector<std::string> chain(1, std::move(name));
+    bool open = true;
+    while (open) {
+        const std::string next = nextFile(chain.back());
+        open = next != chain.back() && exists(next);
+        chain.push_back(next);
+    }
+    int result = -1;
+    for (std::size_t i = chain.size() - 1; i > 0; --i) {
+        result = !exists(chain[i]) && File(chain[i - 1]).renameTo(chain[i]) ? 0 : -1;
+    }
+    return result;
+}
+
+std::string RotationFileLog::nextFile(const std::string& name) {
+    const std::size_t dot = name.rfind('.');
+    if (dot == std::string::npos) return name;
+    const std::string prefix = name.substr(0, dot + 1);
+    const std::string digits = name.substr(dot + 1);
+    long long number = 0;
+    try {
+        number = Utils::parseInt(digits.c_str(), static_cast<int>(digits.size()), 10);
+    } catch (const Exception&) {
+        return name;
+    }
+    const std::int32_t limit = _extensionLimits.load(std::memory_order_relaxed);
+    if (number + 1 <= limit) return prefix + StringHelper::ntoa(static_cast<int>(number + 1));
+    const std::string last = prefix + StringHelper::ntoa(limit);
+    File(last).remove();
+    return last;
+}
+
+int RotationFileLog::reqRotation() {
+    PairHold hold(writeMutex, writeLock);
+    return File(path).length() > 0 ? frotateFiles() : 0;
+}
+
+void RotationFileLog::deleteBySize(unsigned long size) {
+    const unsigned long sizeKiB = rotationSizeKiB();
+    if (sizeKiB == 0) return;
+    const std::string prefix = path + '.';
+    // A number of 0 is one past the largest: nothing lies beyond that.
+    for (unsigned long number = size / sizeKiB + 1; number != 0; ++number) {
+        const std::string name = numbered(prefix, number);
+        if (!exists(name)) return;
+        File(name).remove();
+    }
+}
+
+void RotationFileLog::clear() {
+    FileLog::close();
+    const std::string logName = File(path).getName();
+    if (logName.empty()) return;  // every name begins with an empty one
+    const std::string folder = File(File(path).getAbsolutePath()).getParent();
+    std::vector<std::string> names;
+    File(folder).list(names);
+    for (const std::string& name : names) {
+        if (StringHelper::startsWith(name.c_str(), logName.c_str())) File(folder, name).remove();
+    }
+}
+
+DebugLog::DebugLog(OutputStream* outputStream) : RotationFileLog(outputStream), enabled(false) {}
+
+DebugLog::~DebugLog() = default;
+
+void DebugLog::beforeWrite() {
+    RotationFileLog::beforeWrite();
+}
+
+void DebugLog::afterWrite() {
+    RotationFileLog::afterWrite();
+}
+
+std::string DebugLog::nextFile(const std::string& name) {
+    return RotationFileLog::nextFile(name);
+}
+
+}  // namespace QOR_SPACE

@@ -1,0 +1,74 @@
+#include <gtest/gtest.h>
+
+#include <optional>
+
+#include "UrlContainer/UrlContainer.h"
+#include "support/CapturedMessages.h"
+#include "support/Home.h"
+
+namespace {
+
+constexpr std::uint32_t none = 0xFFFFFFFF;
+
+class Container : public testing::Test {
+protected:
+    Container() {
+        katd_test::writeFile(
+            urls, katd_test::listFile({"011|ads.example.com/a b", "012|example.com", "013|x%41.test"}));
+        katd_test::writeFile(
+            domains, katd_test::listFile({"021|ads.example.com", "022|example.com", "023|site.test"}));
+    }
+    std::optional<std::uint32_t> categoryOf(std::string url) const {
+        std::uint32_t category = 77;
+        if (container.getUrlCategory(url.data(), &category)) return category;
+        EXPECT_EQ(category, 77U);
+        return std::nullopt;
+    }
+
+    katd_test::TempDir dir;
+    const std::string urls = dir / "urls", domains = dir / "domains", missing = dir / "missing";
+    katd_test::CapturedMessages messages;
+    KATD_SPACE::UrlContainer container;
+};
+
+TEST_F(Container, NormalisesTheUrlAndAsksBothLists) {
+    ASSERT_TRUE(container.load(urls.c_str(), domains.c_str()));
+    EXPECT_EQ(categoryOf(" \tHTTP://Ads.Example.COM/a%20b\r\n"), 11U);
+    EXPECT_EQ(categoryOf("ftp://ads.example.com/a%20bc/d"), 11U);
+    EXPECT_EQ(categoryOf("https://ads.example.com/a%20%00b"), 21U);
+    EXPECT_EQ(categoryOf("example.com.other.net/x"), 12U);  // by text, not by host
+    EXPECT_EQ(categoryOf("x%41.test/%41"), 13U);            // escapes of the host stay
+    for (const char* url :
+         {"sit%65.test/", "shop.example.com", "site.test:80/x", "user@site.test", "http://", "/"})
+        EXPECT_EQ(categoryOf(url), none) << url;
+    messages.clear();
+    std::string url = "FTP://Site.test/%41/B";
+    std::uint32_t category = 0;
+    EXPECT_TRUE(container.getUrlCategory(url.data(), &category));
+    EXPECT_STREQ(url.c_str(), "site.test/A/b");  // the "/" is back in its place
+    EXPECT_EQ(categoryOf("example.com/"), 12U);
+    EXPECT_EQ(messages.texts(),
+              (std::vector<std::string>{"DBG Site matched :[site.test]", "DBG Url matched [example.com]"}));
+}
+
+TEST_F(Container, OneListIsEnough) {
+    EXPECT_EQ(categoryOf("example.com"), std::nullopt);
+    EXPECT_TRUE(container.load(missing.c_str(), domains.c_str()));
+    EXPECT_EQ(categoryOf("example.com/%41"), 22U);
+    EXPECT_EQ(categoryOf("example.com.net"), none);
+    EXPECT_FALSE(container.load(urls.c_str(), domains.c_str()));
+    EXPECT_EQ(messages.texts().back(),
+              "ERR UrlContainer can not load url lists twice, you should reset it first");
+    EXPECT_EQ(categoryOf("example.com"), 22U);
+    container.reset();
+    EXPECT_EQ(categoryOf("example.com"), std::nullopt);
+    EXPECT_TRUE(container.load(urls.c_str(), nullptr));
+    EXPECT_EQ(categoryOf("example.com.net"), 12U);
+    EXPECT_EQ(categoryOf("site.test"), none);
+    container.reset();
+    EXPECT_FALSE(container.load(missing.c_str(), nullptr));
+    EXPECT_EQ(messages.count("DBG fail to load urls list file [" + missing + "]"), 2U);
+    EXPECT_EQ(messages.count("DBG fail to load domains list file [(null)]"), 2U);
+}
+
+}  // namespace

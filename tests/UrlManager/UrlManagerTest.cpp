@@ -1,0 +1,123 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <future>
+#include <optional>
+#include <thread>
+
+#include "UrlManager/UrlManager.h"
+#include "support/CapturedMessages.h"
+#include "support/Home.h"
+
+namespace {
+
+using katd_test::CapturedMessages;
+
+class Manager : public testing::Test {
+protected:
+    Manager() {
+        // The old and the new lists give different categories to the same texts.
+        for (const std::string category : {"001", "002"}) {
+            std::vector<std::string> lines;
+            for (int i = 100; i < 400; ++i)
+                lines.push_back(category + "|host" + std::to_string(i) + ".test");
+            katd_test::writeFile(category == "001" ? oldList : newList, katd_test::listFile(lines));
+        }
+    }
+    bool reload(const std::string& path) { return manager.reloadUrlList(path.c_str(), path.c_str()); }
+    std::optional<std::uint32_t> lookUp(std::string url = "http://host200.test/x") {
+        std::uint32_t category = 77;
+        if (manager.getUrlCategory(url.data(), &category)) return category;
+        EXPECT_EQ(category, 77U);
+        return std::nullopt;
+    }
+
+    katd_test::TempDir dir;
+    const std::string oldList = dir / "old", newList = dir / "new", missing = dir / "missing";
+    KATD_SPACE::UrlManager manager;
+};
+
+TEST_F(Manager, FirstLoadMayBeTriedAgainAndLaterOnesTakeEffectWithoutFiles) {
+    const CapturedMessages messages;
+    const std::string both = "[" + missing + "] [" + missing + "]";
+    EXPECT_EQ(lookUp(), std::nullopt);
+    EXPECT_FALSE(reload(missing));
+    EXPECT_EQ(messages.texts().front(), "DBG In reloadUrlList, active_container is null, do load url ");
+    EXPECT_EQ(messages.texts().back(), "DBG fail to load url pattern from " + both);
+    EXPECT_FALSE(manager.ready);
+    EXPECT_TRUE(reload(oldList));
+    EXPECT_TRUE(manager.ready);
+    EXPECT_FALSE(manager.loadUrlList(newList.c_str(), nullptr));  // in use already
+    EXPECT_EQ(lookUp(), 1U);
+    EXPECT_TRUE(reload(missing));
+    EXPECT_EQ(messages.texts().back(), "DBG fail to reload url pattern from " + both);
+    EXPECT_EQ(lookUp(), std::nullopt);
+    EXPECT_TRUE(reload(newList));
+    EXPECT_EQ(lookUp(), 2U);
+}
+
+// A look-up can be held where it reports its match.
+std::promise<void> matched, mayGoOn;
+
+void holdAtMatch(const char* text) {
+    if (std::strncmp(text, "Url matched", 11) != 0) return;
+    matched.set_value();
+    mayGoOn.get_future().wait();
+}
+
+TEST_F(Manager, ReloadIsRefusedWhileALookUpUsesTheIdleLists) {
+    ASSERT_TRUE(reload(oldList));
+    const CapturedMessages messages;
+    const auto capture = KATD_SPACE::ops.output;
+    matched = {};
+    mayGoOn = {};
+    KATD_SPACE::ops.output = holdAtMatch;
+    auto running = std::async(std::launch::async, [this] { return lookUp(); });
+    matched.get_future().wait();
+    KATD_SPACE::ops.output = capture;
+
+    EXPECT_TRUE(reload(newList));  // the look-up goes on in the old lists
+    EXPECT_EQ(lookUp(), 2U);
+    EXPECT_TRUE(manager.first.loaded);
+    EXPECT_FALSE(reload(oldList));
+    EXPECT_EQ(messages.texts().back(), "INF There is no idle url container");
+    EXPECT_EQ(lookUp(), 2U);
+
+    mayGoOn.set_value();
+    EXPECT_EQ(running.get(), 1U);
+    EXPECT_FALSE(manager.first.loaded);  // the last look-up has emptied them
+    EXPECT_TRUE(reload(oldList));
+    EXPECT_FALSE(manager.second.loaded);  // here the reload has
+    EXPECT_EQ(lookUp(), 1U);
+}
+
+TEST_F(Manager, EveryAnswerDuringReloadsIsOldOrNew) {
+    ASSERT_TRUE(reload(oldList));
+    std::atomic<bool> stop{false};
+    std::atomic<int> wrong{0}, answers{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = t; !stop; ++i, ++answers) {
+                const auto category = lookUp("host" + std::to_string(100 + i % 300) + ".test/%41");
+                if (category != 1U && category != 2U) ++wrong;
+            }
+        });
+    }
+    std::thread otherReloads([&] {
+        for (int i = 0; i < 50; ++i)
+            reload(i % 2 == 0 ? oldList : newList);
+    });
+    int exchanged = 0;
+    for (int i = 0; i < 50 || exchanged == 0 || answers < 500; ++i)
+        exchanged += reload(i % 2 == 0 ? newList : oldList);
+    otherReloads.join();
+    stop = true;
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(manager.first.users + manager.second.users, 0);
+    EXPECT_NE(manager.first.loaded, manager.second.loaded);
+}
+
+}  // namespace

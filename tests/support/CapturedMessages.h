@@ -1,0 +1,72 @@
+// Collects the daemon's messages while it lives, from any thread. One at a time.
+#ifndef KATD_TESTS_CAPTUREDMESSAGES_H
+#define KATD_TESTS_CAPTUREDMESSAGES_H
+
+#include <algorithm>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "KatdUtil/Utils.h"
+
+namespace katd_test {
+
+class CapturedMessages {
+public:
+    explicit CapturedMessages(int level = 3)
+        : oldLevel_(KATD_SPACE::ops.logLevel), oldOutput_(KATD_SPACE::ops.output) {
+        clear();
+        KATD_SPACE::ops.logLevel = level;
+        KATD_SPACE::ops.output = take;
+    }
+    ~CapturedMessages() {
+        KATD_SPACE::ops.output = oldOutput_;
+        KATD_SPACE::ops.logLevel = oldLevel_;
+    }
+    CapturedMessages(const CapturedMessages&) = delete;
+    CapturedMessages& operator=(const CapturedMessages&) = delete;
+
+    // Each message as it would stand on standard output, without the line feed: "[ERR][StringList:7] fail".
+    std::vector<std::string> lines() const {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        return lines_;
+    }
+    // Each message as its kind, a blank and its text: "ERR fail".
+    std::vector<std::string> texts() const {
+        std::vector<std::string> result = lines();
+        for (std::string& line : result)
+            line = line.substr(1, 3) + line.substr(line.find("] ") + 1);
+        return result;
+    }
+    std::size_t count(const std::string& text) const {
+        const std::vector<std::string> list = texts();
+        return static_cast<std::size_t>(std::count(list.begin(), list.end(), text));
+    }
+    void clear() {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        lines_.clear();
+    }
+
+private:
+    // A message arrives as its tag, its text and a line feed, all three from one thread.
+    static void take(const char* piece) {
+        thread_local std::string line;
+        if (std::string(piece) != "\n") {
+            line += piece;
+            return;
+        }
+        const std::lock_guard<std::mutex> guard(mutex_);
+        if (!line.empty()) lines_.push_back(line);
+        line.clear();
+    }
+
+    static inline std::mutex mutex_;
+    static inline std::vector<std::string> lines_;
+    std::int32_t oldLevel_;
+    void (*oldOutput_)(const char*);
+};
+
+}  // namespace katd_test
+
+#endif

@@ -1,0 +1,62 @@
+// The real katd as a child process of a test.
+#ifndef KATD_TESTS_DAEMON_H
+#define KATD_TESTS_DAEMON_H
+
+#include <sys/types.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "support/Home.h"
+
+namespace katd_test {
+
+class Daemon {
+public:
+    using Environment = std::map<std::string, std::string>;
+
+    // Starts katd on the home; extra variables go on top of KATD_DIR and those of the stand-in engine. A
+    // variable with the value "-" is unset.
+    explicit Daemon(const Home& home, const std::vector<std::string>& arguments = {},
+                    const Environment& environment = {});
+    // Kills it when it still runs; a crash before that fails the test.
+    ~Daemon();
+    Daemon(const Daemon&) = delete;
+    Daemon& operator=(const Daemon&) = delete;
+
+    pid_t pid() const { return pid_; }
+    // Whether it accepts connections; false as soon as it has died, or after a long time.
+    bool waitUntilServing();
+    // Its exit status, the negative number of the signal that ended it, or STILL_RUNNING after that time.
+    static constexpr int STILL_RUNNING = -1000;
+    int waitForExit(int seconds = 60);
+    bool isRunning();
+    void kill(int signal);
+    // What it wrote to standard output and standard error so far.
+    std::string output() const;
+
+private:
+    const Home& home_;
+    const std::string outputPath_;
+    pid_t pid_;
+    int status_ = STILL_RUNNING;
+};
+
+// Waits until condition() holds; false when it did not for half a minute.
+template <class Condition>
+bool eventually(Condition condition) {
+    for (int i = 0; i < 3000; ++i) {
+        if (condition()) return true;
+        usleep(10000);
+    }
+    return condition();
+}
+
+inline bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+}  // namespace katd_test
+
+#endif

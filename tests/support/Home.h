@@ -1,0 +1,118 @@
+// A home directory of katd for one test: settings, list files, rules of the stand-in engine, its own log
+// name.
+#ifndef KATD_TESTS_HOME_H
+#define KATD_TESTS_HOME_H
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "support/TempDir.h"
+
+namespace katd_test {
+
+// The lines of a list file from "CCC|item" lines in any order.
+inline std::string listFile(std::vector<std::string> lines) {
+    std::sort(lines.begin(), lines.end(),
+              [](const std::string& a, const std::string& b) { return a.substr(4) < b.substr(4); });
+    std::size_t size = 0;
+    std::string items;
+    for (const std::string& line : lines) {
+        size += line.size() - 4 + 1;
+        items += line + "\n";
+    }
+    return std::to_string(lines.size()) + "|" + std::to_string(size) + "\n" + items;
+}
+
+using Settings = std::map<std::string, std::string>;
+
+class Home {
+public:
+    // The settings below, with those of overrides in their place or added; an empty value leaves a key out.
+    explicit Home(const Settings& overrides = {}) {
+        for (const char* folder : {"conf", "data", "log"})
+            std::filesystem::create_directory(dir_ / folder);
+        configure(overrides);
+        writeFile(dir_ / "urls.list", listFile({"005|shop.example/tools", "006|shop.example/toys"}));
+        writeFile(dir_ / "domains.list", listFile({"012|ads.example", "034|news.example"}));
+        rules("");
+    }
+    // Lock files of the log lie in /tmp under the log's name, whatever its folder.
+    ~Home() {
+        for (const char* ending : {".lock", ".rlock"})
+            std::filesystem::remove("/tmp/" + logName_ + ending);
+    }
+
+    void configure(const Settings& overrides) {
+        Settings settings = {
+            {"data_conn_string", "data/katd.sock"},
+            {"cache_file", "data/cache"},
+            {"max_cache_entries", "1000"},
+            {"save_cache_interval", "24"},
+            {"conn_pool_size", "4"},
+            {"query_retry_times", "2"},
+            {"query_retry_interval", "1"},
+            {"ctengine_query_timeout", "20"},
+            {"server_address", "localhost"},
+            {"urls_list_path", "urls.list"},
+            {"domains_list_path", "domains.list"},
+            {"log_file_path", "log/" + logName_},
+            {"log_level", "debug"},
+        };
+        for (const auto& [key, value] : overrides)
+            settings[key] = value;
+        std::string ini = "[katd]\n";
+        for (const auto& [key, value] : settings) {
+            if (!value.empty()) ini += key + " = " + value + "\n";
+        }
+        writeFile(dir_ / "conf/katd.ini", ini);
+    }
+
+    // Replaced as a whole: the engine may read at any time.
+    void rules(const std::string& text) const {
+        writeFile(dir_ / "rules.new", text);
+        std::filesystem::rename(dir_ / "rules.new", rulesPath());
+    }
+
+    std::string path() const { return dir_.path(); }
+    std::string operator/(const std::string& name) const { return dir_ / name; }
+    std::string socketPath() const { return dir_ / "data/katd.sock"; }
+    std::string rulesPath() const { return dir_ / "rules"; }
+    std::string tracePath() const { return dir_ / "trace"; }
+    std::string logPath() const { return dir_ / ("log/" + logName_); }
+    std::string logName() const { return logName_; }
+    std::string log() const { return readFile(logPath()); }
+
+    // Calls of an engine function so far, those of one argument when it is given.
+    int engineCalls(const std::string& function, const std::string& argument = "") const {
+        std::istringstream trace(readFile(tracePath()));
+        int calls = 0;
+        for (std::string line; std::getline(trace, line);) {
+            std::istringstream fields(line);
+            std::string name, thread, value;
+            std::getline(fields, name, '\t');
+            std::getline(fields, thread, '\t');
+            std::getline(fields, value, '\t');
+            if (name == function && (argument.empty() || value == argument)) ++calls;
+        }
+        return calls;
+    }
+
+private:
+    static int nextNumber() {
+        static int number = 0;
+        return ++number;
+    }
+
+    TempDir dir_;
+    const std::string logName_ =
+        "katd-test-" + std::to_string(getpid()) + "-" + std::to_string(nextNumber()) + ".log";
+};
+
+}  // namespace katd_test
+
+#endif
