@@ -28,7 +28,8 @@ struct Ops {
 extern Ops ops;
 
 // Static helpers of the daemon. They keep no state beside `ops`; unless an operation says otherwise, any
-// number of threads may call it at once. Nothing throws. Texts are NUL-terminated and belong to the caller.
+// number of threads may call it at once. None throws but checkDNS. Texts are NUL-terminated and belong to the
+// caller.
 class Utils {
 public:
     Utils() = delete;

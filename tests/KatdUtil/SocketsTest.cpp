@@ -96,7 +96,8 @@ TEST_F(SocketPair, SignalsInterruptNeitherReadingNorWriting) {
     const katd_test::Ticks ticks;
     std::thread peer([&] {
         ticks.blockInThisThread();
-        const auto waitForTicks = [until = ticks.count + 20] {
+        const auto waitForTicks = [] {
+            const int until = katd_test::Ticks::count + 20;
             while (katd_test::Ticks::count < until)
                 std::this_thread::yield();
         };
@@ -104,11 +105,13 @@ TEST_F(SocketPair, SignalsInterruptNeitherReadingNorWriting) {
         EXPECT_EQ(write(ends[1], "ab", 2), 2);
         waitForTicks();
         EXPECT_EQ(write(ends[1], "cd", 2), 2);
+        waitForTicks();  // by now the writer waits, with nothing of its last call written
         EXPECT_EQ(Utils::readn(ends[1], received.data(), size), size);
     });
     EXPECT_EQ(Utils::readn(ends[0], buffer, 4), 4U);
     EXPECT_EQ(std::string(buffer, 4), "abcd");
     EXPECT_EQ(Utils::writen(ends[0], sent.data(), size), size);
+    shutdown(ends[0], SHUT_WR);  // lets the peer end where not all came
     peer.join();
     EXPECT_TRUE(received == sent);
     EXPECT_EQ(messages.texts(), Texts{});

@@ -1,0 +1,1 @@
+// Nothing but what every test includes: see CMakeLists.txt.
