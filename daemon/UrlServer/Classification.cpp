@@ -40,6 +40,7 @@ Listed lookUpLists(const char* url, unsigned char* category) {
 // first.
 void engineCallExpired(const char* url, int limitSec) {
     endWithin(1, END_GRACE_MS);
+    speakAlone();
     ERR_MSG("[%s] not return from ctengine, alarm timeout is [%d], katd have to exit !", url, limitSec);
     endProcess(1);
 }

@@ -12,6 +12,8 @@ namespace KATD_SPACE {
 namespace {
 
 std::atomic<int> endStatus{1};
+std::atomic<bool> oneSpeaks{false};
+thread_local bool speaksAlone = false;
 static_assert(std::atomic<int>::is_always_lock_free, "read by a signal handler");
 
 [[noreturn]] void endNow(int) {
@@ -42,6 +44,16 @@ void endWithin(int status, int milliseconds) {
 
 void cancelEnd() {
     setTimer(0);
+}
+
+void speakAlone() {
+    speaksAlone = true;
+    oneSpeaks.store(true, std::memory_order_relaxed);
+}
+
+void waitWhileAnotherSpeaksAlone() {
+    while (oneSpeaks.load(std::memory_order_relaxed) && !speaksAlone)
+        pause();
 }
 
 void endProcess(int status) {

@@ -16,6 +16,12 @@ void endWithin(int status, int milliseconds);
 // Takes the last endWithin() back.
 void cancelEnd();
 
+// From now on the calling thread alone is heard: the messages of others wait for the end. The log's mutex is
+// not fair, so that busy threads could keep the last message from getting out in time.
+void speakAlone();
+// Returns unless another thread speaks alone. For those who put messages out.
+void waitWhileAnotherSpeaksAlone();
+
 // Flushes standard output and ends the process with status, within END_GRACE_MS. No destructors run.
 [[noreturn]] void endProcess(int status);
 

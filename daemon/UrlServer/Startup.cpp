@@ -207,6 +207,7 @@ void printLog(const char* text) {
 }
 
 void writeDebugLog(const char* text) {
+    waitWhileAnotherSpeaksAlone();
     try {
         QOR_SPACE::Log::debugLog()->write(std::string(text), QOR_SPACE::Log::DEBUG);
     } catch (const std::bad_alloc&) {

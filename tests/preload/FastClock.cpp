@@ -52,6 +52,7 @@ double setting(const char* name, double otherwise) {
 }
 
 const double factor = setting("FAST_CLOCK_FACTOR", 1);
+const double limitFactor = setting("FAST_CLOCK_LIMIT_FACTOR", 1);
 const double monotonicStart = realSeconds(CLOCK_MONOTONIC);
 const double realStart = realSeconds(CLOCK_REALTIME);
 const double shownStart = setting("FAST_CLOCK_START", realStart);
@@ -70,7 +71,7 @@ int clock_gettime(clockid_t clock, timespec* out) noexcept {
     if (clock != CLOCK_MONOTONIC) {
         *out = toTimespec(realSeconds(clock));
     } else {
-        *out = toTimespec(monotonicStart + (realSeconds(clock) - monotonicStart) * factor);
+        *out = toTimespec(monotonicStart + (realSeconds(clock) - monotonicStart) * limitFactor);
     }
     return 0;
 }
@@ -99,7 +100,7 @@ int setitimer(__itimer_which_t which, const itimerval* value, itimerval* before)
 int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* until) {
     static auto* const real = next<int(pthread_cond_t*, pthread_mutex_t*, const timespec*)>(TIMED_WAIT);
     const double shown = static_cast<double>(until->tv_sec) + static_cast<double>(until->tv_nsec) / 1e9;
-    const timespec realUntil = toTimespec(monotonicStart + (shown - monotonicStart) / factor);
+    const timespec realUntil = toTimespec(monotonicStart + (shown - monotonicStart) / limitFactor);
     return real(condition, mutex, &realUntil);
 }
 

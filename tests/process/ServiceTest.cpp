@@ -85,7 +85,14 @@ TEST(Service, GivesBackWhatAConnectionTook) {
     const Home home(Settings{{"log_level", "error"}});
     Daemon katd(home);
     ASSERT_TRUE(katd.waitUntilServing());
-    ASSERT_TRUE(eventually([&] { return threadsOf(katd) == 3; })) << "main, cache monitor, watchdog";
+    // The first connection's thread, and what a sanitizer starts, have come and gone or come to stay.
+    ASSERT_TRUE(Client(home.socketPath()).ask("ads.example"));
+    int threads = 0;
+    ASSERT_TRUE(eventually([&] {
+        const int before = threads;
+        threads = threadsOf(katd);
+        return threads == before;
+    }));
     const int descriptors = descriptorsOf(katd);
     for (int round = 0; round < 3; ++round) {
         std::vector<std::unique_ptr<Client>> clients;
@@ -93,9 +100,9 @@ TEST(Service, GivesBackWhatAConnectionTook) {
             clients.push_back(std::make_unique<Client>(home.socketPath()));
             ASSERT_TRUE(clients.back()->ask("ads.example"));
         }
-        EXPECT_EQ(3 + 50, threadsOf(katd));
+        EXPECT_GE(threadsOf(katd), threads + 50);
     }
-    EXPECT_TRUE(eventually([&] { return threadsOf(katd) == 3 && descriptorsOf(katd) == descriptors; }))
+    EXPECT_TRUE(eventually([&] { return threadsOf(katd) <= threads && descriptorsOf(katd) <= descriptors; }))
         << threadsOf(katd) << " threads, " << descriptorsOf(katd) << " descriptors instead of "
         << descriptors;
 }

@@ -181,9 +181,11 @@ TEST(Startup, AServiceThatCannotBeReachedIsReportedAfterADelay) {
     for (const auto& failure : cases) {
         const Home home(failure.settings);
         home.rules(failure.rules);
-        Daemon katd(
-            home, {},
-            {{"LD_PRELOAD", FAST_CLOCK}, {"FAST_CLOCK_FACTOR", "1000"}, {"WRITE_SYSLOG", eventScript(home)}});
+        Daemon katd(home, {},
+                    {{"LD_PRELOAD", FAST_CLOCK},
+                     {"FAST_CLOCK_FACTOR", "1000"},
+                     {"FAST_CLOCK_LIMIT_FACTOR", "20"},
+                     {"WRITE_SYSLOG", eventScript(home)}});
         EXPECT_EQ(1, katd.waitForExit());
         EXPECT_EQ(failure.event, readFile(home / "events"));
         // Each piece of a message is a record of its own.

@@ -100,9 +100,11 @@ TEST(Watchdog, TheNetworkCheckEndsItWhileAnotherProcessHoldsTheLog) {
         home.rules("host www.example.com hang\n");
         writeFile(home / "syslog", "echo \"$@\" > " + (home / "events") + "\n");
         std::filesystem::permissions(home / "syslog", std::filesystem::perms::owner_all);
-        Daemon katd(
-            home, {},
-            {{"LD_PRELOAD", FAST_CLOCK}, {"FAST_CLOCK_FACTOR", "100"}, {"WRITE_SYSLOG", home / "syslog"}});
+        Daemon katd(home, {},
+                    {{"LD_PRELOAD", FAST_CLOCK},
+                     {"FAST_CLOCK_FACTOR", "100"},
+                     {"FAST_CLOCK_LIMIT_FACTOR", "20"},
+                     {"WRITE_SYSLOG", home / "syslog"}});
         ASSERT_TRUE(eventually([&] { return home.engineCalls("CSDKMain_ClassifyUrl") == 1; }));
         const int lockFile = holdLog(home);
         EXPECT_EQ(1, katd.waitForExit());
