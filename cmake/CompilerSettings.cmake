@@ -10,6 +10,8 @@ if(NOT CMAKE_BUILD_TYPE)
 endif()
 # Assertions guard against programming errors in the field too: no build type defines NDEBUG.
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -g")
+set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g")
+set(CMAKE_CXX_FLAGS_MINSIZEREL "-Os -g")
 set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g -fno-omit-frame-pointer")
 
 if(KATD_32BIT)
@@ -20,6 +22,7 @@ if(KATD_32BIT)
     check_cxx_source_compiles("#include <string>\nint main() { return std::string().size() != 0; }" KATD_M32_WORKS)
     unset(CMAKE_REQUIRED_FLAGS)
     if(NOT KATD_M32_WORKS)
+        unset(KATD_M32_WORKS CACHE)  # to be tried again once the package is there
         message(FATAL_ERROR "The compiler cannot build for 32 bits: install the Debian package g++-multilib.")
     endif()
 endif()
@@ -46,4 +49,5 @@ endif()
 # What is ours is compiled under these warnings; what comes from a package is not ours to mend.
 add_library(katd_warnings INTERFACE)
 target_compile_options(katd_warnings INTERFACE
-    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror)
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror
+    $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)

@@ -55,9 +55,9 @@ const char* takeOutcome(Words* words, bool ofUrl, const std::string& function, O
         outcome->kind = Outcome::hang;
         return nullptr;
     }
-    const bool part = !ofUrl && function == "save" && word.is("part");
-    if (part || word.is("fail")) {
-        outcome->kind = part ? Outcome::part : Outcome::fail;
+    const bool partial = !ofUrl && function == "save" && word.is("partial");
+    if (partial || word.is("fail")) {
+        outcome->kind = partial ? Outcome::partial : Outcome::fail;
         if (!parseNumber(takeWord(words).text, &outcome->failure.type)) return "bad type of a failure";
         if (!parseNumber(takeWord(words).text, &outcome->failure.code)) return "bad code of a failure";
         const Word text = takeWord(words);
@@ -96,8 +96,8 @@ std::string Outcome::toText() const {
             return delay + "final";
         case fail:
             return delay + withFailure("fail");
-        case part:
-            return delay + withFailure("part");
+        case partial:
+            return delay + withFailure("partial");
         case hang:
             return delay + "hang";
     }

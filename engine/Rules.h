@@ -20,12 +20,12 @@ namespace asapsdk {
 
 // What one call does.
 struct Outcome {
-    enum Kind { ok, categories, unknown, final, fail, part, hang };
+    enum Kind { ok, categories, unknown, final, fail, partial, hang };
 
     Kind kind = ok;
     std::uint32_t delayMs = 0;  // pause before anything else
     Categories numbers;         // of categories
-    Failure failure;            // of fail and part
+    Failure failure;            // of fail and partial
 
     // As a rule has it, with the description left out.
     std::string toText() const;

@@ -73,7 +73,7 @@ Outcome nullArgument() {
 // Ends a call: true when the function did what it is for.
 bool conclude(Outcome* outcome) {
     waitAsAsked(*outcome);
-    if (outcome->kind != Outcome::fail && outcome->kind != Outcome::part) return true;
+    if (outcome->kind != Outcome::fail && outcome->kind != Outcome::partial) return true;
     lastFailure = std::move(outcome->failure);
     return false;
 }
@@ -108,7 +108,7 @@ int cacheCall(const char* function, const char* rule, void* sdkMain, const char*
         Outcome outcome = nullArgument();
         if (sdkMain != nullptr && path != nullptr) {
             outcome = rules().takeForFunction(rule).value_or(Outcome());
-            if (outcome.kind == Outcome::ok || outcome.kind == Outcome::part) {
+            if (outcome.kind == Outcome::ok || outcome.kind == Outcome::partial) {
                 Failure failure;
                 if (!work(&static_cast<Engine*>(sdkMain)->cache, outcome.kind == Outcome::ok, &failure)) {
                     const auto delayMs = outcome.delayMs;

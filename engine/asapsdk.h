@@ -46,7 +46,7 @@
 //   final                 no category, and asking again brings none
 // Outcomes of create, load and save:
 //   ok                    what the function does without a rule
-//   part TYPE CODE "TEXT" (save) fails after one half of the file was written
+//   partial TYPE CODE "TEXT" (save) fails after one half of the file was written
 // Outcomes of both:
 //   fail TYPE CODE "TEXT" fails with this type and code (signed decimal numbers) and this description, which
 //                         holds no '"'
@@ -57,7 +57,7 @@
 //   host www.museum.example    12
 //   prefix shop.example/tools  21,22 then fail 2 110 "service timed out" then final
 //   url slow.example/          delay 1500 5
-//   save                       ok then part 3 28 "no space left"
+//   save                       ok then partial 3 28 "no space left"
 #ifndef ASAPSDK_H
 #define ASAPSDK_H
 

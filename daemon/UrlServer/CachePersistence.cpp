@@ -105,7 +105,7 @@ bool UrlServer::saveCache(const char* path) {
         return false;
     }
     const std::string temporary = std::string(path) + ".tmp";
-    QOR_SPACE::File(temporary).remove();
+    remove(temporary.c_str());  // also a link or a pipe that somebody left there
     INFO_MSG("save cache ...");
     {
         EngineUse engine(urlSvr->sdkMain, urlSvr->engineUses);

@@ -45,13 +45,13 @@ void engineCallExpired(const char* url, int limitSec) {
     endProcess(1);
 }
 
-enum class Answer { CATEGORIES, FINAL_UNKNOWN, UNKNOWN, FAILED };
+enum class Answer { CATEGORIES, FINAL_UNKNOWN, UNKNOWN, FAILED, CLOSED };
 
 // One engine call; the answer's handle is released when this returns. stored: number of category bytes.
 Answer askEngine(const char* url, int limitSec, unsigned char* categories, unsigned size, unsigned* stored) {
     *stored = 0;
     EngineUse engine(urlSvr->sdkMain, urlSvr->engineUses);
-    if (engine.handle() == nullptr) return Answer::UNKNOWN;  // the server is being torn down
+    if (engine.handle() == nullptr) return Answer::CLOSED;  // the server is being torn down
     const EngineResult result = [&] {
         Watchdog watchdog(limitSec, engineCallExpired, url);
         return EngineResult(engine.handle(), url);
@@ -104,6 +104,7 @@ unsigned UrlServerInstance::scanOneUrl(const char* url, unsigned char* categorie
     for (std::uint64_t tries = 0;;) {
         unsigned stored = 0;
         const Answer answer = askEngine(url, limitSec, categories, size, &stored);
+        if (answer == Answer::CLOSED) return 0;
         if (answer == Answer::FAILED) {
             urlSvr->addUrlNumber(false);
             return 0;

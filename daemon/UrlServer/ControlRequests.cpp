@@ -1,6 +1,8 @@
 // What a client may change while the daemon runs.
 #include <string.h>
 
+#include <new>
+
 #include "KatdUtil/Utils.h"
 #include "UrlServer/Protocol.h"
 #include "UrlServer/UrlServer.h"
@@ -54,7 +56,11 @@ void saveCacheNow() {
         return;
     }
     Utils::makeParentDir(path);
-    UrlServer::saveCache(path);
+    try {
+        UrlServer::saveCache(path);
+    } catch (const std::bad_alloc&) {
+        // A save that failed, like any other; the request gets its reply.
+    }
 }
 
 void tellStatistics() {

@@ -40,16 +40,15 @@ public:
         }
         sem_post(&told_);
     }
-    void awaitAtMost(int milliseconds) {
-        timespec until{};
-        clock_gettime(CLOCK_REALTIME, &until);
-        until.tv_nsec += milliseconds * 1000000L;
-        until.tv_sec += until.tv_nsec / 1000000000;
-        until.tv_nsec %= 1000000000;
-        while (sem_timedwait(&told_, &until) != 0) {
-            if (errno != EINTR) return;
+    // Whether it is told within that time; not measured on the clock of the day, which may be set at boot.
+    bool awaitAtMost(int milliseconds) {
+        const timespec step{0, 10 * 1000000L};
+        for (int waited = 0; sem_trywait(&told_) != 0; waited += 10) {
+            if (waited >= milliseconds) return false;
+            nanosleep(&step, nullptr);
         }
         sem_post(&told_);
+        return true;
     }
 
 private:
@@ -76,7 +75,7 @@ private:
 [[noreturn]] void endForNetwork(const EngineFailure* failure) {
     endWithin(1, END_DELAY_SEC * 1000 + END_GRACE_MS);
     FailureMessage message(failure);
-    message.awaitAtMost(MESSAGE_WAIT_MS);
+    if (!message.awaitAtMost(MESSAGE_WAIT_MS)) stayMute();
     Utils::sleepn(END_DELAY_SEC);
     endWithin(1, END_GRACE_MS);
     Utils::writeSysLog("CheckNetFail", cancelEnd);

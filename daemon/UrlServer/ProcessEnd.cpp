@@ -12,8 +12,10 @@ namespace KATD_SPACE {
 namespace {
 
 std::atomic<int> endStatus{1};
+std::atomic<bool> endBounded{false};
 std::atomic<bool> oneSpeaks{false};
 thread_local bool speaksAlone = false;
+thread_local bool mute = false;
 static_assert(std::atomic<int>::is_always_lock_free, "read by a signal handler");
 
 [[noreturn]] void endNow(int) {
@@ -23,7 +25,7 @@ static_assert(std::atomic<int>::is_always_lock_free, "read by a signal handler")
 void setTimer(int milliseconds) {
     itimerval timer{};
     timer.it_value.tv_sec = milliseconds / 1000;
-    timer.it_value.tv_usec = milliseconds % 1000 * 1000;
+    timer.it_value.tv_usec = milliseconds % 1000 * 1000L;
     setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
@@ -34,6 +36,7 @@ void endWithin(int status, int milliseconds) {
     struct sigaction action {};
     action.sa_handler = endNow;
     sigaction(SIGALRM, &action, nullptr);
+    endBounded.store(true);
     setTimer(milliseconds);
     // Every other thread may be stuck with signals blocked; this one takes it then.
     sigset_t alarmOnly;
@@ -44,6 +47,11 @@ void endWithin(int status, int milliseconds) {
 
 void cancelEnd() {
     setTimer(0);
+    endBounded.store(false);
+}
+
+bool endIsBounded() {
+    return endBounded.load();
 }
 
 void speakAlone() {
@@ -51,9 +59,14 @@ void speakAlone() {
     oneSpeaks.store(true, std::memory_order_relaxed);
 }
 
-void waitWhileAnotherSpeaksAlone() {
+void stayMute() {
+    mute = true;
+}
+
+bool mayBeHeard() {
     while (oneSpeaks.load(std::memory_order_relaxed) && !speaksAlone)
         pause();
+    return !mute;
 }
 
 void endProcess(int status) {

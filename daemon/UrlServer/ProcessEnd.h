@@ -15,12 +15,18 @@ void endWithin(int status, int milliseconds);
 
 // Takes the last endWithin() back.
 void cancelEnd();
+// Whether an endWithin() is in force.
+bool endIsBounded();
 
 // From now on the calling thread alone is heard: the messages of others wait for the end. The log's mutex is
 // not fair, so that busy threads could keep the last message from getting out in time.
 void speakAlone();
-// Returns unless another thread speaks alone. For those who put messages out.
-void waitWhileAnotherSpeaksAlone();
+// From now on nothing is heard of the calling thread: it has more important work than to wait for a log that
+// somebody else holds.
+void stayMute();
+// For those who put messages out: whether this thread is to be heard. Waits for the end while another speaks
+// alone.
+bool mayBeHeard();
 
 // Flushes standard output and ends the process with status, within END_GRACE_MS. No destructors run.
 [[noreturn]] void endProcess(int status);

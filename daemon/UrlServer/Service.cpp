@@ -48,7 +48,7 @@ bool isShortage(int error) {
 
 // A shortage lasts until a client goes away: without a pause the loop would only fill the log.
 void pauseAMoment() {
-    const timespec moment{0, 200 * 1000 * 1000};
+    const timespec moment{0, 200 * 1000000L};
     nanosleep(&moment, nullptr);
 }
 

@@ -36,6 +36,15 @@ std::string pathBelow(const char* home, const char* name) {
     return path + name;
 }
 
+// Started without them, the daemon would get its log or a lock file as descriptor 1 or 2, and messages meant
+// for standard error would end up in there.
+void occupyStandardDescriptors() {
+    int fd = open("/dev/null", O_RDWR);
+    while (fd >= 0 && fd <= STDERR_FILENO)
+        fd = open("/dev/null", O_RDWR);
+    if (fd >= 0) close(fd);
+}
+
 // A thousand clients need a thousand descriptors; the default soft limit is about that.
 void raiseDescriptorLimit() {
     rlimit limit{};
@@ -134,6 +143,7 @@ bool createServer() {
 }  // namespace
 
 int runDaemon(int argc, char** argv, const char* version, const char* buildTime) {
+    occupyStandardDescriptors();
     umask(0);
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // a pipe's reader sees each message at once
     raiseDescriptorLimit();
@@ -203,11 +213,11 @@ bool parseParameters(int argc, char** argv) {
 }
 
 void printLog(const char* text) {
-    printf("%s", text);
+    if (mayBeHeard()) printf("%s", text);
 }
 
 void writeDebugLog(const char* text) {
-    waitWhileAnotherSpeaksAlone();
+    if (!mayBeHeard()) return;
     try {
         QOR_SPACE::Log::debugLog()->write(std::string(text), QOR_SPACE::Log::DEBUG);
     } catch (const std::bad_alloc&) {

@@ -64,7 +64,7 @@ void UrlServer::closeEngine() {
     constexpr int WAITS = 100;
     for (int waited = 0; engineUses.load() != 0; ++waited) {
         if (waited == WAITS) return;
-        const timespec pause{0, 10 * 1000 * 1000};
+        const timespec pause{0, 10 * 1000000L};
         nanosleep(&pause, nullptr);
     }
     Engine::close(handle);

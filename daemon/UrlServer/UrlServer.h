@@ -10,8 +10,9 @@
 namespace KATD_SPACE {
 
 // The daemon's one server: the engine's handle, the local lists, the counters, and the locks that the
-// requests share. Made and destroyed by the main thread; every thread reaches it through urlSvr, which does
-// not change while they run. Returns codes, throws std::bad_alloc from its constructor only.
+// requests share. Made by the main thread; every thread reaches it through urlSvr, which does
+// not change while they run, and the process ends with it. Returns codes; std::bad_alloc may leave the
+// constructor and saveCache.
 //
 // When locks nest, ctrlMutex is taken first.
 class UrlServer {
@@ -69,7 +70,7 @@ public:
     std::atomic<int> engineUses{0};    // calls under way on sdkMain (EngineUse)
 };
 
-// The one server; null before it exists and after it is gone. Written by the main thread alone.
+// The one server; null before it exists. Written by the main thread alone, before the others start.
 extern UrlServer* urlSvr;
 
 // Installed for SIGALRM while the engine's first answer is awaited, and afterwards. Only a signal from

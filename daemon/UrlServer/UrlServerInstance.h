@@ -6,7 +6,8 @@
 namespace KATD_SPACE {
 
 // One client connection, served by one thread: reads a request, carries it out, replies, and again. All
-// operations belong to that thread. Does not own the socket.
+// operations belong to that thread. Does not own the socket. std::bad_alloc may leave
+// handleRequests; start() ends the connection then.
 class UrlServerInstance {
 public:
     explicit UrlServerInstance(int socket);

@@ -9,6 +9,7 @@
 #include <limits>
 
 #include "UrlServer/DetachedThread.h"
+#include "UrlServer/ProcessEnd.h"
 
 namespace KATD_SPACE {
 
@@ -34,6 +35,9 @@ struct Watchdog::Keeper {
         NEVER;  // when that thread looks next, unless it is told to look earlier
     static inline Watchdog* first = nullptr;  // the armed, earliest deadline first
     static inline Watchdog* last = nullptr;
+    static inline const Watchdog* late =
+        nullptr;                            // the call that took too long: the process is ending for it
+    static inline bool alarmIsSet = false;  // in place of a thread that could not be created
 
     static void start() {
         pthread_condattr_t attributes;
@@ -49,6 +53,8 @@ struct Watchdog::Keeper {
         running = startDetachedThread(watch, nullptr) == 0;
         pthread_sigmask(SIG_SETMASK, &before, nullptr);
         if (!running) pthread_cond_destroy(&changed);
+        // The thread watches the calls from before it, too.
+        if (running && alarmIsSet) alarm(0);
     }
 
     // All calls of one setting have one limit, so that the place of a new one is nearly always the end.
@@ -68,12 +74,14 @@ struct Watchdog::Keeper {
     }
 
     static void setAlarm() {
+        if (endIsBounded()) return;  // by the same timer, and that end goes first
         std::int64_t seconds = 0;
         if (first != nullptr) {
             seconds = (first->deadlineMs_ - nowMs() + 999) / 1000;
             if (seconds < 1) seconds = 1;
         }
         alarm(static_cast<unsigned>(seconds));
+        alarmIsSet = first != nullptr;
     }
 
     static void* watch(void*) {
@@ -94,13 +102,13 @@ struct Watchdog::Keeper {
         }
     }
 
-    // Called with the mutex held; gives it up, so that calls that come back meanwhile find no further
-    // obstacle.
-    [[noreturn]] static void expire(const Watchdog& late) {
+    // Called with the mutex held; gives it up, so that other calls may come back meanwhile.
+    [[noreturn]] static void expire(const Watchdog& call) {
+        late = &call;
         char subject[1024] = "";
-        if (late.subject_ != nullptr) std::snprintf(subject, sizeof(subject), "%s", late.subject_);
-        const Expired expired = late.expired_;
-        const int limitSec = late.limitSec_;
+        if (call.subject_ != nullptr) std::snprintf(subject, sizeof(subject), "%s", call.subject_);
+        const Expired expired = call.expired_;
+        const int limitSec = call.limitSec_;
         pthread_mutex_unlock(&mutex);
         expired(subject, limitSec);
         _exit(1);
@@ -126,9 +134,12 @@ Watchdog::Watchdog(int limitSec, Expired expired, const char* subject)
 Watchdog::~Watchdog() {
     if (limitSec_ <= 0) return;
     pthread_mutex_lock(&Keeper::mutex);
+    const bool tooLate = Keeper::late == this;
     Keeper::remove(this);
     if (!Keeper::running) Keeper::setAlarm();
     pthread_mutex_unlock(&Keeper::mutex);
+    while (tooLate)
+        pause();  // whoever waits for the answer must not act on it any more
 }
 
 }  // namespace KATD_SPACE

@@ -1,5 +1,4 @@
 #include <cstdio>
-#include <new>
 
 #include "BuildInfo.h"
 #include "UrlServer/ProcessEnd.h"
@@ -8,7 +7,8 @@
 int main(int argc, char** argv) {
     try {
         KATD_SPACE::endProcess(KATD_SPACE::runDaemon(argc, argv, KATD_VERSION, KATD_BUILD_TIME));
-    } catch (const std::bad_alloc&) {
+    } catch (...) {
+        // Nothing but std::bad_alloc and the library's OutOfMemoryException is thrown on the way.
         std::fputs("katd: not enough memory to start\n", stderr);
         KATD_SPACE::endProcess(1);
     }

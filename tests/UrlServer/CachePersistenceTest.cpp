@@ -41,7 +41,7 @@ TEST_F(CachePersistence, AFailedSaveLeavesTheOldCacheWhole) {
     ASSERT_TRUE(UrlServer::saveCache(cachePath().c_str()));
     const std::string whole = readFile(cachePath());
     learn("second.example");
-    home().rules("save part 3 28 \"no space left\"\n");
+    home().rules("save partial 3 28 \"no space left\"\n");
     EXPECT_FALSE(UrlServer::saveCache(cachePath().c_str()));
     EXPECT_THAT(told(), HasSubstr("DBG "));
     EXPECT_THAT(told(),
@@ -65,6 +65,13 @@ TEST_F(CachePersistence, WhatStandsAtThePathDecides) {
     KATD_SPACE::urlSvr->loadCache();
     EXPECT_THAT(told(), HasSubstr("ASAPSDK::CSDKMain_LoadWebSecCache Failed : Type="));
     EXPECT_THAT(told(), HasSubstr("[0] seconds spent to load cache"));
+
+    // A link or a pipe at the temporary name is removed, not followed or waited for.
+    std::filesystem::create_symlink(home() / "elsewhere", temporary());
+    EXPECT_TRUE(UrlServer::saveCache(cachePath().c_str()));
+    EXPECT_FALSE(std::filesystem::exists(home() / "elsewhere"));
+    ASSERT_EQ(0, mkfifo(temporary().c_str(), 0600));
+    EXPECT_TRUE(UrlServer::saveCache(cachePath().c_str()));
 
     const std::string nowhere = home() / "missing-folder/cache";
     EXPECT_FALSE(UrlServer::saveCache(nowhere.c_str()));

@@ -26,7 +26,8 @@ protected:
     ServerFixture() {
         signal(SIGPIPE, SIG_IGN);
         std::filesystem::remove(home().tracePath());
-        std::filesystem::remove_all(cachePath());
+        for (const char* ending : {"", ".tmp"})
+            std::filesystem::remove_all(cachePath() + ending);
         KATD_SPACE::ops.conf.setQueryTimeout(2, 1);
         KATD_SPACE::urlSvr = new KATD_SPACE::UrlServer;
         KATD_SPACE::urlSvr->urlManager.reloadUrlList(KATD_SPACE::ops.conf.getUrlsListPath(),

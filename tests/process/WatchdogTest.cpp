@@ -109,9 +109,19 @@ TEST(Watchdog, TheNetworkCheckEndsItWhileAnotherProcessHoldsTheLog) {
         const int lockFile = holdLog(home);
         EXPECT_EQ(1, katd.waitForExit());
         close(lockFile);
-        // At the level debug the way to the program leads through a message.
-        EXPECT_EQ(level == std::string("error") ? "CheckNetFail\n" : "", readFile(home / "events"));
+        EXPECT_EQ("CheckNetFail\n", readFile(home / "events")) << level;
     }
+}
+
+TEST(Watchdog, AnAnswerThatComesTooLateStartsNoService) {
+    const Home home;
+    home.rules("host www.example.com delay 3000 5\n");
+    Daemon katd(
+        home, {},
+        {{"LD_PRELOAD", FAST_CLOCK}, {"FAST_CLOCK_FACTOR", "100"}, {"FAST_CLOCK_LIMIT_FACTOR", "20"}});
+    EXPECT_EQ(1, katd.waitForExit());
+    EXPECT_THAT(home.log(), HasSubstr("Check Net Status Fail, katd exits !"));
+    EXPECT_THAT(home.log(), Not(HasSubstr("start url query service")));
 }
 
 }  // namespace

@@ -200,9 +200,13 @@ int openLockFile(const char* path) {
     return existing >= 0 ? existing : ::open(path, flags | O_CREAT, 0600);
 }
 
-void widenLockFile(int fd) {
+// False, and nothing changed, for what may be another file under a second name: neither its mode nor its
+// record locks, which belong to the process, are ours to touch.
+bool widenLockFile(int fd) {
     struct stat status {};
-    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1) fchmod(fd, 0666);
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || status.st_nlink != 1) return false;
+    fchmod(fd, 0666);
+    return true;
 }
 
 struct flock wholeFile(short type) {
@@ -231,7 +235,7 @@ void FileLock::setPath(const std::string& lockPath, bool widenMode) {
     if (lockPath.empty()) return;
     path[lockPath.copy(path, sizeof(path) - 1)] = '\0';
     fd = openLockFile(path);
-    if (fd >= 0 && widen) widenLockFile(fd);
+    if (fd >= 0 && widen && !widenLockFile(fd)) close();
     lockRequest = wholeFile(F_WRLCK);
     unlockRequest = wholeFile(F_UNLCK);
 }

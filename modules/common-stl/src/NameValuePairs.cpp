@@ -20,7 +20,7 @@ NameValuePairs::NameValuePairs() = default;
 NameValuePairs::~NameValuePairs() = default;
 
 NameValuePairs& NameValuePairs::operator=(const NameValuePairs& other) {
-    pairs = other.pairs;
+    if (this != &other) pairs = other.pairs;
     return *this;
 }
 

@@ -68,8 +68,8 @@ public:
     Log& operator=(const Log&) = delete;
 
     // Writes one record: the text with a line feed at its end, between beforeWrite() and afterWrite(). A
-    // failing write (IOException) is reported on standard error and does not leave; anything else, such as
-    // std::bad_alloc, leaves after afterWrite().
+    // failure of the library (Exception: a failing write, no memory to reopen the file) is reported on
+    // standard error and does not leave; anything else, such as std::bad_alloc, leaves after afterWrite().
     virtual void write(const std::string& text);
     // Writes the entry as format() renders it.
     virtual void write(const LogEntry& entry);
@@ -139,8 +139,9 @@ protected:
 //
 // Each pair is a Mutex for the threads and a record lock on a file below /tmp for the processes, named by the
 // last component of P alone. The mutex is taken first and released last, since the record lock belongs to the
-// whole process. One thread never holds both pairs. Two logs of one process whose files have the same name
-// share their lock files and so do not keep other processes away from each other: give them other names.
+// whole process. One thread never waits for one pair while it holds the other. Two logs of one process whose
+// files have the same name share their lock files and so do not keep other processes away from each other:
+// give them other names.
 //
 // Writing is for any thread; setPath, clear and deleteBySize are for times when nobody writes.
 class RotationFileLog : public FileLog {

@@ -110,9 +110,8 @@ int File::createTempFile(const std::string& prefix, const std::string& directory
                                 ? directory + prefix
                                 : directory + pathSeparator + prefix;
     generated += "XXXXXX";
-    const int fd = mkstemp(&generated[0]);
+    const int fd = mkostemp(&generated[0], O_CLOEXEC);
     if (fd < 0) return -1;
-    fcntl(fd, F_SETFD, FD_CLOEXEC);
     name = generated;
     return fd;
 }
@@ -252,7 +251,6 @@ bool File::mkdirs() const {
 
 void File::list(std::vector<std::string>& names) const {
     if (!isDirectory()) return;
-    errno = 0;
     const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
     if (directory == nullptr && errno != ENOMEM) return;
     try {

@@ -66,15 +66,16 @@ FileOutputStream::FileOutputStream(int descriptor) : fd(descriptor) {}
 FileOutputStream::FileOutputStream(const char* path, int mode)
     : fd(::open(path, openFlags(mode) | O_CLOEXEC, 0666)) {
     if (fd >= 0) return;
+    const int reason = errno;
     closed = true;
     throwException<IOException>(throwPosition::fileStreamOpen,
-                                std::string(path) + ": " + std::strerror(errno));
+                                std::string(path) + ": " + std::strerror(reason));
 }
 
 FileOutputStream::~FileOutputStream() {
     try {
         close();
-    } catch (const IOException&) {
+    } catch (...) {
         // Nobody is left to tell.
     }
 }
@@ -150,7 +151,7 @@ BufferedOutputStream::BufferedOutputStream(OutputStream& target, int bufferSize)
 BufferedOutputStream::~BufferedOutputStream() {
     try {
         close();
-    } catch (const IOException&) {
+    } catch (...) {
         // Nobody is left to tell.
     }
 }

@@ -55,8 +55,8 @@ void FileLog::close() {
     if (stream == nullptr || !ownStream) return;
     try {
         stream->close();
-    } catch (const IOException&) {
-        // The descriptor is gone all the same.
+    } catch (...) {
+        // The descriptor is gone all the same; and telling why may have failed for lack of memory.
     }
     delete stream;
     stream = nullptr;

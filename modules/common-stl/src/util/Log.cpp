@@ -118,7 +118,7 @@ void Log::write(const std::string& text) {
             throw;
         }
         afterWrite();
-    } catch (const IOException& failure) {
+    } catch (const Exception& failure) {
         reportFailure(failure.getMessage());
     }
 }

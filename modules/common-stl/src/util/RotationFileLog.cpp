@@ -38,10 +38,6 @@ bool exists(const std::string& path) {
     return File(path).exists();
 }
 
-std::string numbered(const std::string& prefix, unsigned long number) {
-    return prefix + Utils::formatString("%lu", number);
-}
-
 // Waits for the record lock. The kernel judges whole processes: two that each hold one lock in one thread and
 // wait for the other in a second thread look like a deadlock to it (EDEADLK, fcntl(2)), though both go on. On
 // any other failure the log works without the lock.
@@ -184,7 +180,7 @@ int RotationFileLog::rotate(bool forced) {
                 PairPause pause(writeMutex, writeLock);
                 makerotate();
             }
-            moveAside(forced);
+            moveAside(forced && File(path).length() > 0);
         }
         setPath(path.c_str());
         PairPause pause(writeMutex, writeLock);
@@ -223,11 +219,11 @@ int RotationFileLog::makerotate() {
 int RotationFileLog::renameFiles(std::string name) {
     // The unbroken run from `name` on; it ends with the first name that no file has, or that stays the same
     // because its file could not be removed.
-    std::vector<std::string> chain(1, std::move(name));
-    bool open = true;
-    while (open) {
+    std::vector<std::string> chain(1, name);
+    bool unbroken = true;
+    while (unbroken) {
         const std::string next = nextFile(chain.back());
-        open = next != chain.back() && exists(next);
+        unbroken = next != chain.back() && exists(next);
         chain.push_back(next);
     }
     int result = -1;
@@ -250,7 +246,7 @@ std::string RotationFileLog::nextFile(const std::string& name) {
     }
     const std::int32_t limit = _extensionLimits.load(std::memory_order_relaxed);
     if (number + 1 <= limit) return prefix + StringHelper::ntoa(static_cast<int>(number + 1));
-    const std::string last = prefix + StringHelper::ntoa(limit);
+    std::string last = prefix + StringHelper::ntoa(limit);
     File(last).remove();
     return last;
 }
@@ -266,7 +262,7 @@ void RotationFileLog::deleteBySize(unsigned long size) {
     const std::string prefix = path + '.';
     // A number of 0 is one past the largest: nothing lies beyond that.
     for (unsigned long number = size / sizeKiB + 1; number != 0; ++number) {
-        const std::string name = numbered(prefix, number);
+        const std::string name = prefix + std::to_string(number);
         if (!exists(name)) return;
         File(name).remove();
     }
