@@ -1,46 +1,56 @@
 #!/usr/bin/env bash
-# Builds katd for 64 and 32 bits and under the sanitizers, and runs every test.
+# Builds katd for 64 and 32 bits and under the sanitizers, runs every test, and has the sources looked at.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 
-usage() {
-    cat <<'END'
-usage: test.sh [PRESET...]
+all=(release release32 asan tsan lint)
 
-Installs what the tests need (Debian packages), builds each preset below build/ and runs its tests.
-Without arguments: release, release32, asan and tsan. Also: debug.
+usage() {
+    cat <<END
+usage: test.sh [--long] [STEP...]
+
+Installs what the tests need (Debian packages) and goes through the steps, all of them without arguments:
+
+  release, release32, asan, tsan   builds that preset below build/ and runs its tests (also: debug)
+  lint                             compiles with clang, runs clang-tidy and shellcheck
+
+--long tries every fault and stresses the daemon at full size (about an hour), and fuzzes each parser for
+five minutes.
 END
 }
 
-case "${1:-}" in
-    -h | --help)
-        usage
-        exit 0
-        ;;
-esac
-
-scripts/packages.sh cmake ninja-build g++ g++-multilib googletest libcli11-dev
-
-# A report of a sanitizer goes to a file, so that none is lost with a process that ends at once; its exit status
+# A report of a sanitizer goes to a file, so that none is lost with a process that ends at once; the exit status
 # is one that katd does not use.
 reports=$PWD/build/reports
 sanitizer_options() {
     echo "log_path=$reports/$1:exitcode=99:abort_on_error=0:halt_on_error=1"
 }
 
-failed=()
+# Runs a command quietly; what it printed is shown when it fails.
+quietly() {
+    local log=build/$1.log
+    shift
+    "$@" >"$log" 2>&1 || {
+        tail -n 60 "$log"
+        return 1
+    }
+}
+
 run_preset() {
     local preset=$1
     rm -rf "$reports"
     mkdir -p "$reports"
+    local options=()
+    # The corpus of the fuzzers is replayed where a fault in memory shows.
+    [ "$preset" = asan ] && options=(-DKATD_FUZZ=ON)
     echo "== $preset: building"
-    cmake --preset "$preset" >"build/$preset.configure.log" || { cat "build/$preset.configure.log"; return 1; }
-    cmake --build "build/$preset" >"build/$preset.build.log" || { cat "build/$preset.build.log"; return 1; }
+    quietly "$preset.configure" cmake --preset "$preset" "${options[@]}" &&
+        quietly "$preset.build" cmake --build "build/$preset" || return 1
     echo "== $preset: testing"
     ASAN_OPTIONS="$(sanitizer_options asan):verify_asan_link_order=0:detect_stack_use_after_return=1" \
         UBSAN_OPTIONS="$(sanitizer_options ubsan):print_stacktrace=1" \
         TSAN_OPTIONS="$(sanitizer_options tsan):second_deadlock_stack=1" \
-        ctest --test-dir "build/$preset" --output-on-failure --parallel 2 || return 1
+        ctest --test-dir "build/$preset" --output-on-failure --parallel 3 "${test_options[@]}" || return 1
     if [ -n "$(ls "$reports")" ]; then
         echo "== $preset: reports of a sanitizer"
         head -n 60 "$reports"/*
@@ -48,15 +58,56 @@ run_preset() {
     fi
 }
 
-mkdir -p build
-presets=("$@")
-[ $# -gt 0 ] || presets=(release release32 asan tsan)
-for preset in "${presets[@]}"; do
-    run_preset "$preset" || failed+=("$preset")
+run_lint() {
+    echo "== lint: compiling with clang"
+    quietly lint.configure cmake --preset release -B build/lint -DCMAKE_CXX_COMPILER=clang++ -DKATD_TESTS=OFF &&
+        quietly lint.build cmake --build build/lint || return 1
+    echo "== lint: clang-tidy and shellcheck"
+    git ls-files '*.sh' .ci/run | xargs shellcheck || return 1
+    git ls-files 'daemon/*.cpp' 'modules/*.cpp' 'engine/*.cpp' 'client/*.cpp' |
+        quietly lint.tidy xargs -P2 -n1 clang-tidy -p build/lint --quiet
+}
+
+steps=()
+test_options=()
+long=
+for argument in "$@"; do
+    case "$argument" in
+        -h | --help)
+            usage
+            exit 0
+            ;;
+        --long) long=yes ;;
+        release | release32 | asan | tsan | debug | lint) steps+=("$argument") ;;
+        *)
+            usage >&2
+            exit 2
+            ;;
+    esac
 done
+[ ${#steps[@]} -gt 0 ] || steps=("${all[@]}")
+if [ -n "$long" ]; then
+    export KATD_TESTS_LONG=1
+    test_options=(--timeout 3600)
+fi
+
+scripts/packages.sh cmake ninja-build g++ g++-multilib googletest libcli11-dev clang clang-tidy shellcheck
+mkdir -p build
+failed=()
+for step in "${steps[@]}"; do
+    SECONDS=0
+    case "$step" in
+        lint) run_lint || failed+=("$step") ;;
+        *) run_preset "$step" || failed+=("$step") ;;
+    esac
+    echo "== $step: ${SECONDS} s"
+done
+if [ -n "$long" ]; then
+    fuzz/run.sh 300 || failed+=(fuzz)
+fi
 
 if [ ${#failed[@]} -gt 0 ]; then
     echo "== failed: ${failed[*]}"
     exit 1
 fi
-echo "== all passed: ${presets[*]}"
+echo "== all passed: ${steps[*]}"

@@ -7,6 +7,7 @@
 
 #include "Arguments.h"
 #include "Connection.h"
+#include "KatdConf/ConfReader.h"
 #include "KatdUtil/IniUtils.h"
 #include "Questions.h"
 
@@ -19,12 +20,10 @@ bool socketFromSettings(std::string* path) {
         std::fputs("katc: set KATD_DIR to katd's home directory, or name katd's socket with -s.\n", stderr);
         return false;
     }
-    std::string home = variable;
-    if (home.back() != '/') home += '/';
-    const std::string settingsPath = home + "conf/katd.ini";
+    const std::string home = KATD_SPACE::ConfReader::homePathOf(variable);
+    const std::string settingsPath = home + KATD_SPACE::ConfReader::settingsFile;
     KATD_SPACE::IniUtils settings(settingsPath.c_str(), "r");
-    constexpr int limit = 256;  // characters of a value
-    char value[limit + 1] = "";
+    char value[KATD_SPACE::IniUtils::valueLimit + 1] = "";
     if (!settings.opened) {
         std::fprintf(
             stderr,
@@ -32,7 +31,9 @@ bool socketFromSettings(std::string* path) {
             settingsPath.c_str());
         return false;
     }
-    if (settings.QueryConfValue("katd", "data_conn_string", value, limit) != 0 || value[0] == '\0') {
+    if (settings.QueryConfValue(KATD_SPACE::ConfReader::katdSection, "data_conn_string", value,
+                                KATD_SPACE::IniUtils::valueLimit) != 0 ||
+        value[0] == '\0') {
         std::fprintf(stderr,
                      "katc: %s has no data_conn_string in its section katd: name katd's socket with -s.\n",
                      settingsPath.c_str());

@@ -81,7 +81,7 @@ const char* takeOutcome(Words* words, bool ofUrl, const std::string& function, O
 }  // namespace
 
 std::string Outcome::toText() const {
-    const std::string delay = delayMs == 0 ? "" : "delay " + std::to_string(delayMs) + " ";
+    std::string delay = delayMs == 0 ? "" : "delay " + std::to_string(delayMs) + " ";
     const auto withFailure = [this](const char* word) {
         return std::string(word) + " " + std::to_string(failure.type) + " " + std::to_string(failure.code);
     };

@@ -145,7 +145,7 @@ void* CSDKMain_Create(const char* connection) {
         Outcome outcome = nullArgument();
         if (connection != nullptr) outcome = rules().takeForFunction("create").value_or(Outcome());
         trace("CSDKMain_Create", connection == nullptr ? "null" : connection, outcome.toText());
-        if (!conclude(&outcome)) return nullptr;
+        if (!conclude(&outcome) || connection == nullptr) return nullptr;
         return new Engine(maxEntries(connection));
     });
 }
@@ -165,7 +165,7 @@ void* CSDKMain_ClassifyUrl(void* sdkMain, const char* url) {
             outcome = outcomeFor(*engine, name);
         }
         trace("CSDKMain_ClassifyUrl", url == nullptr ? "null" : url, outcome.toText());
-        if (!conclude(&outcome)) return nullptr;
+        if (!conclude(&outcome) || engine == nullptr) return nullptr;
         if (outcome.kind == Outcome::categories) engine->cache.learn(name, outcome.numbers);
         const int flags = outcome.kind == Outcome::final ? ASAPSDK_FLAG_FINAL : 0;
         return new Answer{std::move(outcome.numbers), flags};

@@ -5,9 +5,8 @@
 namespace KATD_SPACE {
 
 bool ConfReader::findValue(IniUtils& ini, const char* section, const char* key, std::string& value) {
-    constexpr int limit = 256;  // characters
-    char text[limit + 1] = "";
-    if (ini.QueryConfValue(section, key, text, limit) != 0) return false;
+    char text[IniUtils::valueLimit + 1] = "";
+    if (ini.QueryConfValue(section, key, text, IniUtils::valueLimit) != 0) return false;
     value = text;
     return true;
 }

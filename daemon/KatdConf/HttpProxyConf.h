@@ -10,8 +10,9 @@ namespace KATD_SPACE {
 class IniUtils;
 
 // The HTTP proxy through which the engine reaches its service, from section "Connectivity" of a file of its
-// own. A missing or incomplete description never stops the daemon: isValid() is false then and no proxy is
-// used. Loaded by the main thread at start-up, read afterwards.
+// own. No fault stops the daemon: without access, address or a needed user name isValid() is false and no
+// proxy is used; other values fall back to their defaults. Loaded by the main thread at start-up, read
+// afterwards.
 class HttpProxyConf {
 public:
     HttpProxyConf() = default;

@@ -12,8 +12,8 @@ namespace KATD_SPACE {
 class IniUtils;
 
 // The daemon's working settings: section "katd" of the settings file. Loaded once at start-up; from then on
-// every thread reads them, and only the two retry values still change. Each bad or missing setting is
-// reported by name.
+// every thread reads them, and only the two retry values still change. The first bad or missing one is
+// reported by name and fails the load.
 class KatdConf {
 public:
     KatdConf() = default;
@@ -59,14 +59,14 @@ private:
     bool readQuerySettings(IniUtils& ini);
     void readListPaths(IniUtils& ini);
 
-    QOR_SPACE::Mutex lock;        // held by loadConfig and setQueryTimeout
-    bool loaded = false;          // a load succeeded; under lock
-    std::string urlsListPath;     // local URL list, empty: none
-    std::string domainsListPath;  // local domain list, empty: none
-    std::string homePath;         // home directory, ending in "/", or empty: the working directory
-    std::string configFilePath;   // the settings file
-    std::string svcConnString;    // path of the service socket
-    std::string cacheFilePath;    // the engine's category cache
+    QOR_SPACE::Mutex lock;                     // held by loadConfig and setQueryTimeout
+    bool loaded QOR_GUARDED_BY(lock) = false;  // a load succeeded
+    std::string urlsListPath;                  // local URL list, empty: none
+    std::string domainsListPath;               // local domain list, empty: none
+    std::string homePath;        // home directory, ending in "/", or empty: the working directory
+    std::string configFilePath;  // the settings file
+    std::string svcConnString;   // path of the service socket
+    std::string cacheFilePath;   // the engine's category cache
     std::string
         maxCacheEntries;  // decimal digits as written, 0 to 20000000: pasted into the connection string
     std::uint32_t saveCacheInterval = 0;            // seconds

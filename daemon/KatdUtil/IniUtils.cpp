@@ -17,7 +17,6 @@ constexpr const char* logModule = "KatdUtil";
 
 constexpr std::size_t lineSize = 256;         // bytes of a piece of a line, the NUL included
 constexpr std::size_t sectionNameLimit = 59;  // characters
-constexpr int valueLimit = 256;               // characters
 constexpr std::size_t decorationRoom =
     1024;  // bytes for what surrounds names, value and comment in a new line
 
@@ -85,11 +84,11 @@ bool reserve(std::string& text, unsigned long long bytes) {
     }
 }
 
-// Puts a line before `position`, on its own even where the text before it has no line feed.
+// Puts a line before `position`; at the end, on its own even where the last line has no line feed.
 // REQUIRES: the text has room for it.
 void insertLine(std::string& text, std::size_t position, std::initializer_list<const char*> parts) {
     const std::size_t oldSize = text.size();
-    if (position > 0 && text[position - 1] != '\n') text += '\n';
+    if (position == oldSize && position > 0 && text[position - 1] != '\n') text += '\n';
     for (const char* part : parts)
         text += part;
     std::rotate(text.begin() + static_cast<std::ptrdiff_t>(position),

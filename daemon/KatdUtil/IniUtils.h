@@ -16,6 +16,8 @@ namespace KATD_SPACE {
 // Names are compared byte for byte. The first line of a key counts.
 class IniUtils {
 public:
+    static constexpr int valueLimit = 256;  // characters of a value
+
     // Opens an existing file for reading and writing. A failure is reported and leaves `opened` false; a null
     // path leaves it false without a word.
     explicit IniUtils(const char* path);

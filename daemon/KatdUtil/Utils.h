@@ -48,8 +48,8 @@ public:
     static const char* shown(const char* text) { return text == nullptr ? "(null)" : text; }
 
     // --- Texts (Text.cpp) ---
-    // Blanks are space, tab, carriage return and line feed. All but hex2str change the text in place and
-    // return it.
+    // Blanks are space, tab, carriage return and line feed. What returns a char*, hex2str apart, changes the
+    // text in place and returns it.
 
     // First character that is not a blank, possibly the closing NUL; null for null.
     static const char* FirstChar(const char* s);
@@ -115,7 +115,8 @@ public:
     // waits for its end, whatever its status. Does nothing when the variable or text is missing, or it names
     // no regular file. `started`, unless null, is called right before the program is started: up to there a
     // message may have to wait for the log, afterwards only the program takes its time.
-    static void writeSysLog(const char* text, void (*started)() = nullptr);
+    static void writeSysLog(const char* text, void (*started)());
+    static void writeSysLog(const char* text) { writeSysLog(text, nullptr); }
 };
 
 }  // namespace KATD_SPACE

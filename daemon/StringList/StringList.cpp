@@ -1,6 +1,5 @@
 #include "StringList/StringList.h"
 
-#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -26,15 +25,16 @@ T* allocateArray(std::int32_t length) {
     return new (std::nothrow) T[count];
 }
 
-// How two texts compare at the first byte in which they differ within their common length: -1 or 1, 0 where
-// none does.
-std::int32_t compareBytes(const char* key, const char* item, std::size_t length) {
-    for (std::size_t i = 0; i < length; ++i) {
-        const auto keyByte = static_cast<signed char>(key[i]);
-        const auto itemByte = static_cast<signed char>(item[i]);
-        if (keyByte != itemByte) return keyByte > itemByte ? 1 : -1;
+// Three-way comparison of bytes as signed values; longerKey is the result for a key that goes on behind the
+// item. Reads no further than the item goes, however long the key is.
+std::int32_t compareTexts(const char* key, const char* item, std::int32_t longerKey) {
+    while (*item != '\0' && *key == *item) {
+        ++key;
+        ++item;
     }
-    return 0;
+    if (*item == '\0') return *key == '\0' ? 0 : longerKey;
+    if (*key == '\0') return -1;
+    return static_cast<signed char>(*key) > static_cast<signed char>(*item) ? 1 : -1;
 }
 
 }  // namespace
@@ -163,19 +163,11 @@ std::int32_t StringList::find_i(Compare compare, std::int32_t low, std::int32_t 
 }
 
 std::int32_t StringList::cmp(const char* key, const char* item) {
-    const std::size_t keyLength = std::strlen(key);
-    const std::size_t itemLength = std::strlen(item);
-    const std::int32_t order = compareBytes(key, item, std::min(keyLength, itemLength));
-    if (order != 0 || keyLength == itemLength) return order;
-    return keyLength > itemLength ? 1 : -1;
+    return compareTexts(key, item, 1);
 }
 
 std::int32_t StringList::cmp_sw(const char* key, const char* item) {
-    const std::size_t keyLength = std::strlen(key);
-    const std::size_t itemLength = std::strlen(item);
-    const std::int32_t order = compareBytes(key, item, std::min(keyLength, itemLength));
-    if (order != 0) return order;
-    return keyLength < itemLength ? -1 : 0;
+    return compareTexts(key, item, 0);
 }
 
 }  // namespace KATD_SPACE

@@ -39,6 +39,7 @@ bool UrlContainer::getUrlCategory(char* url, std::uint32_t* category) const {
     *category = static_cast<std::uint32_t>(noCategory);
     if (!urlList.loaded && !domainList.loaded) return true;
     Utils::removePTP(Utils::toLower(Utils::trim(url)));
+    if (*url == '\0') return true;  // in neither list, even where one has an empty item
     std::int32_t found = noCategory;
     if (urlList.loaded) found = checkUrlList(url);
     if (found == noCategory && domainList.loaded) found = checkSiteList(url);

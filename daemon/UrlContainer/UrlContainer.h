@@ -35,11 +35,12 @@ public:
     std::int32_t checkSiteList(char* url) const;
 
     UrlContainer* peer = nullptr;  // the manager's other container, not owned; null until linked
-    std::int32_t users = 0;        // look-ups running; changed under the manager's activeMutex and `mutex`
-    QOR_SPACE::Mutex mutex;        // guards users and load
-    StringList urlList;            // prefixes of URLs
-    StringList domainList;         // host names
-    bool loaded = false;           // load succeeded, until reset; under the manager's locks
+    std::int32_t users =
+        0;  // look-ups running; under the manager's activeMutex and `mutex`; reset() under the former
+    QOR_SPACE::Mutex mutex;  // guards users and load
+    StringList urlList;      // prefixes of URLs
+    StringList domainList;   // host names
+    bool loaded = false;     // load succeeded, until reset; under the manager's locks
 };
 
 }  // namespace KATD_SPACE

@@ -35,8 +35,9 @@ public:
 
     UrlContainer first;
     UrlContainer second;
-    UrlContainer* active_container =
-        nullptr;                     // the one in use, null before the first load; written under both locks
+    // The one in use, null before the first load. Written under activeMutex by the one load or reload that
+    // runs, which alone may read it without.
+    UrlContainer* active_container = nullptr;
     QOR_SPACE::Mutex reloadMutex;    // held for the whole of a reload
     QOR_SPACE::Mutex activeMutex;    // guards active_container and the emptying of a retired container
     std::atomic<bool> ready{false};  // a load succeeded once; never cleared

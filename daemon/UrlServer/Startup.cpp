@@ -13,6 +13,7 @@
 #include <new>
 #include <string>
 
+#include "KatdConf/ConfReader.h"
 #include "KatdConf/LogConf.h"
 #include "KatdUtil/Utils.h"
 #include "UrlServer/ProcessEnd.h"
@@ -29,12 +30,6 @@ namespace {
 constexpr const char* logModule = "UrlServer";
 
 constexpr int FAILED = -1;  // the status of an orderly refusal to start; the shell sees 255
-
-std::string pathBelow(const char* home, const char* name) {
-    std::string path = home;
-    if (path.empty() || path.back() != '/') path += '/';
-    return path + name;
-}
 
 // Started without them, the daemon would get its log or a lock file as descriptor 1 or 2, and messages meant
 // for standard error would end up in there.
@@ -89,7 +84,7 @@ bool writePid(int fd) {
 // Takes the lock that keeps a second daemon from the same home; held until the process ends. False when
 // another process has it; ends the process when it cannot be told.
 bool lockPidFile(const char* home) {
-    const std::string path = pathBelow(home, "data/katd.pid");
+    const std::string path = ConfReader::homePathOf(home) + "data/katd.pid";
     Utils::makeParentDir(path.c_str());
     const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
     if (fd < 0) {
@@ -190,7 +185,7 @@ bool checkEnv(const char* home) {
         ERR_MSG("bad environment variable [KATD_DIR=%s]", home);
         return false;
     }
-    const std::string path = pathBelow(home, "conf/katd.ini");
+    const std::string path = ConfReader::homePathOf(home) + ConfReader::settingsFile;
     const QOR_SPACE::File settings(path);
     if (settings.isFile() && settings.exists() && settings.canRead()) return true;
     ERR_MSG("fail to open config file [%s]", path.c_str());

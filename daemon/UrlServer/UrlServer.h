@@ -58,13 +58,13 @@ public:
 
     static const char TEMP_DIR[];
 
-    bool valid;                    // the handle exists and the engine has answered; set by the constructor
-    std::atomic<void*> sdkMain;    // the engine's handle, null when absent; cleared before it is closed
-    unsigned allUrls;              // queries that went to the engine; guarded by numberMutex
-    unsigned matchedUrls;          // those answered definitively at once; guarded by numberMutex
-    QOR_SPACE::Mutex cacheMutex;   // one cache save at a time
-    QOR_SPACE::Mutex ctrlMutex;    // one control request at a time
-    QOR_SPACE::Mutex numberMutex;  // guards allUrls and matchedUrls
+    bool valid;                  // the handle exists and the engine has answered; set by the constructor
+    std::atomic<void*> sdkMain;  // the engine's handle, null when absent; cleared before it is closed
+    unsigned allUrls QOR_GUARDED_BY(numberMutex);      // queries that went to the engine
+    unsigned matchedUrls QOR_GUARDED_BY(numberMutex);  // those answered definitively at once
+    QOR_SPACE::Mutex cacheMutex;                       // one cache save at a time
+    QOR_SPACE::Mutex ctrlMutex;                        // one control request at a time
+    QOR_SPACE::Mutex numberMutex;                      // guards allUrls and matchedUrls
     std::atomic<bool> handledRequest;  // a URL query was served since the start; never cleared
     UrlManager urlManager;             // the local lists
     std::atomic<int> engineUses{0};    // calls under way on sdkMain (EngineUse)

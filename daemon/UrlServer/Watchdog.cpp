@@ -138,8 +138,10 @@ Watchdog::~Watchdog() {
     Keeper::remove(this);
     if (!Keeper::running) Keeper::setAlarm();
     pthread_mutex_unlock(&Keeper::mutex);
-    while (tooLate)
-        pause();  // whoever waits for the answer must not act on it any more
+    if (tooLate) {
+        for (;;)
+            pause();  // whoever waits for the answer must not act on it any more
+    }
 }
 
 }  // namespace KATD_SPACE

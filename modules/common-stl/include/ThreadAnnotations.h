@@ -13,10 +13,9 @@
 #define QOR_SCOPED_CAPABILITY QOR_THREAD_ATTRIBUTE(scoped_lockable)
 // Data that only the holder of the lock may touch.
 #define QOR_GUARDED_BY(lock) QOR_THREAD_ATTRIBUTE(guarded_by(lock))
-// Operations that take a lock, release it, or need it held; without a lock named it is the object itself.
+// Operations that take a lock or release it; without a lock named it is the object itself.
 #define QOR_ACQUIRE(...) QOR_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define QOR_RELEASE(...) QOR_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
-#define QOR_REQUIRES(...) QOR_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
 // An operation that tries to take the lock that the object is; `result` is what it returns on success.
 #define QOR_TRY_ACQUIRE(result) QOR_THREAD_ATTRIBUTE(try_acquire_capability(result))
 // Operations whose locking crosses their border and that the analysis cannot follow.

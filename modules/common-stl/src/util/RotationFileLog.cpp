@@ -219,7 +219,8 @@ int RotationFileLog::makerotate() {
 int RotationFileLog::renameFiles(std::string name) {
     // The unbroken run from `name` on; it ends with the first name that no file has, or that stays the same
     // because its file could not be removed.
-    std::vector<std::string> chain(1, name);
+    std::vector<std::string> chain;
+    chain.push_back(std::move(name));
     bool unbroken = true;
     while (unbroken) {
         const std::string next = nextFile(chain.back());
