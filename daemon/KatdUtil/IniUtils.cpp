@@ -84,11 +84,9 @@ bool reserve(std::string& text, unsigned long long bytes) {
     }
 }
 
-// Puts a line before `position`; at the end, on its own even where the last line has no line feed.
-// REQUIRES: the text has room for it.
+// Puts a line before `position`. REQUIRES: the text has room for it.
 void insertLine(std::string& text, std::size_t position, std::initializer_list<const char*> parts) {
     const std::size_t oldSize = text.size();
-    if (position == oldSize && position > 0 && text[position - 1] != '\n') text += '\n';
     for (const char* part : parts)
         text += part;
     std::rotate(text.begin() + static_cast<std::ptrdiff_t>(position),
@@ -182,8 +180,14 @@ int IniUtils::ModifyConfValue(const char* section, const char* key, const char* 
         // The old line of the key, else the next header, else the end of the file.
         while (pieces.next(line) && !isAnyHeader(line) && valueInLine(line, key) == nullptr) {
         }
-        const std::size_t position = pieces.begin();
-        if (!isAnyHeader(line)) text.erase(position, pieces.end() - position);
+        std::size_t position = pieces.begin();
+        if (position == text.size()) {
+            // On a line of its own even where the last line has no line feed.
+            if (text.back() != '\n') text += '\n';
+            position = text.size();
+        } else if (!isAnyHeader(line)) {
+            text.erase(position, pieces.end() - position);
+        }
         insertLine(text, position, {key, " = ", value, "\t;", comment, "\n"});
     } else {
         DBG_MSG("Can not find section [%s]", section);

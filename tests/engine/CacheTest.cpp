@@ -108,7 +108,7 @@ TEST_F(CacheTest, RulesDecideHowFunctionsEnd) {
     setRules(
         "create fail 7 8 \"no licence\" then ok\n"
         "load   fail 9 10 \"not today\" then ok\n"
-        "save   fail 11 12 \"no\" then part 13 28 \"no space left\" then ok\n");
+        "save   fail 11 12 \"no\" then partial 13 28 \"no space left\" then ok\n");
     EXPECT_EQ(nullptr, CSDKMain_Create("ServerAddress=localhost"));
     EXPECT_EQ("fail 7 8 no licence", lastFailure());
 

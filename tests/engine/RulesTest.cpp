@@ -70,7 +70,7 @@ TEST_F(RulesTest, BadLineIsNamedOnceAndIgnored) {
         "host a.example -1",
         "host a.example \"5\"",
         "host a.example ok",
-        "host a.example part 1 2 \"x\"",
+        "host a.example partial 1 2 \"x\"",
         "host a.example fail 1 2",
         "host a.example fail 1 2 x",
         "host a.example fail x 2 \"x\"",
@@ -83,7 +83,7 @@ TEST_F(RulesTest, BadLineIsNamedOnceAndIgnored) {
         "host a.example 5 6",
         "url http:// 5",
         "create 5",
-        "load part 1 2 \"x\"",
+        "load partial 1 2 \"x\"",
         "save ok then",
     };
     std::string rules = "host b.example 1\n";
