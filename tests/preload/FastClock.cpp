@@ -1,5 +1,7 @@
 // Preloaded into katd by tests: its clock runs FAST_CLOCK_FACTOR times as fast from FAST_CLOCK_START on
 // (seconds since the epoch; without it, from now). Covers what katd waits and reads times with. With
+// FAST_CLOCK_STEP, the time of day stands still and only sleep, then of a millisecond, moves it on; once it
+// has come to FAST_CLOCK_JUMP_AT it is set FAST_CLOCK_JUMP_BY seconds on, or back. With
 // FAST_CLOCK_FAIL_ACCEPT, accept fails as long as the file of that name exists.
 #include <dlfcn.h>
 #include <errno.h>
@@ -9,6 +11,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
 
@@ -56,13 +59,26 @@ const double limitFactor = setting("FAST_CLOCK_LIMIT_FACTOR", 1);
 const double monotonicStart = realSeconds(CLOCK_MONOTONIC);
 const double realStart = realSeconds(CLOCK_REALTIME);
 const double shownStart = setting("FAST_CLOCK_START", realStart);
+const bool isStepped = getenv("FAST_CLOCK_STEP") != nullptr;
+std::atomic<time_t> steppedTime{static_cast<time_t>(shownStart)};
+
+// One thread sleeps at a time.
+void step(unsigned seconds) {
+    static time_t jumpAt = static_cast<time_t>(setting("FAST_CLOCK_JUMP_AT", 0));
+    steppedTime += static_cast<time_t>(seconds);
+    if (jumpAt == 0 || steppedTime < jumpAt) return;
+    steppedTime += static_cast<time_t>(setting("FAST_CLOCK_JUMP_BY", 0));
+    jumpAt = 0;
+}
 
 }  // namespace
 
 extern "C" {
 
 time_t time(time_t* out) noexcept {
-    const time_t now = toTimespec(shownStart + (realSeconds(CLOCK_REALTIME) - realStart) * factor).tv_sec;
+    const time_t now =
+        isStepped ? steppedTime.load()
+                  : toTimespec(shownStart + (realSeconds(CLOCK_REALTIME) - realStart) * factor).tv_sec;
     if (out != nullptr) *out = now;
     return now;
 }
@@ -78,7 +94,8 @@ int clock_gettime(clockid_t clock, timespec* out) noexcept {
 
 unsigned sleep(unsigned seconds) {
     static auto* const real = next<int(const timespec*, timespec*)>(NANOSLEEP);
-    timespec left = toTimespec(seconds / factor);
+    timespec left = toTimespec(isStepped ? 0.001 : seconds / factor);
+    if (isStepped) step(seconds);
     while (real(&left, &left) != 0 && errno == EINTR) {
     }
     return 0;
