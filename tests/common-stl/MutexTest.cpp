@@ -1,4 +1,5 @@
-
+#include <atomic>
+#include <chrono>
 #include <climits>
 #include <thread>
 
@@ -10,8 +11,8 @@ using namespace QOR_SPACE;
 TEST(Semaphore, CountsUnits) {
     Semaphore semaphore(1);
     EXPECT_EQ(0, semaphore.wait());
-    EXPECT_EQ(-1, semaphore.trywait());
-    EXPECT_EQ(-1, semaphore.trywait());
+    ASSERT_EQ(-1, semaphore.trywait());
+    ASSERT_EQ(-1, semaphore.trywait());  // a refusal takes nothing
     std::thread waiting([&] { semaphore.wait(); });
     semaphore.post();
     waiting.join();
@@ -30,14 +31,19 @@ TEST(RWLock, AdmitsReadersTogetherAndWritersAlone) {
     EXPECT_EQ(0, lock.trywrlock());
     EXPECT_EQ(-1, lock.tryrdlock());
     int written = 1;
+    std::atomic<int> started{0};
     std::vector<std::thread> others;
     for (int i = 0; i < 8; ++i) {
         others.emplace_back([&, i] {
+            ++started;
             i % 2 == 0 ? lock.rdlock() : lock.wrlock();
             EXPECT_GE(i % 2 == 0 ? written : ++written, 1);
             lock.unlock();
         });
     }
+    while (started < 8)
+        std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // so that they most likely wait by now
     lock.unlock();
     for (std::thread& other : others)
         other.join();

@@ -388,7 +388,7 @@ TEST_P(OneFault, EndsAsMeantOrServesOn) {
     ASSERT_FALSE(HasFailure()) << "without a fault";
     ASSERT_GT(undisturbed.calls(), 0u) << "the function is never reached";
     Table::Row row{nameOf(fault), undisturbed.calls(), {}};
-    constexpr std::uint32_t SHORT_RUNS = 3;
+    constexpr std::uint32_t SHORT_RUNS = 6;
     const std::uint32_t runs = std::min(undisturbed.calls(), SHORT_RUNS);
     const std::uint32_t shift = static_cast<std::uint32_t>(std::hash<std::string>()(row.fault));
     for (std::uint32_t i = 0;; ++i) {
