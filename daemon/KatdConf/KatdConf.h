@@ -67,8 +67,8 @@ private:
     std::string configFilePath;  // the settings file
     std::string svcConnString;   // path of the service socket
     std::string cacheFilePath;   // the engine's category cache
-    std::string
-        maxCacheEntries;  // decimal digits as written, 0 to 20000000: pasted into the connection string
+    // Decimal digits as written, 0 to 20000000: pasted into the connection string.
+    std::string maxCacheEntries;
     std::uint32_t saveCacheInterval = 0;            // seconds
     std::string connPoolSize;                       // decimal digits as written, at least 1: pasted likewise
     std::atomic<std::uint32_t> queryRetryTimes{0};  // repeats of a query; written under lock

@@ -17,8 +17,8 @@ constexpr const char* logModule = "KatdUtil";
 
 constexpr std::size_t lineSize = 256;         // bytes of a piece of a line, the NUL included
 constexpr std::size_t sectionNameLimit = 59;  // characters
-constexpr std::size_t decorationRoom =
-    1024;  // bytes for what surrounds names, value and comment in a new line
+// Bytes for what surrounds names, value and comment in a new line.
+constexpr std::size_t decorationRoom = 1024;
 
 using Line = char[lineSize];
 

@@ -17,10 +17,10 @@ inline thread_local std::int32_t LOG_LINE = 0;  // source line of the call
 
 // What every module shares. Filled by main before the first other thread starts.
 struct Ops {
-    std::atomic<std::int32_t> logLevel{
-        0};  // message level 0 to 3; a control request changes it while others read it
-    void (*output)(const char*) =
-        nullptr;                  // takes every message text, from any thread; null: messages are dropped
+    // Message level 0 to 3; a control request changes it while others read it.
+    std::atomic<std::int32_t> logLevel{0};
+    // Takes every message text, from any thread; null: messages are dropped.
+    void (*output)(const char*) = nullptr;
     KatdConf conf;                // the daemon settings
     pthread_key_t instanceKey{};  // holds the UrlServerInstance of a connection thread, null elsewhere
 };

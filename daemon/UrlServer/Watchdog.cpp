@@ -27,17 +27,17 @@ std::int64_t nowMs() {
 struct Watchdog::Keeper {
     static constexpr std::int64_t NEVER = std::numeric_limits<std::int64_t>::max();
 
-    static inline pthread_mutex_t mutex =
-        PTHREAD_MUTEX_INITIALIZER;         // guards the rest; held for moments only
-    static inline pthread_cond_t changed;  // on the monotonic clock; made before the thread that waits for it
-    static inline bool running = false;    // the watching thread exists
-    static inline std::int64_t wakeMs =
-        NEVER;  // when that thread looks next, unless it is told to look earlier
+    // Guards the rest; held for moments only.
+    static inline pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    // On the monotonic clock; made before the thread that waits for it.
+    static inline pthread_cond_t changed;
+    static inline bool running = false;  // the watching thread exists
+    // When that thread looks next, unless it is told to look earlier.
+    static inline std::int64_t wakeMs = NEVER;
     static inline Watchdog* first = nullptr;  // the armed, earliest deadline first
     static inline Watchdog* last = nullptr;
-    static inline const Watchdog* late =
-        nullptr;                            // the call that took too long: the process is ending for it
-    static inline bool alarmIsSet = false;  // in place of a thread that could not be created
+    static inline const Watchdog* late = nullptr;  // the call that the process is ending for
+    static inline bool alarmIsSet = false;         // in place of a thread that could not be created
 
     static void start() {
         pthread_condattr_t attributes;

@@ -62,6 +62,7 @@ bool answers(const Home& home) {
 class Base {
 public:
     Base(const Daemon& katd, const Home& home) : katd_(katd), home_(home) {
+        EXPECT_TRUE(answers(home));  // whoever connected before has been accepted by then
         EXPECT_TRUE(eventually([&] { return threadsOf(katd) == IDLE_THREADS; })) << threadsOf(katd);
         descriptors_ = descriptorsOf(katd, home);
     }
