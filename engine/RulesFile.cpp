@@ -36,9 +36,15 @@ RulesFile::State RulesFile::readFile(const std::string& path) {
     // Not blocking: a FIFO in the place of the file would otherwise keep every call waiting.
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) return stateOf(path, errno, file);
+    const struct Closer {
+        int fd;
+        ~Closer() { close(fd); }
+    } closer{fd};
     int error = fstat(fd, &file) == 0 ? 0 : errno;
     if (error == 0 && !S_ISREG(file.st_mode)) error = EINVAL;
     std::stringstream text;
+    // Without memory it must fail: rules cut short would stay in force until the file changes.
+    text.exceptions(std::ios::badbit);
     char piece[4096];
     while (error == 0) {
         const ssize_t size = read(fd, piece, sizeof piece);
@@ -49,7 +55,6 @@ RulesFile::State RulesFile::readFile(const std::string& path) {
             error = errno;
         }
     }
-    close(fd);
     if (error == 0) rules_.read(text, path);
     return stateOf(path, error, file);
 }

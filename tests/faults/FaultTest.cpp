@@ -380,6 +380,10 @@ std::string nameOf(const Fault& fault) {
     return std::string(fault.call) + "_" + (fault.error == 0 ? "short" : strerrorname_np(fault.error));
 }
 
+void PrintTo(const Fault& fault, std::ostream* out) {
+    *out << nameOf(fault);
+}
+
 class OneFault : public testing::TestWithParam<Fault> {};
 
 TEST_P(OneFault, EndsAsMeantOrServesOn) {
