@@ -83,13 +83,16 @@ int Utils::connectLocalTcp(const char* path) {
 }
 
 unsigned Utils::readn(int fd, void* buf, unsigned n) {
+    return readAtLeast(fd, buf, 0, n, n);
+}
+
+unsigned Utils::readAtLeast(int fd, void* buf, unsigned have, unsigned n, unsigned room) {
     if (fd < 0) {
         ERR_MSG("In %s, fd < 0", "readn");
         return 0;
     }
-    unsigned done = 0;
-    while (done < n) {
-        const ssize_t result = read(fd, static_cast<char*>(buf) + done, n - done);
+    while (have < n) {
+        const ssize_t result = read(fd, static_cast<char*>(buf) + have, room - have);
         if (result < 0 && errno == EINTR) continue;
         if (result < 0) {
             DBG_MSG("connection is closed[%m]");
@@ -99,17 +102,19 @@ unsigned Utils::readn(int fd, void* buf, unsigned n) {
             DBG_MSG("connection is closed");
             break;
         }
-        done += static_cast<unsigned>(result);
+        have += static_cast<unsigned>(result);
     }
-    return done;
+    return have;
 }
 
-unsigned Utils::writen(int fd, const char* buf, unsigned n) {
+unsigned Utils::writen(int fd, const char* buf, unsigned n, unsigned* out) {
+    unsigned unasked = 0;
+    unsigned& done = out != nullptr ? *out : unasked;
+    done = 0;
     if (fd < 0) {
         ERR_MSG("In %s, fd < 0", "writen");
         return 0;
     }
-    unsigned done = 0;
     while (done < n) {
         errno = 0;  // a result of 0 sets none: an old EINTR would make the loop endless
         const ssize_t result = write(fd, buf + done, n - done);

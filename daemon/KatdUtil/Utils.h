@@ -94,9 +94,13 @@ public:
     // Reads n bytes, going on after signals. n on success; fewer when the peer closed first; 0 when reading
     // failed (even after a part), for a negative fd, and for n = 0.
     static unsigned readn(int fd, void* buf, unsigned n);
-    // Writes n bytes, going on after signals. n on success, 0 on failure (a part may be out then).
-    // REQUIRES: SIGPIPE is ignored.
-    static unsigned writen(int fd, const char* buf, unsigned n);
+    // The same for a buf that holds `have` bytes already and may be filled up to `room`: reads until there
+    // are at least n, taking more where the kernel has more at once. How many buf holds then: n or more on
+    // success.
+    static unsigned readAtLeast(int fd, void* buf, unsigned have, unsigned n, unsigned room);
+    // Writes n bytes, going on after signals. n on success, 0 on failure (a part may be out then: *out tells
+    // how many bytes are, unless it is null). REQUIRES: SIGPIPE is ignored.
+    static unsigned writen(int fd, const char* buf, unsigned n, unsigned* out = nullptr);
 
     // --- Host and file system (Host.cpp) ---
 

@@ -21,16 +21,18 @@ constexpr std::uint32_t NOT_LISTED = 0xFFFFFFFF;
 
 enum class Listed { YES, NO, NO_MEMORY };
 
-Listed lookUpLists(const char* url, unsigned char* category) {
-    // The look-up normalises the text that it is given in place.
-    char* copy = strdup(url);
+// The look-up normalises the text that it is given in place: a copy of url, in `room` where it fits.
+Listed lookUpLists(const char* url, char* room, std::size_t roomSize, unsigned char* category) {
+    const std::size_t size = strlen(url) + 1;
+    char* const copy = size <= roomSize ? room : static_cast<char*>(malloc(size));
     if (copy == nullptr) {
         ERR_MSG("In %s, fail to do strdup", "scanOneUrl");
         return Listed::NO_MEMORY;
     }
+    memcpy(copy, url, size);
     std::uint32_t number = NOT_LISTED;
     const bool answered = urlSvr->urlManager.getUrlCategory(copy, &number);
-    free(copy);
+    if (copy != room) free(copy);
     if (!answered || number == NOT_LISTED) return Listed::NO;
     *category = static_cast<unsigned char>(number & 0xFF);
     return Listed::YES;
@@ -79,13 +81,19 @@ void pauseMilliseconds(std::uint32_t milliseconds) {
 
 unsigned UrlServerInstance::scanOneUrl(const char* url, unsigned char* categories, unsigned size,
                                        bool withRetry, bool* matched) {
+    return classify(url, categories, size, withRetry, matched, nullptr);
+}
+
+unsigned UrlServerInstance::classify(const char* url, unsigned char* categories, unsigned size,
+                                     bool withRetry, bool* matched, UrlServerInstance* connection) {
     bool unasked = false;
     bool& definitive = matched != nullptr ? *matched : unasked;
     definitive = false;
     if (urlSvr == nullptr || urlSvr->sdkMain == nullptr || categories == nullptr || size == 0) return 0;
 
     if (urlSvr->urlManager.ready) {
-        switch (lookUpLists(url, categories)) {
+        char* const room = connection != nullptr ? connection->room : nullptr;
+        switch (lookUpLists(url, room, room != nullptr ? connection->roomSize : 0, categories)) {
             case Listed::YES:
                 definitive = true;
                 return 1;
@@ -96,6 +104,7 @@ unsigned UrlServerInstance::scanOneUrl(const char* url, unsigned char* categorie
         }
     }
 
+    if (connection != nullptr && !connection->stream.send()) return 0;
     unsigned retryTimes = 0;
     unsigned retryInterval = 0;
     if (withRetry) ops.conf.getQueryTimeout(&retryTimes, &retryInterval);

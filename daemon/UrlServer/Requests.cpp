@@ -21,7 +21,7 @@ bool hasPrefix(const char* message, const char* prefix) {
 }  // namespace
 
 UrlServerInstance::UrlServerInstance(int descriptor)
-    : socket(descriptor), largeBuffer(nullptr), largeBufferSize(0), currentUrl(nullptr) {}
+    : socket(descriptor), largeBuffer(nullptr), largeBufferSize(0), currentUrl(nullptr), stream(descriptor) {}
 
 UrlServerInstance::~UrlServerInstance() {
     delete[] largeBuffer;
@@ -31,6 +31,7 @@ UrlServerInstance::~UrlServerInstance() {
 
 int UrlServerInstance::start() {
     int result = 0;
+    stream.readAhead();
     try {
         while (result >= 0)
             result = handleRequests();
@@ -64,7 +65,7 @@ int UrlServerInstance::handleRequests() {
         return -1;
     }
     std::int32_t announced = 0;
-    unsigned got = Utils::readn(socket, &announced, sizeof(announced));
+    unsigned got = stream.readn(&announced, sizeof(announced));
     if (got < sizeof(announced)) {
         DBG_MSG("fail to read msg length from socket, ret[%d]", static_cast<int>(got));
         return -1;
@@ -76,7 +77,7 @@ int UrlServerInstance::handleRequests() {
     const std::uint32_t length = static_cast<std::uint32_t>(announced);
     char* message = bufferFor(length);
     if (message == nullptr) return -1;
-    got = Utils::readn(socket, message, length);
+    got = stream.readn(message, length);
     if (got < length) {
         ERR_MSG("fail to read msg from socket, msglen[%d], ret[%d]", announced, static_cast<int>(got));
         return -1;
@@ -87,48 +88,32 @@ int UrlServerInstance::handleRequests() {
         return -1;
     }
 
+    room = message == buffer ? buffer + length + 1 : nullptr;
+    roomSize = message == buffer ? BUFFER_SIZE - length - 1 : 0;
     const char* body = message + PREFIX_LENGTH;
     unsigned char categories[MAX_CATEGORIES];
-    unsigned stored = 0;
-    bool matched = false;
+    ReplyHeader reply{};
     if (hasPrefix(message, PREFIX_QUERY)) {
-        stored = handleQuery(body, false, categories, &matched);
+        handleQuery(body, false, categories, &reply);
     } else if (hasPrefix(message, PREFIX_RETRIED_QUERY)) {
-        stored = handleQuery(body, true, categories, &matched);
+        handleQuery(body, true, categories, &reply);
     } else if (hasPrefix(message, PREFIX_CONTROL)) {
         handleCtrlRequest(body, length - PREFIX_LENGTH);
     } else {
         ERR_MSG("Unknown katd msg prefix [%s]", message);
         return -1;
     }
-    return sendReply(categories, stored, matched);
+    return stream.reply(reply, categories) ? 0 : -1;
 }
 
-unsigned UrlServerInstance::handleQuery(const char* url, bool withRetry, unsigned char* categories,
-                                        bool* matched) {
+void UrlServerInstance::handleQuery(const char* url, bool withRetry, unsigned char* categories,
+                                    ReplyHeader* reply) {
+    bool matched = false;
     currentUrl = url;
-    const unsigned stored = scanOneUrl(url, categories, MAX_CATEGORIES, withRetry, matched);
+    reply->length = classify(url, categories, MAX_CATEGORIES, withRetry, &matched, this);
     currentUrl = nullptr;
+    reply->matched = matched ? 1 : 0;
     if (urlSvr != nullptr) urlSvr->handledRequest.store(true, std::memory_order_relaxed);
-    return stored;
-}
-
-int UrlServerInstance::sendReply(const unsigned char* categories, unsigned length, bool matched) {
-    ReplyHeader header{};
-    header.length = length;
-    header.matched = matched ? 1 : 0;
-    unsigned sent = Utils::writen(socket, reinterpret_cast<const char*>(&header), sizeof(header));
-    if (sent < sizeof(header)) {
-        ERR_MSG("fail to send the url query result to katc, ret[%d]", static_cast<int>(sent));
-        return -1;
-    }
-    if (length == 0) return 0;
-    sent = Utils::writen(socket, reinterpret_cast<const char*>(categories), length);
-    if (sent < length) {
-        ERR_MSG("fail to send the url query categories to katc, ret[%d]", static_cast<int>(sent));
-        return -1;
-    }
-    return 0;
 }
 
 }  // namespace KATD_SPACE

@@ -1,7 +1,10 @@
 #ifndef KATD_URLSERVER_URLSERVERINSTANCE_H
 #define KATD_URLSERVER_URLSERVERINSTANCE_H
 
+#include <cstddef>
 #include <cstdint>
+
+#include "UrlServer/ConnectionBuffer.h"
 
 namespace KATD_SPACE {
 
@@ -49,8 +52,15 @@ public:
 
 private:
     char* bufferFor(std::uint32_t length);
-    unsigned handleQuery(const char* url, bool withRetry, unsigned char* categories, bool* matched);
-    int sendReply(const unsigned char* categories, unsigned length, bool matched);
+    void handleQuery(const char* url, bool withRetry, unsigned char* categories, ReplyHeader* reply);
+    // scanOneUrl, for the connection that waits for it (may be null): its replies so far are sent before the
+    // engine is asked, and the look-up works in what its buffer has left.
+    static unsigned classify(const char* url, unsigned char* categories, unsigned size, bool withRetry,
+                             bool* matched, UrlServerInstance* connection);
+
+    char* room = nullptr;  // what `buffer` has left behind the message in it; null behind a larger message
+    std::size_t roomSize = 0;  // bytes
+    ConnectionBuffer stream;   // what is read from and written to `socket`
 };
 
 }  // namespace KATD_SPACE

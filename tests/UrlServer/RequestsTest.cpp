@@ -1,3 +1,7 @@
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/resource.h>
+
 #include "UrlServer/ServerFixture.h"
 
 using namespace katd_test;
@@ -5,7 +9,15 @@ using KATD_SPACE::UrlServerInstance;
 
 namespace {
 
-class Requests : public ServerFixture {};
+class Requests : public ServerFixture {
+protected:
+    Requests() { signal(SIGXFSZ, SIG_IGN); }
+
+    static std::string reply(const std::vector<unsigned char>& categories, char matched = 1) {
+        return number(0) + number(static_cast<std::uint32_t>(categories.size())) +
+               std::string{matched, 0, 0, 0} + std::string(categories.begin(), categories.end());
+    }
+};
 
 TEST_F(Requests, RefusesWhatIsNoRequestWithoutAReply) {
     const struct {
@@ -64,6 +76,60 @@ TEST_F(Requests, ServesRequestsSentAheadInOrderAndByteByByte) {
     }
 }
 
+// A socket that keeps the borders of its packets shows what goes out in one write.
+TEST_F(Requests, RepliesToWhatIsAlreadyThereGoOutTogetherButNeverWait) {
+    home().rules("url asked 7\n");
+    const std::string listed = request("url0ads.example"), hit = reply({12}), asked = request("url1asked");
+    std::string many, allOfMany;
+    for (int i = 0; i < 160; ++i) {
+        many += listed;
+        allOfMany += hit;
+    }
+    const struct {
+        std::string packet;
+        std::vector<std::string> replies;
+    } cases[] = {
+        {listed, {hit}},
+        {listed + listed + listed, {hit + hit + hit}},
+        {listed + asked + listed, {hit, reply({7}) + hit}},
+        {listed + request("ctl:urls_stat") + listed, {hit, reply({}, 0) + hit}},
+        {listed + listed + number(9) + "url0", {hit + hit}},
+        {many, {allOfMany.substr(0, 1781), allOfMany.substr(1781)}},
+        {listed + number(0), {hit}},
+        {listed + request("url") + listed, {hit}},
+        {listed + request("url2x") + listed, {hit}},
+    };
+    for (const auto& one : cases) {
+        SCOPED_TRACE(one.packet);
+        int fds[2];
+        ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, fds));
+        Client client(fds[0]);
+        ASSERT_TRUE(client.send(one.packet));
+        shutdown(client.fd(), SHUT_WR);
+        EXPECT_EQ(-1, UrlServerInstance(fds[1]).start());
+        close(fds[1]);
+        std::vector<std::string> packets;
+        char packet[4096];
+        for (ssize_t size = 0; (size = recv(client.fd(), packet, sizeof packet, 0)) > 0;)
+            packets.emplace_back(packet, static_cast<std::size_t>(size));
+        EXPECT_EQ(one.replies, packets);
+    }
+    // By itself a request is read as it is, and answered before the next one is touched.
+    int fds[2];
+    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds));
+    Client client(fds[0]);
+    ASSERT_TRUE(client.send(listed + listed));
+    UrlServerInstance instance(fds[1]);
+    for (int left : {1, 0}) {
+        EXPECT_EQ(0, instance.handleRequests());
+        ASSERT_TRUE(client.receive());
+        int unread = 0;
+        ioctl(fds[1], FIONREAD, &unread);
+        EXPECT_EQ(left * static_cast<int>(listed.size()), unread);
+    }
+    close(fds[1]);
+}
+
 TEST_F(Requests, KeepsTheLongMessageBufferUntilItIsTooSmall) {
     Connection connection;
     const struct {
@@ -95,15 +161,32 @@ TEST_F(Requests, TellsAPeerThatDoesNotTakeItsReply) {
     EXPECT_EQ(-1, unconnected.handleRequests());
     EXPECT_THAT(told(), testing::HasSubstr("In handleRequests, socket < 0"));
 
-    int fds[2];
-    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds));
-    Client client(fds[0]);
-    ASSERT_TRUE(client.send(request("url0a.example")));
-    client.hangUp();
-    UrlServerInstance instance(fds[1]);
-    EXPECT_EQ(-1, instance.handleRequests());
-    EXPECT_THAT(told(), testing::HasSubstr("fail to send the url query result to katc, ret[0]"));
-    close(fds[1]);
+    // A file that may not grow takes a part of the replies: which one is cut off, and where, decides the
+    // message. The requests stand in the file itself.
+    const std::string requests = request("url0ads.example") + request("url0ads.example");
+    const struct {
+        unsigned taken;
+        std::string message;
+    } cases[] = {{0, "result to"},  {11, "result to"}, {12, "categories to"},
+                 {13, "result to"}, {24, "result to"}, {25, "categories to"}};
+    const std::string path = home().path() + "/requests";
+    for (const auto& one : cases) {
+        SCOPED_TRACE(one.taken);
+        messages.clear();
+        writeFile(path, requests);
+        const int fd = open(path.c_str(), O_RDWR | O_APPEND | O_CLOEXEC);
+        rlimit before{};
+        getrlimit(RLIMIT_FSIZE, &before);
+        rlimit limit = before;
+        limit.rlim_cur = requests.size() + one.taken;
+        setrlimit(RLIMIT_FSIZE, &limit);
+        EXPECT_EQ(-1, UrlServerInstance(fd).start());
+        setrlimit(RLIMIT_FSIZE, &before);
+        close(fd);
+        EXPECT_EQ(requests.size() + one.taken, readFile(path).size());
+        std::string expected = "fail to send the url query " + one.message + " katc, ret[0]\n";
+        EXPECT_THAT(told(), testing::EndsWith(expected));
+    }
 }
 
 TEST_F(Requests, OnlyAUrlQueryCountsAsHandledAndItsUrlIsNamedMeanwhile) {
