@@ -83,7 +83,7 @@ stop_leftover() {
 
 build_all() {
     say "Building (output in $build_log)"
-    if ! { cmake --preset release -B "$build" -DKATD_TESTS=OFF && cmake --build "$build"; } > "$build_log" 2>&1 9>&-; then
+    if ! { cmake --preset release -B "$build" -DKATD_TESTS=OFF -DKATD_BENCH=OFF && cmake --build "$build"; } > "$build_log" 2>&1 9>&-; then
         tail -n 30 "$build_log" >&2
         fail "the build failed; all of its output is in $root/$build_log"
     fi
@@ -154,7 +154,7 @@ ask_questions() {
     fi
 }
 
-scripts/packages.sh cmake ninja-build g++ libcli11-dev
+scripts/packages.sh cmake ninja-build g++ libcli11-dev nlohmann-json3-dev
 mkdir -p build
 exec 9> build/run.lock
 flock -n 9 || fail "another run.sh serves in this tree: end it first"

@@ -3,7 +3,7 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 
-all=(release release32 asan tsan lint)
+all=(release release32 asan tsan lint bench)
 
 usage() {
     cat <<END
@@ -13,6 +13,7 @@ Installs what the tests need (Debian packages) and goes through the steps, all o
 
   release, release32, asan, tsan   builds that preset below build/ and runs its tests (also: debug)
   lint                             compiles with clang, runs clang-tidy and shellcheck
+  bench                            runs each bench for a moment
 
 --long then tries every fault and stresses the daemon at full size, on 64 and on 32 bits, and fuzzes each reader
 of outside bytes for five minutes: about an hour in all.
@@ -64,7 +65,7 @@ run_lint() {
         quietly lint.build cmake --build build/lint || return 1
     echo "== lint: clang-tidy and shellcheck"
     git ls-files '*.sh' .ci/run | xargs shellcheck || return 1
-    git ls-files 'daemon/*.cpp' 'modules/*.cpp' 'engine/*.cpp' 'client/*.cpp' |
+    git ls-files 'daemon/*.cpp' 'modules/*.cpp' 'engine/*.cpp' 'client/*.cpp' 'libkatclient/*.cpp' 'katlist/*.cpp' |
         quietly lint.tidy xargs -P2 -n1 clang-tidy -p build/lint --quiet
 }
 
@@ -87,7 +88,7 @@ for argument in "$@"; do
             exit 0
             ;;
         --long) long=yes ;;
-        release | release32 | asan | tsan | debug | lint) steps+=("$argument") ;;
+        release | release32 | asan | tsan | debug | lint | bench) steps+=("$argument") ;;
         *)
             usage >&2
             exit 2
@@ -96,13 +97,14 @@ for argument in "$@"; do
 done
 [ ${#steps[@]} -gt 0 ] || steps=("${all[@]}")
 
-scripts/packages.sh cmake ninja-build g++ g++-multilib googletest libcli11-dev clang clang-tidy shellcheck
+scripts/packages.sh cmake ninja-build g++ g++-multilib googletest libcli11-dev nlohmann-json3-dev libbenchmark-dev clang clang-tidy shellcheck squid curl busybox mandoc systemd
 mkdir -p build
 failed=()
 for step in "${steps[@]}"; do
     SECONDS=0
     case "$step" in
         lint) run_lint || failed+=("$step") ;;
+        bench) quietly bench ./bench.sh --quick || failed+=("$step") ;;
         *) run_preset "$step" || failed+=("$step") ;;
     esac
     echo "== $step: ${SECONDS} s"

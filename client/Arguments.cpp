@@ -3,26 +3,29 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <iterator>
 #include <memory>
-
-#include "UrlServer/Protocol.h"
 
 namespace katc {
 
 namespace {
 
 constexpr const char* usage =
-    "Usage: katc [-s SOCKET] [-r] [--] URL...\n"
-    "       katc [-s SOCKET] [-r] -\n"
-    "       katc [-s SOCKET] ctl REQUEST\n";
+    "Usage: katc [OPTION...] [--] URL...\n"
+    "       katc [OPTION...] -\n"
+    "       katc [-s SOCKET] [--timeout SECONDS] [--wait SECONDS] ctl REQUEST\n"
+    "       katc helper --help    (answers the proxy squid)\n";
 
 constexpr const char* footer =
     "Of each URL katc prints a line: the URL, a tab, known or unknown, a tab, and the\n"
     "category numbers with commas between. - asks for the URLs on standard input, one\n"
-    "a line; -- stands before a URL that begins with - or is the word ctl.\n"
+    "a line; -- stands before a URL that begins with - or is the word ctl or helper.\n"
+    "\n"
+    "Without --wait a daemon that is missing at the start is told at once, while one\n"
+    "that ends later is waited for 30 seconds; no question is lost by its restart.\n"
     "\n"
     "Exit status: 0 every URL, or the request, got its reply (unknown is one);\n"
     "1 one did not; 2 bad usage; 3 no daemon answers.";
@@ -51,31 +54,56 @@ const CLI::Validator unsignedNumber(
     },
     "");
 
-// An operand of a control request: the number's bytes in the machine's order.
-std::string operand(std::uint32_t number) {
-    return {reinterpret_cast<const char*>(&number), sizeof number};
-}
-
-std::string operand(const std::string& text) {
+std::uint32_t toUnsigned(const std::string& text) {
     std::uint32_t number = 0;
     parseUnsigned(text, &number);
-    return operand(number);
+    return number;
+}
+
+constexpr double longestSec = 4000000;  // 46 days: as milliseconds it is a number of 32 bits
+
+// Digits with at most one point among them.
+bool parseSeconds(const std::string& text, unsigned* milliseconds) {
+    double seconds = -1;
+    const char* const end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, seconds, std::chars_format::fixed);
+    if (result.ec != std::errc() || result.ptr != end || !(seconds >= 0 && seconds <= longestSec))
+        return false;
+    // Something is never rounded to nothing, which would mean no limit.
+    *milliseconds = seconds > 0 ? std::max(1U, static_cast<unsigned>(std::lround(seconds * 1000))) : 0;
+    return true;
+}
+
+const CLI::Validator secondsNumber(
+    [](const std::string& text) {
+        unsigned ignored = 0;
+        return parseSeconds(text, &ignored) ? std::string()
+                                            : "must be a number of seconds from 0 to 4000000, not " + text;
+    },
+    "");
+
+unsigned toMilliseconds(const std::string& text) {
+    unsigned milliseconds = 0;
+    parseSeconds(text, &milliseconds);
+    return milliseconds;
 }
 
 std::uint32_t numberOf(const std::string& level) {
     return static_cast<std::uint32_t>(std::find(levels.begin(), levels.end(), level) - levels.begin());
 }
 
-// The requests below "ctl". What each stores goes on living in `body`.
-void addRequests(CLI::App* ctl, std::string* body) {
+// The requests below "ctl". What each stores goes on living in `request`.
+void addRequests(CLI::App* ctl, std::function<int(katclient*)>* request) {
     const auto add = [ctl](const char* name, const char* description) {
         return ctl->add_subcommand(name, description)->fallthrough();
     };
     auto* const level = add("log_level", "Set the message level: info, error, warning or debug");
     auto* const levelWord = level->add_option("LEVEL", "info, error, warning or debug");
     levelWord->required()->transform(CLI::IsMember(levels, CLI::ignore_case))->type_name("");
-    level->callback(
-        [=] { *body = KATD_SPACE::CONTROL_LOG_LEVEL + operand(numberOf(levelWord->as<std::string>())); });
+    level->callback([=] {
+        const auto number = static_cast<katclient_level>(numberOf(levelWord->as<std::string>()));
+        *request = [number](katclient* client) { return katclient_log_level(client, number); };
+    });
 
     auto* const timeout = add("timeout",
                               "Set how often (TIMES) and after how many milliseconds (MS) an Unknown\n"
@@ -85,18 +113,20 @@ void addRequests(CLI::App* ctl, std::string* body) {
     for (auto* const number : {times, pause})
         number->required()->check(unsignedNumber)->type_name("");
     timeout->callback([=] {
-        *body = KATD_SPACE::CONTROL_TIMEOUT + operand(times->as<std::string>()) +
-                operand(pause->as<std::string>());
+        *request = [count = toUnsigned(times->as<std::string>()),
+                    interval = toUnsigned(pause->as<std::string>())](katclient* client) {
+            return katclient_retry_times(client, count, interval);
+        };
     });
 
-    add("save_cache", "Save what the engine has learnt to the cache file")->callback([body] {
-        *body = KATD_SPACE::CONTROL_SAVE_CACHE;
+    add("save_cache", "Save what the engine has learnt to the cache file")->callback([request] {
+        *request = katclient_save_cache;
     });
-    add("urls_stat", "Write the number of URLs asked and matched to the log")->callback([body] {
-        *body = KATD_SPACE::CONTROL_URLS_STAT;
+    add("urls_stat", "Write the number of URLs asked and matched to the log")->callback([request] {
+        *request = katclient_urls_stat;
     });
-    add("reload", "Read the lists of URLs and domains again")->callback([body] {
-        *body = KATD_SPACE::CONTROL_RELOAD;
+    add("reload", "Read the lists of URLs and domains again")->callback([request] {
+        *request = katclient_reload;
     });
 }
 
@@ -106,6 +136,12 @@ void takeUrls(const std::vector<std::string>& unknown, std::vector<std::string>*
         if (word.size() > 1 && word[0] == '-') {
             throw CLI::ParseError(
                 "there is no option " + word + "; a URL that begins with - stands behind --", badUsage);
+        }
+        if (word == "helper") {
+            throw CLI::ParseError(
+                "helper is a command when it stands first: katc helper --help; a URL of that name stands "
+                "behind --",
+                badUsage);
         }
         urls->push_back(word);
     }
@@ -122,8 +158,21 @@ bool parseArguments(int argc, const char* const* argv, Arguments* arguments, Exi
     app.add_option("-s,--socket", arguments->socket,
                    "katd's socket; without it the settings in KATD_DIR name it")
         ->type_name("SOCKET");
-    auto* const retry = app.add_flag("-r,--retry", arguments->withRetry,
-                                     "Have katd ask the engine again while it answers Unknown");
+    CLI::Option* const ofUrls[] = {
+        app.add_flag("-r,--retry", arguments->withRetry,
+                     "Have katd ask the engine again while it answers Unknown"),
+        app.add_flag("--json", arguments->json,
+                     "Print each answer as a JSON object with url, known, categories and\n"
+                     "names, or with url and error"),
+        app.add_option("--names", arguments->namesFile,
+                       "Print categories by their names: a file of lines name = number")
+            ->type_name("FILE")};
+    auto* const timeout =
+        app.add_option("--timeout", "Wait at most this long for an answer; 0: for ever (default)");
+    auto* const wait =
+        app.add_option("--wait", "Try this long to reach katd, at the start and when it has ended");
+    for (auto* const option : {timeout, wait})
+        option->check(secondsNumber)->type_name("SECONDS");
     auto* const ctl = app.add_subcommand("ctl", "Send a request; what comes of it stands in katd's log");
     ctl->require_subcommand(0, 1)->fallthrough();
     addRequests(ctl, &arguments->control);
@@ -139,7 +188,7 @@ bool parseArguments(int argc, const char* const* argv, Arguments* arguments, Exi
         takeUrls(app.remaining(), &arguments->urls);
         if (mark != end) arguments->urls.insert(arguments->urls.end(), mark + 1, end);
         const bool isControl = ctl->parsed();
-        if (isControl && arguments->control.empty()) {
+        if (isControl && !arguments->control) {
             throw CLI::ParseError("ctl needs a request: log_level, timeout, save_cache, urls_stat or reload",
                                   badUsage);
         }
@@ -147,8 +196,13 @@ bool parseArguments(int argc, const char* const* argv, Arguments* arguments, Exi
             throw CLI::ParseError("ctl takes one request and no URL, but there is " + arguments->urls.front(),
                                   badUsage);
         }
-        if (isControl && retry->count() != 0) throw CLI::ParseError("-r goes with URLs alone", badUsage);
+        for (const CLI::Option* const option : ofUrls) {
+            if (isControl && option->count() != 0)
+                throw CLI::ParseError(option->get_name() + " goes with URLs alone", badUsage);
+        }
         if (!isControl && arguments->urls.empty()) throw CLI::ParseError("no URL is given", badUsage);
+        if (timeout->count() != 0) arguments->answerMs = toMilliseconds(timeout->as<std::string>());
+        if (wait->count() != 0) arguments->waitMs = toMilliseconds(wait->as<std::string>());
         return true;
     } catch (const CLI::Success& e) {
         *status = app.exit(e) == 0 ? answered : badUsage;

@@ -1,97 +1,91 @@
 #include "Questions.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
+#include <algorithm>
+#include <chrono>
 #include <cstring>
 
-#include "UrlServer/Protocol.h"
+#include "Lines.h"
 
 namespace katc {
 
 namespace {
 
-// A URL as a sentence shows it: whole when it is short.
-std::string shown(std::string_view url) {
-    constexpr std::size_t limit = 200;
-    return "[" + std::string(url.substr(0, limit)) + (url.size() > limit ? "...]" : "]");
-}
-
-void tell(const std::string& sentence) {
-    std::fprintf(stderr, "katc: %s.\n", sentence.c_str());
-}
+// More lines are asked together while that takes less than the first time, fewer when it takes more than the
+// second: answers are to be seen as they come.
+constexpr std::chrono::milliseconds quick(50);
+constexpr std::chrono::milliseconds slow(200);
+constexpr std::size_t mostTogether = 512;
 
 }  // namespace
 
-Questions::Questions(Connection* connection, bool withRetry)
-    : connection_(connection),
-      prefix_(withRetry ? KATD_SPACE::PREFIX_RETRIED_QUERY : KATD_SPACE::PREFIX_QUERY) {}
+Questions::Questions(katclient* client, Answers* answers, bool withRetry, unsigned lostMs, unsigned answerMs)
+    : client_(client),
+      answers_(answers),
+      flags_(withRetry ? KATCLIENT_RETRY : 0),
+      lostMs_(lostMs),
+      answerMs_(answerMs) {}
 
 ExitStatus Questions::askAll(const std::vector<std::string>& urls) {
     for (const std::string& url : urls) {
-        if (!(url == "-" ? askLines() : askOne(url))) break;
+        if (!(url == "-" ? askLines() : ask({url}))) break;
     }
     return status_;
 }
 
 bool Questions::askLines() {
-    char* text = nullptr;
-    std::size_t room = 0;
-    bool goOn = true;
-    ssize_t size = 0;
-    while (goOn && (size = getline(&text, &room, stdin)) >= 0) {
-        auto length = static_cast<std::size_t>(size);
-        if (length > 0 && text[length - 1] == '\n') --length;
-        goOn = askOne(std::string_view(text, length));
+    Lines lines;
+    std::size_t together = 1;
+    for (;;) {
+        const std::vector<std::string_view>& urls = lines.next(together);
+        if (urls.empty()) break;
+        const auto start = std::chrono::steady_clock::now();
+        if (!ask(urls)) return false;
+        const auto passed = std::chrono::steady_clock::now() - start;
+        if (passed < quick) together = std::min(together * 2, mostTogether);
+        if (passed > slow) together = std::max<std::size_t>(together / 4, 1);
     }
-    const int error = errno;
-    std::free(text);
-    if (goOn && std::ferror(stdin)) {
-        tell(std::string("cannot read standard input (") + std::strerror(error) +
-             "): give it a text file or a pipe");
-        status_ = unanswered;
-        return false;
-    }
-    return goOn;
-}
-
-bool Questions::askOne(std::string_view url) {
-    // The daemon would close the connection for the first, and answer for another URL in the second case.
-    if (url.empty() || url.find('\0') != url.npos) {
-        tell(url.empty() ? "an empty URL is not asked: write one URL a line"
-                         : "a URL with a zero byte is not asked: write one URL a line, as text");
-        status_ = unanswered;
-        return true;
-    }
-    Reply reply;
-    const ExitStatus status = connection_->ask(prefix_, url, &reply);
-    if (status == answered) return print(url, reply);
-    tell("no reply for " + shown(url) + ", " + connection_->problem());
-    status_ = status;
-    return status != noDaemon;
-}
-
-bool Questions::print(std::string_view url, const Reply& reply) {
-    std::string line(url);
-    line += reply.matched ? "\tknown\t" : "\tunknown\t";
-    for (std::size_t i = 0; i < reply.categories.size(); ++i) {
-        if (i != 0) line += ',';
-        line += std::to_string(reply.categories[i]);
-    }
-    line += '\n';
-    if (std::fwrite(line.data(), 1, line.size(), stdout) == line.size() && std::fflush(stdout) == 0)
-        return true;
-    tell(std::string("cannot write an answer to standard output (") + std::strerror(errno) +
-         "): the URLs from here on are not asked");
+    if (lines.error == 0) return true;
+    tell(std::string("cannot read standard input (") + std::strerror(lines.error) +
+         "): give it a text file or a pipe");
     status_ = unanswered;
     return false;
 }
 
-ExitStatus sendControl(Connection* connection, std::string_view body) {
-    Reply reply;
-    const ExitStatus status = connection->ask(KATD_SPACE::PREFIX_CONTROL, body, &reply);
-    if (status != answered) tell("the request was not carried out, " + connection->problem());
-    return status;
+bool Questions::ask(const std::vector<std::string_view>& urls) {
+    urls_.clear();
+    lengths_.clear();
+    for (const std::string_view url : urls) {
+        urls_.push_back(url.data());
+        lengths_.push_back(url.size());
+    }
+    if (results_.size() < urls.size()) results_.resize(urls.size());
+    const int first =
+        katclient_ask_many(client_, urls_.data(), lengths_.data(), urls.size(), flags_, results_.data());
+    bool goOn = true;
+    for (std::size_t i = 0; i < urls.size() && goOn; ++i)
+        goOn = take(urls[i], results_[i], first);
+    if (answers_->write()) return goOn;
+    if (status_ == answered) status_ = unanswered;
+    return false;
+}
+
+bool Questions::take(std::string_view url, const katclient_answer& answer, int firstStatus) {
+    if (answer.status == KATCLIENT_OK) {
+        answers_->add(url, answer);
+        // From now on a daemon that cannot be reached is one that starts anew.
+        if (!hasConnected_) katclient_set_limits(client_, lostMs_, answerMs_);
+        hasConnected_ = true;
+        return true;
+    }
+    const char* sentence =
+        answer.status == firstStatus ? katclient_message(client_) : katclient_status_text(answer.status);
+    // What only the input of a program can hold.
+    if (url.empty()) sentence = "an empty URL is not asked: write one URL a line";
+    if (url.find('\0') != url.npos)
+        sentence = "a URL with a zero byte is not asked: write one URL a line, as text";
+    answers_->addFailure(url, sentence);
+    status_ = answer.status == KATCLIENT_NO_DAEMON ? noDaemon : unanswered;
+    return answer.status != KATCLIENT_NO_DAEMON;
 }
 
 }  // namespace katc

@@ -1,43 +1,57 @@
-// The questions that katc asks, and what it prints of the answers.
+// The questions that katc asks.
 #ifndef KATC_QUESTIONS_H
 #define KATC_QUESTIONS_H
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "Connection.h"
+#include "Answers.h"
 #include "ExitStatus.h"
+#include "katclient.h"
 
 namespace katc {
 
-// Asks for the categories of URLs and prints, as soon as it has come, each answer as one line on standard
-// output: the URL, a tab, "known" or "unknown", a tab, the category numbers with commas between. A URL
-// without an answer has no line, but a sentence on standard error. For one thread.
+// Asks for the categories of URLs and prints the answers in the order of the URLs. For one thread.
 class Questions {
 public:
-    // `withRetry`: the daemon is to ask again while the engine answers Unknown. The connection must outlive
-    // the object.
-    Questions(Connection* connection, bool withRetry);
+    // `lostMs`: how long to go on trying to reach a daemon that has answered before. Client and answers must
+    // outlive the object.
+    Questions(katclient* client, Answers* answers, bool withRetry, unsigned lostMs, unsigned answerMs);
 
-    // Asks for the URLs in order; "-" stands for the lines of standard input. Goes on after a URL without an
-    // answer, but ends when there is no daemon, and when an answer cannot be printed. The most serious
-    // status.
+    // "-" stands for the lines of standard input: those that are there are asked together. Goes on after a
+    // URL without an answer, but ends when there is no daemon, and when an answer cannot be printed. The most
+    // serious status.
     ExitStatus askAll(const std::vector<std::string>& urls);
 
 private:
-    // Both return false when it makes no sense to go on.
+    // All return false when it makes no sense to go on.
     bool askLines();
-    bool askOne(std::string_view url);
-    bool print(std::string_view url, const Reply& reply);
+    bool ask(const std::vector<std::string_view>& urls);
+    bool take(std::string_view url, const katclient_answer& answer, int firstStatus);
 
-    Connection* const connection_;
-    const char* const prefix_;  // of the protocol
+    katclient* const client_;
+    Answers* const answers_;
+    const unsigned flags_;
+    const unsigned lostMs_;
+    const unsigned answerMs_;
     ExitStatus status_ = answered;
+    bool hasConnected_ = false;
+    // Of one call of ask(), kept for their memory.
+    std::vector<const char*> urls_;
+    std::vector<std::size_t> lengths_;
+    std::vector<katclient_answer> results_;
 };
 
-// Sends a control request: the keyword and its operands. Prints nothing but the problem.
-ExitStatus sendControl(Connection* connection, std::string_view body);
+// Makes a control request. Prints nothing but the problem.
+template <class Request>
+ExitStatus sendControl(katclient* client, const Request& request) {
+    const int status = request(client);
+    if (status == KATCLIENT_OK) return answered;
+    tell(std::string("the request was not carried out, ") + katclient_message(client));
+    return status == KATCLIENT_NO_DAEMON ? noDaemon : unanswered;
+}
 
 }  // namespace katc
 

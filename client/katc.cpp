@@ -1,56 +1,49 @@
-// katc: asks the daemon for the categories of URLs, and sends it control requests.
+// katc: asks the daemon for the categories of URLs, sends it control requests, and answers a proxy's
+// questions.
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
+#include <cstring>
 #include <exception>
+#include <memory>
 #include <string>
 
+#include "Answers.h"
 #include "Arguments.h"
-#include "Connection.h"
-#include "KatdConf/ConfReader.h"
-#include "KatdUtil/IniUtils.h"
+#include "CategoryNames.h"
+#include "Helper.h"
 #include "Questions.h"
+#include "Settings.h"
+#include "katclient.h"
 
 namespace {
 
-// The daemon's socket as its settings name it. False, with a sentence on standard error, when they do not.
-bool socketFromSettings(std::string* path) {
-    const char* const variable = std::getenv("KATD_DIR");
-    if (variable == nullptr || *variable == '\0') {
-        std::fputs("katc: set KATD_DIR to katd's home directory, or name katd's socket with -s.\n", stderr);
-        return false;
-    }
-    const std::string home = KATD_SPACE::ConfReader::homePathOf(variable);
-    const std::string settingsPath = home + KATD_SPACE::ConfReader::settingsFile;
-    KATD_SPACE::IniUtils settings(settingsPath.c_str(), "r");
-    char value[KATD_SPACE::IniUtils::valueLimit + 1] = "";
-    if (!settings.opened) {
-        std::fprintf(
-            stderr,
-            "katc: cannot open %s: set KATD_DIR to katd's home directory, or name katd's socket with -s.\n",
-            settingsPath.c_str());
-        return false;
-    }
-    if (settings.QueryConfValue(KATD_SPACE::ConfReader::katdSection, "data_conn_string", value,
-                                KATD_SPACE::IniUtils::valueLimit) != 0 ||
-        value[0] == '\0') {
-        std::fprintf(stderr,
-                     "katc: %s has no data_conn_string in its section katd: name katd's socket with -s.\n",
-                     settingsPath.c_str());
-        return false;
-    }
-    *path = home + value;
-    return true;
-}
+constexpr unsigned defaultLostMs = 30000;  // a restart of the daemon, with large lists
 
-katc::ExitStatus run(int argc, char** argv) {
+katc::ExitStatus run(int argc, const char* const* argv) {
     katc::Arguments arguments;
-    katc::ExitStatus status = katc::answered;
-    if (!katc::parseArguments(argc, argv, &arguments, &status)) return status;
-    if (arguments.socket.empty() && !socketFromSettings(&arguments.socket)) return katc::badUsage;
-    katc::Connection connection(arguments.socket);
-    if (!arguments.control.empty()) return katc::sendControl(&connection, arguments.control);
-    return katc::Questions(&connection, arguments.withRetry).askAll(arguments.urls);
+    katc::ExitStatus exitStatus = katc::answered;
+    if (!katc::parseArguments(argc, argv, &arguments, &exitStatus)) return exitStatus;
+    katc::CategoryNames names;
+    std::string problem;
+    if (!arguments.namesFile.empty() && !names.read(arguments.namesFile, &problem)) {
+        katc::tell(problem);
+        return katc::badUsage;
+    }
+    if (arguments.socket.empty() && !katc::socketFromSettings(&arguments.socket)) return katc::badUsage;
+
+    katclient* opened = nullptr;
+    const int status = katclient_open(arguments.socket.c_str(), &opened);
+    const std::unique_ptr<katclient, void (*)(katclient*)> client(opened, katclient_close);
+    if (status != KATCLIENT_OK) {
+        katc::tell("no daemon can be asked on [" + arguments.socket + "], " + katclient_status_text(status));
+        return katc::noDaemon;
+    }
+    katclient_set_limits(opened, arguments.waitMs.value_or(0), arguments.answerMs);
+    if (arguments.control) return katc::sendControl(opened, arguments.control);
+    katc::Answers answers(arguments.json, arguments.namesFile.empty() ? nullptr : &names);
+    katc::Questions questions(opened, &answers, arguments.withRetry, arguments.waitMs.value_or(defaultLostMs),
+                              arguments.answerMs);
+    return questions.askAll(arguments.urls);
 }
 
 }  // namespace
@@ -58,6 +51,7 @@ katc::ExitStatus run(int argc, char** argv) {
 int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
     try {
+        if (argc > 1 && std::strcmp(argv[1], "helper") == 0) return katc::helperMain(argc - 1, argv + 1);
         return run(argc, argv);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "katc: %s: free some memory and ask again.\n", e.what());

@@ -1,82 +1,23 @@
 // The real katc, in front of a daemon that answers as the test wants.
 #include <gmock/gmock.h>
 
-#include <csignal>
-#include <functional>
+#include <future>
 #include <map>
-#include <mutex>
-#include <thread>
+#include <optional>
 
-#include "KatdUtil/Utils.h"
-#include "support/Client.h"
-#include "support/TempDir.h"
+#include "support/Daemon.h"
+#include "support/FakeDaemon.h"
+#include "support/Home.h"
 
 namespace katd_test {
 namespace {
 
 using KATD_SPACE::Utils;
 using testing::HasSubstr;
-using Texts = std::vector<std::string>;
-
-std::string reply(char matched, const std::string& categories) {
-    return number(0) + number(static_cast<std::uint32_t>(categories.size())) + std::string{matched, 0, 0, 0} +
-           categories;
-}
 
 std::string answerAll(const std::string&) {
     return reply(1, "\x05");
 }
-
-// Speaks the daemon's side of the protocol on a socket of its own, with replies that the test chooses.
-class FakeDaemon {
-public:
-    // What to send for a message, the bytes behind its length. A "!" at its end ends the connection as well.
-    using Handler = std::function<std::string(const std::string& message)>;
-
-    FakeDaemon(const std::string& path, Handler handler)
-        : path_(path), handler_(std::move(handler)), socket_(Utils::createLocalTcpService(path.c_str(), 8)) {
-        std::signal(SIGPIPE, SIG_IGN);
-        thread_ = std::thread([this] { serve(); });
-    }
-    ~FakeDaemon() {
-        shutdown(socket_, SHUT_RDWR);  // ends accept()
-        thread_.join();
-        close(socket_);
-    }
-    // Each message behind the number of its connection: "1 url0a.example".
-    Texts received() const {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        return received_;
-    }
-
-private:
-    void serve() {
-        for (int number = 1, fd = -1; (fd = accept(socket_, nullptr, nullptr)) >= 0; ++number) {
-            while (serveOne(fd, number)) {
-            }
-            close(fd);
-            writeFile(path_ + ".closed" + std::to_string(number), "");  // for who waits for it
-        }
-    }
-    bool serveOne(int fd, int connection) {
-        std::uint32_t length = 0;
-        if (Utils::readn(fd, &length, sizeof length) != sizeof length) return false;
-        std::string message(length, '\0');
-        if (Utils::readn(fd, &message[0], length) != length) return false;
-        const std::string reply = handler_(message);
-        const std::lock_guard<std::mutex> guard(mutex_);
-        received_.push_back(std::to_string(connection) + " " + message);
-        return Utils::writen(fd, reply.data(), static_cast<unsigned>(reply.size())) != 0 &&
-               message.back() != '!';
-    }
-
-    const std::string path_;
-    const Handler handler_;
-    const int socket_;
-    mutable std::mutex mutex_;
-    Texts received_;  // guarded by mutex_
-    std::thread thread_;
-};
 
 class KatcTest : public testing::Test {
 protected:
@@ -96,14 +37,30 @@ protected:
     std::string output, errors;
 };
 
-TEST_F(KatcTest, PrintsEachAnswerBeforeTheNextQuestion) {
-    FakeDaemon daemon(socket, [this](const std::string& message) {
-        return reply(1, std::to_string(readFile(dir / "out").size()) + message.back());
-    });
-    EXPECT_EQ(0, run("printf 'a/3\\na/1\\nno.line.end' | katc -s socket -")) << errors;
-    // The characters that had been printed before each question, and the last one of the URL.
-    EXPECT_EQ("a/3\tknown\t48,51\na/1\tknown\t49,54,49\nno.line.end\tknown\t51,53,100\n", output);
-    EXPECT_EQ((Texts{"1 url0a/3", "1 url0a/1", "1 url0no.line.end"}), daemon.received());
+TEST_F(KatcTest, PrintsEachAnswerAsItComes) {
+    FakeDaemon daemon(socket, answerAll);
+    // Each line is written when the answer of the one before has been printed.
+    EXPECT_EQ(0, run("for n in 1 2 3; do printf $n.example; [ $n = 3 ] || echo\n"
+                     "i=0; while [ $n != 3 ] && ! grep -q $n.example out && [ $i != 3000 ]; do\n"
+                     "sleep 0.01; i=$((i + 1)); done; [ $i != 3000 ] || echo late; done | katc -s socket -"))
+        << errors;
+    EXPECT_EQ("1.example\tknown\t5\n2.example\tknown\t5\n3.example\tknown\t5\n", output);
+    EXPECT_EQ((Texts{"1 url01.example", "1 url02.example", "1 url03.example"}), daemon.received());
+}
+
+TEST_F(KatcTest, AsksManyLinesInOrder) {
+    FakeDaemon daemon(
+        socket, [](const std::string& message) { return reply(1, message.substr(message.size() - 1)); });
+    std::string lines, expected;
+    for (int i = 0; i < 20000; ++i) {
+        const std::string url = std::string(static_cast<std::size_t>(i % 300), 'x') + std::to_string(i);
+        lines += url + "\n";
+        expected += url + "\tknown\t" + std::to_string(url.back()) + "\n";
+    }
+    writeFile(dir / "lines", lines);
+    EXPECT_EQ(0, run("katc -s socket --timeout 60 - <lines")) << errors;
+    EXPECT_TRUE(expected == output);
+    EXPECT_EQ(20000U, daemon.received().size());
 }
 
 TEST_F(KatcTest, PrintsWhatTheReplyHolds) {
@@ -156,7 +113,12 @@ TEST_F(KatcTest, BadUsageIsToldAndAsksNothing) {
     std::istringstream bad(
         "-r|--|-x a|--unknown|ctl|ctl restart|ctl reload now|ctl reload urls_stat|-r ctl reload|a ctl reload|"
         "ctl reload -- a|ctl log_level|ctl log_level verbose|ctl log_level 3|ctl timeout 1|ctl timeout 1 2 3|"
-        "ctl timeout 1 4294967296|ctl timeout -1 1|ctl timeout 1 +1|ctl timeout 1 0x10|ctl timeout 1 ''|");
+        "ctl timeout 1 4294967296|ctl timeout -1 1|ctl timeout 1 +1|ctl timeout 1 0x10|ctl timeout 1 ''|"
+        "--json ctl reload|ctl reload --names good|--timeout -1 a|--timeout 1e3 a|--wait inf a|--wait "
+        "4000001 a|"
+        "--wait '' a|--names missing a|--names . a|--names bad a|-r helper|");
+    writeFile(dir / "good", "news = 12\n");
+    writeFile(dir / "bad", "news = 12\nsport: 13\n");
     for (std::string arguments; std::getline(bad, arguments, '|');) {
         EXPECT_EQ(2, run("katc -s socket " + arguments)) << arguments;
         EXPECT_EQ(0U, errors.find("katc: ")) << errors;
@@ -187,10 +149,11 @@ TEST_F(KatcTest, GoesOnOverANewConnectionWhenTheDaemonCloses) {
     FakeDaemon daemon(
         socket, [](const std::string& message) { return message == "url0refused!" ? "" : reply(1, "\x07"); });
     EXPECT_EQ(1, run("{ printf 'first\\nrefused!\\nlast!\\n'\n"
-                     "while [ ! -e socket.closed2 ]; do sleep 0.01; done\necho next; } | katc -s socket -"));
+                     "while [ ! -e socket.closed3 ]; do sleep 0.01; done\necho next; } | katc -s socket -"));
     EXPECT_EQ("first\tknown\t7\nlast!\tknown\t7\nnext\tknown\t7\n", output);
     EXPECT_THAT(errors, HasSubstr("[refused!]"));
-    EXPECT_EQ((Texts{"1 url0first", "1 url0refused!", "2 url0last!", "3 url0next"}), daemon.received());
+    EXPECT_EQ((Texts{"1 url0first", "1 url0refused!", "2 url0refused!", "3 url0last!", "4 url0next"}),
+              daemon.received());
 }
 
 TEST_F(KatcTest, RefusesWhatTheDaemonWouldMisunderstand) {
@@ -211,6 +174,59 @@ TEST_F(KatcTest, ReplyThatIsNoneIsNoAnswer) {
         EXPECT_EQ("", output);
         EXPECT_THAT(errors, HasSubstr("[a!]"));
     }
+}
+
+TEST_F(KatcTest, NamesAndJson) {
+    FakeDaemon daemon(socket, [](const std::string& message) {
+        if (message == "url0refused!") return std::string();
+        return message == "url0none" ? reply(0, "") : reply(1, "\x05\x0c\xff");
+    });
+    writeFile(dir / "names", "# of the lists\n\n news and \"press\" = 12\r\nads=255 # bad\nother = 255\n");
+    EXPECT_EQ(0, run("katc -s socket --names names a none")) << errors;
+    EXPECT_EQ("a\tknown\t5,news and \"press\",ads\nnone\tunknown\t\n", output);
+
+    writeFile(dir / "lines", "a \"\\\xc3\xa4\xff\t\n\nrefused!\nnone\n");
+    EXPECT_EQ(1, run("katc -s socket --json - <lines"));
+    EXPECT_EQ("", errors);
+    EXPECT_EQ(
+        "{\"url\":\"a \\\"\\\\\xc3\xa4\xef\xbf\xbd\\t\",\"known\":true,\"categories\":[5,12,255]}\n"
+        "{\"url\":\"\",\"error\":\"an empty URL is not asked: write one URL a line\"}\n"
+        "{\"url\":\"refused!\",\"error\":\"the daemon closed the connection: its log says why\"}\n"
+        "{\"url\":\"none\",\"known\":false,\"categories\":[]}\n",
+        output);
+    EXPECT_EQ(0, run("katc -s socket --json --names names a")) << errors;
+    EXPECT_EQ(
+        "{\"url\":\"a\",\"known\":true,\"categories\":[5,12,255],"
+        "\"names\":[null,\"news and \\\"press\\\"\",\"ads\"]}\n",
+        output);
+    // The daemon's absence ends the questions, with an object that says so.
+    EXPECT_EQ(3, run("katc -s missing --json a b"));
+    EXPECT_THAT(output,
+                testing::MatchesRegex("[{]\"url\":\"a\",\"error\":\"no daemon answers on missing .*\"}\n"));
+}
+
+TEST_F(KatcTest, TimeLimits) {
+    std::promise<void> release;
+    const std::shared_future<void> released(release.get_future());
+    std::optional<FakeDaemon> daemon(std::in_place, socket, [&](const std::string& message) {
+        if (message == "url0hangs!" || message == "ctl:urls_stat") released.wait();
+        return answerAll(message);
+    });
+    EXPECT_EQ(1, run("katc -s socket --timeout .05 hangs!"));
+    EXPECT_THAT(errors, HasSubstr("[hangs!], no answer within 0.050 seconds"));
+    EXPECT_EQ(1, run("katc -s socket ctl urls_stat --timeout 0.05"));
+    EXPECT_THAT(errors, HasSubstr("no answer within 0.050 seconds"));
+    release.set_value();
+    daemon.reset();
+    std::filesystem::remove(socket);
+    EXPECT_EQ(3, run("katc -s socket --wait 0.05 a"));
+    // It is started while katc tries.
+    std::thread later([&] {
+        usleep(50000);
+        daemon.emplace(socket, answerAll);
+    });
+    EXPECT_EQ(0, run("katc -s socket --wait 30 ctl reload")) << errors;
+    later.join();
 }
 
 TEST_F(KatcTest, OutputOrInputThatFailsIsNoSuccess) {
@@ -235,6 +251,34 @@ TEST_F(KatcTest, SettingsNameTheSocket) {
         EXPECT_EQ(2, run(line)) << line;
         EXPECT_THAT(errors, HasSubstr("-s."));
     }
+}
+
+TEST_F(KatcTest, ARestartOfKatdInTheMiddleLosesNothing) {
+    const Home home;
+    home.rules("host slow.example delay 600000 5\n");
+    Daemon first(home);
+    ASSERT_TRUE(first.waitUntilServing());
+    std::string lines, expected;
+    for (int i = 0; i < 3000; ++i) {
+        const std::string url = i == 1500    ? "slow.example"
+                                : i % 2 == 0 ? "ads.example"
+                                             : "shop.example/tools/x";
+        lines += url + "\n";
+        expected += url + "\tknown\t" + (i == 1500 ? "7" : i % 2 == 0 ? "12" : "5") + "\n";
+    }
+    writeFile(dir / "lines", lines);
+    std::optional<Daemon> second;
+    std::thread restart([&] {
+        EXPECT_TRUE(
+            eventually([&] { return home.engineCalls("CSDKMain_ClassifyUrl", "slow.example") == 1; }));
+        first.kill(SIGKILL);
+        home.rules("host slow.example 7\n");
+        second.emplace(home);
+    });
+    EXPECT_EQ(0, run("katc -s " + home.socketPath() + " - <lines")) << errors;
+    restart.join();
+    EXPECT_EQ("", errors);
+    EXPECT_TRUE(expected == output) << output.size();
 }
 
 }  // namespace

@@ -1,0 +1,54 @@
+#include "Questions.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+
+#include "Fail.h"
+#include "UrlServer/Protocol.h"
+
+namespace bench {
+
+using KATD_SPACE::PREFIX_LENGTH;
+using KATD_SPACE::ReplyHeader;
+
+namespace {
+
+template <typename T>
+void append(const T& value, std::vector<char>* to) {
+    const char* const bytes = reinterpret_cast<const char*>(&value);
+    to->insert(to->end(), bytes, bytes + sizeof(value));
+}
+
+}  // namespace
+
+Questions::Questions(const std::string& path) {
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        const std::size_t tab = line.find('\t');
+        if (tab == line.npos || tab == 0) fail("%s: no question: %s", path.c_str(), line.c_str());
+        const std::string asked = line.substr(tab + 1);
+        append(static_cast<std::int32_t>(PREFIX_LENGTH + asked.size()), &requests);
+        requests.insert(requests.end(), KATD_SPACE::PREFIX_QUERY, KATD_SPACE::PREFIX_QUERY + PREFIX_LENGTH);
+        requests.insert(requests.end(), asked.begin(), asked.end());
+        requestEnd.push_back(static_cast<std::uint32_t>(requests.size()));
+        ReplyHeader header{};
+        if (line[0] != '-') header.length = header.matched = 1;
+        append(header, &replies);
+        if (line[0] != '-') replies.push_back(static_cast<char>(std::atoi(line.c_str())));
+        replyEnd.push_back(static_cast<std::uint32_t>(replies.size()));
+    }
+    if (requestEnd.empty()) fail("%s: no questions in it: make them with generate_list", path.c_str());
+}
+
+std::string Questions::url(unsigned i) const {
+    const std::size_t begin = requestBegin(i) + sizeof(std::int32_t) + PREFIX_LENGTH;
+    return std::string(requests.data() + begin, requestEnd[i] - begin);
+}
+
+int Questions::category(unsigned i) const {
+    if (replyEnd[i] - replyBegin(i) == sizeof(ReplyHeader)) return -1;
+    return static_cast<unsigned char>(replies[replyEnd[i] - 1]);
+}
+
+}  // namespace bench

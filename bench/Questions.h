@@ -1,0 +1,31 @@
+#ifndef KATD_BENCH_QUESTIONS_H
+#define KATD_BENCH_QUESTIONS_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+// Questions and the answers expected, as they stand on the wire: row after row, so that any number of them is
+// one write, and one comparison.
+struct Questions {
+    // Ends the process when the file cannot be used.
+    explicit Questions(const std::string& path);
+
+    unsigned count() const { return static_cast<unsigned>(requestEnd.size()); }
+    std::uint32_t requestBegin(unsigned i) const { return i == 0 ? 0 : requestEnd[i - 1]; }
+    std::uint32_t replyBegin(unsigned i) const { return i == 0 ? 0 : replyEnd[i - 1]; }
+    std::string url(unsigned i) const;
+    // Its category, or -1 when there is to be none.
+    int category(unsigned i) const;
+
+    std::vector<char> requests;
+    std::vector<std::uint32_t> requestEnd;  // in `requests`, of each question
+    std::vector<char> replies;
+    std::vector<std::uint32_t> replyEnd;
+};
+
+}  // namespace bench
+
+#endif

@@ -1,0 +1,28 @@
+// katlist check: what is wrong with list files.
+#ifndef KATLIST_CHECK_H
+#define KATLIST_CHECK_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "ExitStatus.h"
+#include "ItemText.h"
+
+namespace katlist {
+
+enum class KindOption { guess, urls, domains };
+
+struct CheckOptions {
+    std::vector<std::string> files;
+    KindOption kind = KindOption::guess;  // guess: a list with a slash in an item is one of URLs
+    std::uint64_t show = 20;              // findings of each file
+};
+
+// Prints the findings and a last line for each file. The worst status of all files; a file that cannot be
+// read is told and does not end the run.
+ExitStatus check(const CheckOptions& options);
+
+}  // namespace katlist
+
+#endif

@@ -1,0 +1,94 @@
+#include "Find.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "Console.h"
+#include "LineFile.h"
+#include "UrlContainer/UrlContainer.h"
+
+namespace katlist {
+
+using KATD_SPACE::UrlContainer;
+
+namespace {
+
+constexpr std::uint32_t noCategory = static_cast<std::uint32_t>(-1);  // katd's word for a miss
+
+class Finder {
+public:
+    explicit Finder(const FindOptions& options) : options_(options) {
+        for (const std::string* path : {&options.urlsFile, &options.domainsFile}) {
+            if (!path->empty()) LineFile(*path, false).next();  // tells why it cannot be read
+        }
+        container_.load(pathOf(options.urlsFile), pathOf(options.domainsFile));
+        require(options.urlsFile, container_.urlList.loaded);
+        require(options.domainsFile, container_.domainList.loaded);
+    }
+
+    void ask(const std::string& url);
+    bool foundAll() const { return foundAll_; }
+
+private:
+    static const char* pathOf(const std::string& path) { return path.empty() ? nullptr : path.c_str(); }
+    static void require(const std::string& path, bool loaded) {
+        if (!path.empty() && !loaded)
+            throw Failure(wrong, "katd takes no item from " + path + ": katlist check " + path + " says why");
+    }
+    void printHit(const char* item, std::uint32_t category, const char* relation, const std::string& file);
+
+    const FindOptions& options_;
+    UrlContainer container_;
+    bool foundAll_ = true;
+};
+
+void Finder::ask(const std::string& url) {
+    std::string key = url;
+    std::uint32_t category = noCategory;
+    container_.getUrlCategory(key.data(), &category);
+    key.resize(std::strlen(key.c_str()));  // katd works in place
+    std::printf("%s\n  looked up as  %s\n", printable(url).c_str(), printable(key).c_str());
+    if (category == noCategory) {
+        foundAll_ = false;
+        const bool both = container_.urlList.loaded && container_.domainList.loaded;
+        std::printf("  answer        none: it is %s, katd would ask the engine\n",
+                    both ? "in neither list" : "not in the list");
+        return;
+    }
+    // Which of the two lists it was: the first one that has it, asked the way the container asks.
+    std::uint32_t itsCategory = noCategory;
+    const char* item = container_.urlList.find_sw(key.c_str(), &itsCategory);
+    if (item != nullptr && itsCategory == category)
+        return printHit(item, category, "the URL begins with", options_.urlsFile);
+    item = container_.domainList.find(key.substr(0, key.find('/')).c_str(), &itsCategory);
+    printHit(item == nullptr ? "" : item, category, "its host is", options_.domainsFile);
+}
+
+void Finder::printHit(const char* item, std::uint32_t category, const char* relation,
+                      const std::string& file) {
+    std::string number = std::to_string(category);
+    if (category > 0xff)
+        number = std::to_string(category & 0xff) + " (of " + number + ", which no reply can hold)";
+    std::printf("  answer        category %s: %s [%s] of %s\n", number.c_str(), relation,
+                printable(item).c_str(), file.c_str());
+}
+
+}  // namespace
+
+ExitStatus find(const FindOptions& options) {
+    Finder finder(options);
+    for (const std::string& url : options.urls) {
+        if (url != "-") {
+            finder.ask(url);
+            continue;
+        }
+        LineFile input("-");
+        while (input.next())
+            finder.ask(std::string(input.text, std::strcspn(input.text, "\r\n")));
+    }
+    for (const std::string& url : options.verbatim)
+        finder.ask(url);
+    return finder.foundAll() ? fine : wrong;
+}
+
+}  // namespace katlist

@@ -1,0 +1,87 @@
+#include "Stat.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "Console.h"
+#include "ExitStatus.h"
+#include "LineFile.h"
+#include "Mapping.h"
+#include "StringList/StringList.h"
+
+namespace katlist {
+
+using KATD_SPACE::StringList;
+
+namespace {
+
+struct Share {
+    std::uint64_t items = 0;
+    std::uint64_t bytes = 0;  // of the texts with their ends, and of the entries
+};
+using Shares = std::map<std::int32_t, Share>;
+
+Shares sharesOf(const StringList& list) {
+    Shares shares;
+    for (std::size_t i = 0; i < static_cast<std::size_t>(list.count); ++i) {
+        const StringList::Entry& entry = list.entries[i];
+        Share& share = shares[static_cast<std::int32_t>(entry.category)];
+        ++share.items;
+        share.bytes += std::strlen(list.buffer.get() + entry.offset) + 1 + sizeof(StringList::Entry);
+    }
+    return shares;
+}
+
+void printJson(const std::string& file, std::int32_t items, std::uint64_t bytes, const Shares& shares,
+               const Mapping& names) {
+    nlohmann::ordered_json categories = nlohmann::ordered_json::array();
+    for (const auto& [category, share] : shares) {
+        nlohmann::ordered_json one = {{"category", category}};
+        const std::string name = names.nameOf(category);
+        if (!name.empty()) one["name"] = name;
+        one["items"] = share.items;
+        one["bytes"] = share.bytes;
+        categories.push_back(one);
+    }
+    const nlohmann::ordered_json all = {
+        {"file", file}, {"items", items}, {"bytes", bytes}, {"categories", categories}};
+    // A path or name may hold bytes that are no UTF-8.
+    std::printf("%s\n", all.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
+}
+
+void printTable(std::int32_t items, std::uint64_t bytes, const Shares& shares, const Mapping& names) {
+    std::printf("%8s %12s %14s%s\n", "category", "items", "bytes", names.all().empty() ? "" : "  name");
+    for (const auto& [category, share] : shares) {
+        const std::string name = names.nameOf(category);
+        std::printf("%8d %12llu %14llu%s%s\n", static_cast<int>(category),
+                    static_cast<unsigned long long>(share.items),
+                    static_cast<unsigned long long>(share.bytes), name.empty() ? "" : "  ", name.c_str());
+    }
+    std::printf("%8s %12d %14llu\n", "all", static_cast<int>(items), static_cast<unsigned long long>(bytes));
+}
+
+}  // namespace
+
+void stat(const StatOptions& options) {
+    const Mapping names = options.map.empty() ? Mapping() : Mapping::load(options.map);
+    LineFile(options.file, false).next();  // tells why it cannot be read
+    StringList list;
+    if (!list.load(options.file.c_str())) {
+        throw Failure(wrong, "katd takes no item from " + options.file + ": katlist check " + options.file +
+                                 " says why");
+    }
+    const Shares shares = sharesOf(list);
+    // The buffer is a few bytes larger than the texts, or as large as a first line wants that says too much.
+    const std::uint64_t bytes = static_cast<std::uint64_t>(list.bufferSize) +
+                                static_cast<std::uint64_t>(list.count) * sizeof(StringList::Entry);
+    if (options.json) {
+        printJson(options.file, list.count, bytes, shares, names);
+    } else {
+        printTable(list.count, bytes, shares, names);
+    }
+}
+
+}  // namespace katlist

@@ -1,0 +1,20 @@
+// katlist stat: what a list costs.
+#ifndef KATLIST_STAT_H
+#define KATLIST_STAT_H
+
+#include <string>
+
+namespace katlist {
+
+struct StatOptions {
+    std::string file;
+    std::string map;  // path of the names of the categories; empty: none
+    bool json = false;
+};
+
+// Prints items and memory by category, as katd holds them. Throws Failure.
+void stat(const StatOptions& options);
+
+}  // namespace katlist
+
+#endif
