@@ -15,8 +15,8 @@ Installs what the tests need (Debian packages) and goes through the steps, all o
   lint                             compiles with clang, runs clang-tidy and shellcheck
   bench                            runs each bench for a moment
 
---long then tries every fault and stresses the daemon at full size, on 64 and on 32 bits, and fuzzes each reader
-of outside bytes for five minutes: about an hour in all.
+--long then tries every fault and stresses the daemon at full size, on 64 and on 32 bits, fuzzes each reader of
+outside bytes for five minutes, and tries the Debian packages in systems of their own: about an hour in all.
 END
 }
 
@@ -76,7 +76,7 @@ run_long() {
         echo "== $preset: every fault, stress at full size"
         KATD_TESTS_LONG=1 "build/$preset/tests/fault_tests" || return 1
     done
-    fuzz/run.sh 300
+    fuzz/run.sh 300 && tests/packaging/packages_test.sh
 }
 
 steps=()

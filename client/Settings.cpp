@@ -1,7 +1,9 @@
 #include "Settings.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "KatdConf/ConfReader.h"
 #include "KatdUtil/IniUtils.h"
@@ -19,10 +21,11 @@ bool socketFromSettings(std::string* path) {
     KATD_SPACE::IniUtils settings(settingsPath.c_str(), "r");
     char value[KATD_SPACE::IniUtils::valueLimit + 1] = "";
     if (!settings.opened) {
-        std::fprintf(
-            stderr,
-            "katc: cannot open %s: set KATD_DIR to katd's home directory, or name katd's socket with -s.\n",
-            settingsPath.c_str());
+        const int error = errno;
+        const char* const remedy = error == EACCES ? "use an account of the group that may ask"
+                                                   : "set KATD_DIR to katd's home directory";
+        std::fprintf(stderr, "katc: cannot open %s (%s): %s, or name katd's socket with -s.\n",
+                     settingsPath.c_str(), std::strerror(error), remedy);
         return false;
     }
     if (settings.QueryConfValue(KATD_SPACE::ConfReader::katdSection, "data_conn_string", value,

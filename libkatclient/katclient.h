@@ -102,7 +102,7 @@ const char *katclient_message(const katclient *client);
  * katclient_ask_many, and for katclient_open, which leaves no client to ask. */
 const char *katclient_status_text(int status);
 
-/* The version of the library, "1.0.0" or the like. */
+/* The version of the library, "1.1.0.0" or the like. */
 const char *katclient_version(void);
 
 #ifdef __cplusplus
