@@ -3,8 +3,10 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <utility>
 
 #include "KatdUtil/Utils.h"
+#include "StringList/ItemLines.h"
 
 namespace KATD_SPACE {
 
@@ -13,7 +15,6 @@ namespace {
 constexpr const char* logModule = "StringList";
 
 constexpr int headerLimit = 1023;       // characters of the first line
-constexpr int categoryDigits = 3;       // characters before the "|" of an item line
 constexpr std::int32_t spareBytes = 3;  // of the buffer, beyond the size in the first line
 
 // Allocates an array, null when there is no memory for it or its size has no number.
@@ -55,7 +56,9 @@ bool StringList::load(const char* path) {
 
 bool StringList::loadFrom(std::FILE* stream, const char* path) {
     std::int32_t size = 0;
-    return readHeader(stream, path, &size) && allocate(size) && readItemList(stream) > 0;
+    if (!readHeader(stream, path, &size) || !allocate(size) || readItemList(stream) <= 0) return false;
+    heads.build(*this);
+    return true;
 }
 
 bool StringList::readHeader(std::FILE* stream, const char* path, std::int32_t* size) {
@@ -96,26 +99,24 @@ bool StringList::allocate(std::int32_t size) {
 
 std::int32_t StringList::readItemList(std::FILE* stream) {
     if (stream == nullptr || buffer == nullptr || entries == nullptr) return 0;
+    heads.drop();
+    ItemLines lines(stream);
     std::int32_t items = 0;
     std::int32_t offset = 0;
-    while (items < count) {
-        char category[categoryDigits + 2] = "";
-        if (std::fgets(category, sizeof category, stream) == nullptr || category[categoryDigits] != '|')
-            break;
-        category[categoryDigits] = '\0';
-        if (offset >= bufferSize) {
+    std::uint32_t category = 0;
+    while (items < count && lines.takeCategory(&category)) {
+        const std::int32_t room = bufferSize - offset;
+        if (room <= 0) {
             ERR_MSG("In StringList::readItemList(), offset[%u] > bufferSize[%u]",
                     static_cast<unsigned>(offset), static_cast<unsigned>(bufferSize));
             return 0;
         }
-        char* text = buffer.get() + offset;
-        const std::int32_t room = bufferSize - offset;
-        if (room < 2 || std::fgets(text, room, stream) == nullptr) break;
-        Utils::rtrim(text);
-        entries[static_cast<std::size_t>(items)] = {offset,
-                                                    static_cast<std::uint32_t>(Utils::toInt32(category))};
+        if (room < 2) break;
+        const std::int32_t length = lines.takeText(buffer.get() + offset, room);
+        if (length < 0) break;
+        entries[static_cast<std::size_t>(items)] = {offset, category};
         ++items;
-        offset += static_cast<std::int32_t>(std::strlen(text)) + 1;
+        offset += length + 1;
     }
     count = items;
     DBG_MSG("items[%d]", count);
@@ -123,6 +124,7 @@ std::int32_t StringList::readItemList(std::FILE* stream) {
 }
 
 void StringList::reset() {
+    heads.drop();
     buffer.reset();
     entries.reset();
     bufferSize = 0;
@@ -130,17 +132,35 @@ void StringList::reset() {
     loaded = false;
 }
 
+void StringList::swap(StringList& other) {
+    buffer.swap(other.buffer);
+    entries.swap(other.entries);
+    std::swap(bufferSize, other.bufferSize);
+    std::swap(count, other.count);
+    std::swap(loaded, other.loaded);
+    std::swap(heads, other.heads);
+}
+
 const char* StringList::find(const char* key, std::uint32_t* category) const {
-    return search(cmp, key, category);
+    return find(key, std::strlen(key), category);
 }
 
 const char* StringList::find_sw(const char* key, std::uint32_t* category) const {
-    return search(cmp_sw, key, category);
+    return find_sw(key, std::strlen(key), category);
 }
 
-const char* StringList::search(Compare compare, const char* key, std::uint32_t* category) const {
+const char* StringList::find(const char* key, std::size_t length, std::uint32_t* category) const {
     if (count < 1) return nullptr;
-    const std::int32_t index = find_i(compare, 0, count - 1, key);
+    return itemAt(heads.empty() ? find_i(cmp, 0, count - 1, key) : heads.find(*this, key, length), category);
+}
+
+const char* StringList::find_sw(const char* key, std::size_t length, std::uint32_t* category) const {
+    if (count < 1) return nullptr;
+    return itemAt(heads.empty() ? find_i(cmp_sw, 0, count - 1, key) : heads.findPrefix(*this, key, length),
+                  category);
+}
+
+const char* StringList::itemAt(std::int32_t index, std::uint32_t* category) const {
     if (index < 0) return nullptr;
     const Entry& entry = entries[static_cast<std::size_t>(index)];
     if (category != nullptr) *category = entry.category;

@@ -1,9 +1,12 @@
 #ifndef KATD_STRINGLIST_H
 #define KATD_STRINGLIST_H
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+
+#include "StringList/SearchHeads.h"
 
 namespace KATD_SPACE {
 
@@ -36,10 +39,12 @@ public:
     bool load(const char* path);
     // Reads item lines into the storage that load() has prepared (buffer, bufferSize, count, entries). The
     // number of items held, which is `count` then; 0 when there are none, something is missing or the space
-    // ran out.
+    // ran out. It reads ahead: where the stream stands afterwards is not told.
     std::int32_t readItemList(std::FILE* stream);
     // Releases the storage. Item texts handed out before are gone.
     void reset();
+    // Changes contents with another list, in no time. Item texts handed out stay valid.
+    void swap(StringList& other);
 
     // The stored text that equals key, or null. Its category is stored in *category unless that is null; on a
     // miss it is left alone. The text stays valid until reset() or load(). REQUIRES: key is not null.
@@ -47,6 +52,9 @@ public:
     // The same for a stored text with which key begins. It is the first one on the path of one binary search:
     // a prefix that this path does not visit is not found.
     const char* find_sw(const char* key, std::uint32_t* category) const;
+    // The same for a caller that knows the key's length. REQUIRES: length == strlen(key).
+    const char* find(const char* key, std::size_t length, std::uint32_t* category) const;
+    const char* find_sw(const char* key, std::size_t length, std::uint32_t* category) const;
     // Binary search between two indices, both included. Index of a match, or the complement (negative) of the
     // position at which the search ended. REQUIRES: 0 <= low, high < count.
     std::int32_t find_i(Compare compare, std::int32_t low, std::int32_t high, const char* key) const;
@@ -66,7 +74,9 @@ private:
     bool loadFrom(std::FILE* stream, const char* path);
     bool readHeader(std::FILE* stream, const char* path, std::int32_t* size);
     bool allocate(std::int32_t size);
-    const char* search(Compare compare, const char* key, std::uint32_t* category) const;
+    const char* itemAt(std::int32_t index, std::uint32_t* category) const;
+
+    SearchHeads heads;  // of the items; none while the storage is being filled
 };
 
 }  // namespace KATD_SPACE

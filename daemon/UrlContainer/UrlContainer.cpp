@@ -34,15 +34,32 @@ void UrlContainer::reset() {
     loaded = false;
 }
 
+void UrlContainer::unlink(Lists* lists) {
+    users = 0;
+    urlList.swap(lists->urls);
+    domainList.swap(lists->domains);
+    loaded = false;
+}
+
 bool UrlContainer::getUrlCategory(char* url, std::uint32_t* category) const {
-    if (!loaded || url == nullptr || category == nullptr) return false;
+    return url != nullptr && getUrlCategory(url, std::strlen(url), url, category);
+}
+
+bool UrlContainer::getUrlCategory(const char* url, std::size_t length, char* room,
+                                  std::uint32_t* category) const {
+    if (!loaded || url == nullptr || room == nullptr || category == nullptr) return false;
     *category = static_cast<std::uint32_t>(noCategory);
     if (!urlList.loaded && !domainList.loaded) return true;
-    Utils::removePTP(Utils::toLower(Utils::trim(url)));
-    if (*url == '\0') return true;  // in neither list, even where one has an empty item
+    const NormalUrl normal = normalise(url, length, room, urlList.loaded);
+    if (normal.empty()) return true;  // in neither list, even where one has an empty item
     std::int32_t found = noCategory;
-    if (urlList.loaded) found = checkUrlList(url);
-    if (found == noCategory && domainList.loaded) found = checkSiteList(url);
+    if (urlList.loaded) found = findUrl(room, normal.length);
+    if (found == noCategory && domainList.loaded) {
+        const char behindHost = room[normal.hostLength];
+        room[normal.hostLength] = '\0';
+        found = findSite(room, normal.hostLength);
+        room[normal.hostLength] = behindHost;
+    }
     *category = static_cast<std::uint32_t>(found);
     return true;
 }
@@ -50,20 +67,30 @@ bool UrlContainer::getUrlCategory(char* url, std::uint32_t* category) const {
 std::int32_t UrlContainer::checkUrlList(char* url) const {
     char* path = std::strchr(url, '/');
     if (path != nullptr) Utils::decodeHexString(path);
-    if (*url == '\0') return noCategory;
+    return findUrl(url, std::strlen(url));
+}
+
+std::int32_t UrlContainer::checkSiteList(char* url) const {
+    char* path = std::strchr(url, '/');
+    if (path == nullptr) return findSite(url, std::strlen(url));
+    *path = '\0';
+    const std::int32_t found = findSite(url, static_cast<std::size_t>(path - url));
+    *path = '/';
+    return found;
+}
+
+std::int32_t UrlContainer::findUrl(const char* url, std::size_t length) const {
+    if (length == 0) return noCategory;
     std::uint32_t category = 0;
-    const char* item = urlList.find_sw(url, &category);
+    const char* item = urlList.find_sw(url, length, &category);
     if (item == nullptr) return noCategory;
     DBG_MSG("Url matched [%s]", item);
     return static_cast<std::int32_t>(category);
 }
 
-std::int32_t UrlContainer::checkSiteList(char* url) const {
-    char* path = std::strchr(url, '/');
-    if (path != nullptr) *path = '\0';
+std::int32_t UrlContainer::findSite(const char* site, std::size_t length) const {
     std::uint32_t category = 0;
-    const char* item = domainList.find(url, &category);
-    if (path != nullptr) *path = '/';
+    const char* item = domainList.find(site, length, &category);
     if (item == nullptr) return noCategory;
     DBG_MSG("Site matched :[%s]", item);
     return static_cast<std::int32_t>(category);

@@ -5,6 +5,7 @@
 
 #include "Mutex.h"
 #include "StringList/StringList.h"
+#include "UrlContainer/NormalUrl.h"
 
 namespace KATD_SPACE {
 
@@ -23,12 +24,21 @@ public:
     bool load(const char* urlsPath, const char* domainsPath);
     // Empties it and sets `users` to 0. Takes no lock.
     void reset();
+    // The same, but changes its lists with those of `lists`: to release millions of items takes its time.
+    struct Lists {
+        StringList urls;
+        StringList domains;
+    };
+    void unlink(Lists* lists);
 
     // Looks url up, first in the URL list, then its host in the domain list. url is changed in place:
     // trimmed, lower case, without its scheme, escapes in its path decoded (a decoded zero byte ends it).
     // True when the look-up ran: *category is the category then, or all bits set when neither list has it.
     // False, with *category left alone, when the container is not loaded or an argument is null.
     bool getUrlCategory(char* url, std::uint32_t* category) const;
+    // The same for a URL that stays as it is, of `length` bytes: `room`, of at least length + 1 bytes, takes
+    // what it is changed to. It may be left alone. REQUIRES: length == strlen(url).
+    bool getUrlCategory(const char* url, std::size_t length, char* room, std::uint32_t* category) const;
     // The two checks of a normalised url, which may be empty: its category, or -1.
     // The first decodes the path in place, the second leaves url as it was.
     std::int32_t checkUrlList(char* url) const;
@@ -41,6 +51,10 @@ public:
     StringList urlList;      // prefixes of URLs
     StringList domainList;   // host names
     bool loaded = false;     // load succeeded, until reset; under the manager's locks
+
+private:
+    std::int32_t findUrl(const char* url, std::size_t length) const;
+    std::int32_t findSite(const char* site, std::size_t length) const;
 };
 
 }  // namespace KATD_SPACE

@@ -1,6 +1,9 @@
 #include "UrlManager/UrlManager.h"
 
+#include <cstring>
+
 #include "KatdUtil/Utils.h"
+#include "UrlManager/QuietLoad.h"
 
 namespace KATD_SPACE {
 
@@ -55,7 +58,10 @@ bool UrlManager::reloadUrlList(const char* urlsPath, const char* domainsPath) {
         }
         idle->reset();
     }
-    if (!idle->load(urlsPath, domainsPath)) {
+    {
+        QOR_SPACE::Monitor freed(retiredMutex);  // the last look-up may still be at it
+    }
+    if (!loadQuietly(*idle, urlsPath, domainsPath)) {
         DBG_MSG("fail to reload url pattern from [%s] [%s]", Utils::shown(urlsPath),
                 Utils::shown(domainsPath));
     }
@@ -63,13 +69,20 @@ bool UrlManager::reloadUrlList(const char* urlsPath, const char* domainsPath) {
         QOR_SPACE::Monitor monitor(activeMutex);
         active_container = idle;
     }
-    UrlContainer* previous = idle->peer;
-    QOR_SPACE::Monitor monitor(activeMutex);
-    if (usersOf(*previous) == 0) previous->reset();
+    bool isEmptied = false;
+    {
+        QOR_SPACE::Monitor monitor(activeMutex);
+        isEmptied = usersOf(*idle->peer) == 0 && unlinkRetired(*idle->peer);
+    }
+    if (isEmptied) freeRetired();
     return true;
 }
 
 bool UrlManager::getUrlCategory(char* url, std::uint32_t* category) {
+    return url != nullptr && getUrlCategory(url, std::strlen(url), url, category);
+}
+
+bool UrlManager::getUrlCategory(const char* url, std::size_t length, char* room, std::uint32_t* category) {
     if (!ready || url == nullptr || category == nullptr) return false;
     UrlContainer* container = nullptr;
     {
@@ -79,15 +92,34 @@ bool UrlManager::getUrlCategory(char* url, std::uint32_t* category) {
         QOR_SPACE::Monitor users(container->mutex);
         ++container->users;
     }
-    const bool answered = container->getUrlCategory(url, category);
-    QOR_SPACE::Monitor active(activeMutex);
-    std::int32_t remaining = 0;
+    const bool answered = container->getUrlCategory(url, length, room, category);
+    bool isEmptied = false;
     {
-        QOR_SPACE::Monitor users(container->mutex);
-        remaining = --container->users;
+        QOR_SPACE::Monitor active(activeMutex);
+        std::int32_t remaining = 0;
+        {
+            QOR_SPACE::Monitor users(container->mutex);
+            remaining = --container->users;
+        }
+        isEmptied = remaining == 0 && container != active_container && unlinkRetired(*container);
     }
-    if (remaining == 0 && container != active_container) container->reset();
+    if (isEmptied) freeRetired();
     return answered;
+}
+
+// Under activeMutex. With true, freeRetired() must follow, without it. It waits for nobody: a container is
+// not retired before the lists of the one before are freed.
+bool UrlManager::unlinkRetired(UrlContainer& container) {
+    if (!container.loaded) return false;
+    retiredMutex.lock();
+    container.unlink(&retired);
+    return true;
+}
+
+void UrlManager::freeRetired() {
+    retired.urls.reset();
+    retired.domains.reset();
+    retiredMutex.unlock();
 }
 
 }  // namespace KATD_SPACE

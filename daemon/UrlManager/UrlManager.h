@@ -14,7 +14,9 @@ namespace KATD_SPACE {
 //
 // Look-ups start on the active container only. A container that is not active is emptied as soon as no
 // look-up runs on it, by the reload that retired it or by the last look-up, and loaded only while none does.
-// Locks are taken in the order reloadMutex, activeMutex, a container's mutex.
+// Its lists are freed outside activeMutex, so that nobody waits for that, but before others are loaded, so
+// that there are never three. Locks are taken in the order reloadMutex, activeMutex, a container's mutex or
+// retiredMutex.
 class UrlManager {
 public:
     UrlManager() = default;
@@ -32,6 +34,7 @@ public:
     bool reloadUrlList(const char* urlsPath, const char* domainsPath);
     // UrlContainer::getUrlCategory on the lists in use. False, too, before the first successful load.
     bool getUrlCategory(char* url, std::uint32_t* category);
+    bool getUrlCategory(const char* url, std::size_t length, char* room, std::uint32_t* category);
 
     UrlContainer first;
     UrlContainer second;
@@ -41,6 +44,14 @@ public:
     QOR_SPACE::Mutex reloadMutex;    // held for the whole of a reload
     QOR_SPACE::Mutex activeMutex;    // guards active_container and the emptying of a retired container
     std::atomic<bool> ready{false};  // a load succeeded once; never cleared
+
+private:
+    bool unlinkRetired(UrlContainer& container) QOR_NO_THREAD_SAFETY_ANALYSIS;
+    void freeRetired() QOR_NO_THREAD_SAFETY_ANALYSIS;
+
+    QOR_SPACE::Mutex
+        retiredMutex;             // held from unlinking the lists of a retired container until they are freed
+    UrlContainer::Lists retired;  // those lists
 };
 
 }  // namespace KATD_SPACE

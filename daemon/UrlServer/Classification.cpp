@@ -21,18 +21,17 @@ constexpr std::uint32_t NOT_LISTED = 0xFFFFFFFF;
 
 enum class Listed { YES, NO, NO_MEMORY };
 
-// The look-up normalises the text that it is given in place: a copy of url, in `room` where it fits.
+// The look-up writes the URL as the lists have it to `room`, or, when that is too small, to memory of its own.
 Listed lookUpLists(const char* url, char* room, std::size_t roomSize, unsigned char* category) {
-    const std::size_t size = strlen(url) + 1;
-    char* const copy = size <= roomSize ? room : static_cast<char*>(malloc(size));
-    if (copy == nullptr) {
+    const std::size_t length = strlen(url);
+    char* const text = length < roomSize ? room : static_cast<char*>(malloc(length + 1));
+    if (text == nullptr) {
         ERR_MSG("In %s, fail to do strdup", "scanOneUrl");
         return Listed::NO_MEMORY;
     }
-    memcpy(copy, url, size);
     std::uint32_t number = NOT_LISTED;
-    const bool answered = urlSvr->urlManager.getUrlCategory(copy, &number);
-    if (copy != room) free(copy);
+    const bool answered = urlSvr->urlManager.getUrlCategory(url, length, text, &number);
+    if (text != room) free(text);
     if (!answered || number == NOT_LISTED) return Listed::NO;
     *category = static_cast<unsigned char>(number & 0xFF);
     return Listed::YES;

@@ -1,3 +1,6 @@
+#include <sys/resource.h>
+
+#include <algorithm>
 #include <cstring>
 #include <future>
 #include <optional>
@@ -83,6 +86,24 @@ TEST_F(Manager, ReloadIsRefusedWhileALookUpUsesTheIdleLists) {
     EXPECT_TRUE(reload(oldList));
     EXPECT_FALSE(manager.second.loaded);  // here the reload has
     EXPECT_EQ(lookUp(), 1U);
+}
+
+// The priorities of the threads that read a list; setpriority(2) can make them lower, not higher.
+std::atomic<int> readersPriority{-100};
+
+void noteReader(const char* text) {
+    if (std::strncmp(text, "first line of", 13) == 0) readersPriority = getpriority(PRIO_PROCESS, 0);
+}
+
+TEST_F(Manager, ReloadReadsAtALowerPriorityAndLeavesTheCallersAsItIs) {
+    const CapturedMessages messages;
+    ASSERT_TRUE(reload(oldList));
+    const int priority = getpriority(PRIO_PROCESS, 0);
+    KATD_SPACE::ops.output = noteReader;
+    EXPECT_TRUE(reload(newList));
+    EXPECT_EQ(readersPriority, std::min(priority + 10, 19));
+    EXPECT_EQ(getpriority(PRIO_PROCESS, 0), priority);
+    EXPECT_EQ(lookUp(), 2U);
 }
 
 TEST_F(Manager, EveryAnswerDuringReloadsIsOldOrNew) {
