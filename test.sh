@@ -61,7 +61,7 @@ run_preset() {
 
 run_lint() {
     echo "== lint: compiling with clang"
-    quietly lint.configure cmake --preset release -B build/lint -DCMAKE_CXX_COMPILER=clang++ -DKATD_TESTS=OFF &&
+    quietly lint.configure cmake --preset release -B build/lint -DCMAKE_CXX_COMPILER=clang++ -DKATD_TESTS=OFF -DKATD_LTO=OFF &&
         quietly lint.build cmake --build build/lint || return 1
     echo "== lint: clang-tidy and shellcheck"
     git ls-files '*.sh' .ci/run | xargs shellcheck || return 1

@@ -5,6 +5,7 @@
 #include <limits>
 #include <new>
 
+#include "KatdUtil/Characters.h"
 #include "KatdUtil/Utils.h"
 
 namespace KATD_SPACE {
@@ -13,14 +14,6 @@ namespace {
 
 constexpr const char* logModule = "KatdUtil";
 constexpr const char* blanks = " \t\r\n";
-
-bool isBlank(char c) {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-
-bool isHexDigit(char c) {
-    return std::isxdigit(static_cast<unsigned char>(c)) != 0;
-}
 
 // The byte of two hexadecimal digits.
 unsigned char hexByte(char high, char low) {

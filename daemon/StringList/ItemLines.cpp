@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "KatdUtil/Characters.h"
 #include "KatdUtil/Utils.h"
 
 namespace KATD_SPACE {
@@ -14,10 +15,6 @@ constexpr std::size_t shortItem = 32;      // copied in one piece: takes 14 % of
 
 bool isDigit(char c) {
     return c >= '0' && c <= '9';
-}
-
-bool isBlank(char c) {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
 
 }  // namespace

@@ -9,10 +9,12 @@ namespace KATD_SPACE {
 
 // The lines of a list file behind the first one, read in blocks. Lines and their ends are those of fgets(3),
 // so also for zero bytes, for what is longer than its room, and for a read error, with which the line under
-// way is lost. For one thread; owns nothing. It reads ahead: where the stream stands afterwards is not told.
+// way is lost. For one thread; owns nothing. It reads ahead; in the end a stream that can be moved stands
+// behind what was taken.
 class ItemLines {
 public:
     explicit ItemLines(std::FILE* from) : stream(from) {}
+    ~ItemLines() { fseeko(stream, at - end, SEEK_CUR); }
     ItemLines(const ItemLines&) = delete;
     ItemLines& operator=(const ItemLines&) = delete;
 

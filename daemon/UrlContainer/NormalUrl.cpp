@@ -3,23 +3,12 @@
 #include <cstring>
 #include <initializer_list>
 
+#include "KatdUtil/Characters.h"
 #include "KatdUtil/Utils.h"
 
 namespace KATD_SPACE {
 
 namespace {
-
-bool isBlank(char c) {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-
-char lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
-}
-
-bool isHexDigit(char c) {
-    return (c >= '0' && c <= '9') || (lower(c) >= 'a' && lower(c) <= 'f');
-}
 
 // Behind the scheme that the text begins with, in either case; its beginning when there is none.
 const char* behindScheme(const char* text, const char* end) {

@@ -37,7 +37,7 @@ public:
     // False, with *category left alone, when the container is not loaded or an argument is null.
     bool getUrlCategory(char* url, std::uint32_t* category) const;
     // The same for a URL that stays as it is, of `length` bytes: `room`, of at least length + 1 bytes, takes
-    // what it is changed to. It may be left alone. REQUIRES: length == strlen(url).
+    // what it is changed to, or stays as it is. REQUIRES: length == strlen(url).
     bool getUrlCategory(const char* url, std::size_t length, char* room, std::uint32_t* category) const;
     // The two checks of a normalised url, which may be empty: its category, or -1.
     // The first decodes the path in place, the second leaves url as it was.
@@ -45,8 +45,8 @@ public:
     std::int32_t checkSiteList(char* url) const;
 
     UrlContainer* peer = nullptr;  // the manager's other container, not owned; null until linked
-    std::int32_t users =
-        0;  // look-ups running; under the manager's activeMutex and `mutex`; reset() under the former
+    std::int32_t users = 0;  // look-ups running; under the manager's activeMutex and `mutex`; reset() and
+                             // unlink() under the former
     QOR_SPACE::Mutex mutex;  // guards users and load
     StringList urlList;      // prefixes of URLs
     StringList domainList;   // host names

@@ -1,11 +1,12 @@
 #include "UrlManager/QuietLoad.h"
 
 #include <errno.h>
-#include <pthread.h>
 #include <sys/resource.h>
 
 #include <algorithm>
 
+#include "KatdUtil/DetachedThread.h"
+#include "Mutex.h"
 #include "UrlContainer/UrlContainer.h"
 
 namespace KATD_SPACE {
@@ -20,7 +21,10 @@ struct Load {
     UrlContainer& container;
     const char* urlsPath;
     const char* domainsPath;
-    bool isLoaded;
+    QOR_SPACE::Mutex mutex;  // guards the rest
+    QOR_SPACE::Condition ended{mutex};
+    bool hasEnded = false;
+    bool isLoaded = false;
 };
 
 void* runLoad(void* argument) {
@@ -29,24 +33,22 @@ void* runLoad(void* argument) {
     const int priority = getpriority(PRIO_PROCESS, 0);
     if (errno == 0) setpriority(PRIO_PROCESS, 0, std::min(priority + nicer, lowestPriority));
     Load& load = *static_cast<Load*>(argument);
-    load.isLoaded = load.container.load(load.urlsPath, load.domainsPath);
+    const bool isLoaded = load.container.load(load.urlsPath, load.domainsPath);
+    QOR_SPACE::Monitor monitor(load.mutex);
+    load.isLoaded = isLoaded;
+    load.hasEnded = true;
+    load.ended.notify();
     return nullptr;
 }
 
 }  // namespace
 
 bool loadQuietly(UrlContainer& container, const char* urlsPath, const char* domainsPath) {
-    Load load = {container, urlsPath, domainsPath, false};
-    pthread_attr_t attributes;
-    pthread_t thread;
-    bool isStarted = false;
-    if (pthread_attr_init(&attributes) == 0) {
-        isStarted = pthread_attr_setstacksize(&attributes, stackSize) == 0 &&
-                    pthread_create(&thread, &attributes, runLoad, &load) == 0;
-        pthread_attr_destroy(&attributes);
-    }
-    if (!isStarted) return container.load(urlsPath, domainsPath);
-    pthread_join(thread, nullptr);
+    Load load{container, urlsPath, domainsPath, {}};
+    if (startDetachedThread(runLoad, &load, stackSize) != 0) return container.load(urlsPath, domainsPath);
+    QOR_SPACE::Monitor monitor(load.mutex);
+    while (!load.hasEnded)
+        load.ended.wait();
     return load.isLoaded;
 }
 

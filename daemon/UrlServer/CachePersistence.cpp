@@ -10,8 +10,8 @@
 #include <new>
 #include <string>
 
+#include "KatdUtil/DetachedThread.h"
 #include "KatdUtil/Utils.h"
-#include "UrlServer/DetachedThread.h"
 #include "UrlServer/Engine.h"
 #include "UrlServer/UrlServer.h"
 #include "io/File.h"

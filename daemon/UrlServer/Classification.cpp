@@ -19,24 +19,6 @@ constexpr const char* logModule = "UrlServer";
 
 constexpr std::uint32_t NOT_LISTED = 0xFFFFFFFF;
 
-enum class Listed { YES, NO, NO_MEMORY };
-
-// The look-up writes the URL as the lists have it to `room`, or, when that is too small, to memory of its own.
-Listed lookUpLists(const char* url, char* room, std::size_t roomSize, unsigned char* category) {
-    const std::size_t length = strlen(url);
-    char* const text = length < roomSize ? room : static_cast<char*>(malloc(length + 1));
-    if (text == nullptr) {
-        ERR_MSG("In %s, fail to do strdup", "scanOneUrl");
-        return Listed::NO_MEMORY;
-    }
-    std::uint32_t number = NOT_LISTED;
-    const bool answered = urlSvr->urlManager.getUrlCategory(url, length, text, &number);
-    if (text != room) free(text);
-    if (!answered || number == NOT_LISTED) return Listed::NO;
-    *category = static_cast<unsigned char>(number & 0xFF);
-    return Listed::YES;
-}
-
 // Runs in the watching thread. The message may wait for a lock that the late call holds, so the end comes
 // first.
 void engineCallExpired(const char* url, int limitSec) {
@@ -78,6 +60,24 @@ void pauseMilliseconds(std::uint32_t milliseconds) {
 
 }  // namespace
 
+UrlServerInstance::Listed UrlServerInstance::lookUpLists(const char* url, UrlServerInstance* connection,
+                                                         unsigned char* category) {
+    const std::size_t length = strlen(url);
+    // The look-up writes there what of the URL the lists have.
+    char* const room = connection != nullptr ? connection->lookUpRoom(length + 1) : nullptr;
+    char* const text = room != nullptr ? room : static_cast<char*>(malloc(length + 1));
+    if (text == nullptr) {
+        ERR_MSG("In %s, fail to do strdup", "scanOneUrl");
+        return Listed::NO_MEMORY;
+    }
+    std::uint32_t number = NOT_LISTED;
+    const bool answered = urlSvr->urlManager.getUrlCategory(url, length, text, &number);
+    if (text != room) free(text);
+    if (!answered || number == NOT_LISTED) return Listed::NO;
+    *category = static_cast<unsigned char>(number & 0xFF);
+    return Listed::YES;
+}
+
 unsigned UrlServerInstance::scanOneUrl(const char* url, unsigned char* categories, unsigned size,
                                        bool withRetry, bool* matched) {
     return classify(url, categories, size, withRetry, matched, nullptr);
@@ -91,8 +91,7 @@ unsigned UrlServerInstance::classify(const char* url, unsigned char* categories,
     if (urlSvr == nullptr || urlSvr->sdkMain == nullptr || categories == nullptr || size == 0) return 0;
 
     if (urlSvr->urlManager.ready) {
-        char* const room = connection != nullptr ? connection->room : nullptr;
-        switch (lookUpLists(url, room, room != nullptr ? connection->roomSize : 0, categories)) {
+        switch (lookUpLists(url, connection, categories)) {
             case Listed::YES:
                 definitive = true;
                 return 1;

@@ -31,8 +31,8 @@ public:
     bool reply(const ReplyHeader& header, const unsigned char* categories);
 
     // Sends the replies that are held back; true when there are none, or all went out. A failure is reported
-    // once, for the reply that was cut off. To be called before anything that may wait, except readn: reply()
-    // has left nothing behind then.
+    // once, for the reply that was cut off. To be called before anything that may wait, except readn and
+    // control requests: reply() has left nothing behind then.
     bool send();
 
 private:

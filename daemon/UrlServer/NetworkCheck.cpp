@@ -5,8 +5,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "KatdUtil/DetachedThread.h"
 #include "KatdUtil/Utils.h"
-#include "UrlServer/DetachedThread.h"
 #include "UrlServer/Engine.h"
 #include "UrlServer/ProcessEnd.h"
 #include "UrlServer/UrlServer.h"

@@ -59,6 +59,15 @@ char* UrlServerInstance::bufferFor(std::uint32_t length) {
     return largeBuffer;
 }
 
+// Most URLs find room behind themselves, and the connection keeps what a longer one needed. Only a message
+// that is no part of `buffer` has none: one copy more of up to 16 MiB is not kept.
+char* UrlServerInstance::lookUpRoom(std::size_t size) {
+    if (messageLength >= BUFFER_SIZE) return nullptr;
+    if (size < BUFFER_SIZE - messageLength) return buffer + messageLength + 1;
+    if (longRoom == nullptr) longRoom.reset(new (std::nothrow) char[BUFFER_SIZE]);
+    return longRoom.get();
+}
+
 int UrlServerInstance::handleRequests() {
     if (socket < 0) {
         ERR_MSG("In %s, socket < 0", "handleRequests");
@@ -88,8 +97,7 @@ int UrlServerInstance::handleRequests() {
         return -1;
     }
 
-    room = message == buffer ? buffer + length + 1 : nullptr;
-    roomSize = message == buffer ? BUFFER_SIZE - length - 1 : 0;
+    messageLength = length;
     const char* body = message + PREFIX_LENGTH;
     unsigned char categories[MAX_CATEGORIES];
     ReplyHeader reply{};

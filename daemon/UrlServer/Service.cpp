@@ -9,8 +9,8 @@
 #include <cstdint>
 #include <new>
 
+#include "KatdUtil/DetachedThread.h"
 #include "KatdUtil/Utils.h"
-#include "UrlServer/DetachedThread.h"
 #include "UrlServer/Engine.h"
 #include "UrlServer/UrlServer.h"
 #include "UrlServer/UrlServerInstance.h"
@@ -21,6 +21,8 @@ namespace {
 
 constexpr const char* logModule = "UrlServer";
 constexpr int BACKLOG = 32;
+// Bytes, of a connection's thread: a 32-bit process serves thousands of them.
+constexpr unsigned CONNECTION_STACK_SIZE = 512 * 1024;
 
 // A descriptor held back, so that the listening socket can be made anew when all others are used up.
 class SpareDescriptor {

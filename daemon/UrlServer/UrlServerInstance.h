@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "UrlServer/ConnectionBuffer.h"
 
@@ -58,9 +59,15 @@ private:
     static unsigned classify(const char* url, unsigned char* categories, unsigned size, bool withRetry,
                              bool* matched, UrlServerInstance* connection);
 
-    char* room = nullptr;  // what `buffer` has left behind the message in it; null behind a larger message
-    std::size_t roomSize = 0;  // bytes
-    ConnectionBuffer stream;   // what is read from and written to `socket`
+    enum class Listed { YES, NO, NO_MEMORY };
+    // Looks the local lists up; connection (may be null) lends its room. YES: *category is the URL's.
+    static Listed lookUpLists(const char* url, UrlServerInstance* connection, unsigned char* category);
+    // Room of the connection for that many bytes, or null. While a message of messageLength bytes is served.
+    char* lookUpRoom(std::size_t size);
+
+    std::uint32_t messageLength = 0;   // of the message being served
+    std::unique_ptr<char[]> longRoom;  // BUFFER_SIZE bytes; null until a URL needed it
+    ConnectionBuffer stream;           // what is read from and written to `socket`
 };
 
 }  // namespace KATD_SPACE

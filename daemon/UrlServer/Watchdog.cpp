@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <limits>
 
-#include "UrlServer/DetachedThread.h"
+#include "KatdUtil/DetachedThread.h"
 #include "UrlServer/ProcessEnd.h"
 
 namespace KATD_SPACE {

@@ -61,7 +61,7 @@ constexpr Fault faults[] = {
     {"pthread_create", EAGAIN, IF_WRONG, "Error: Fail to create url server instance thread, [11]["},
     {"fopen", EMFILE, ALWAYS, nullptr},
     {"fgets", EIO, IF_WRONG, nullptr},
-    {"fread", EIO, ALWAYS, "ASAPSDK::CSDKMain_LoadWebSecCache Failed : Type=3, Code=5"},
+    {"fread", EIO, IF_WRONG, nullptr},
     {"fwrite", ENOSPC, ALWAYS, "ASAPSDK::CSDKMain_SaveWebSecCache Failed : Type=3, Code=28"},
 #ifdef FAULT_MALLOC
     {"malloc", ENOMEM, IF_WRONG, nullptr},

@@ -1,4 +1,4 @@
-#include "UrlServer/DetachedThread.h"
+#include "KatdUtil/DetachedThread.h"
 
 #include <pthread.h>
 
