@@ -9,7 +9,7 @@
 
 namespace bench {
 
-using KATD_SPACE::PREFIX_LENGTH;
+using KATD_SPACE::prefixLength;
 using KATD_SPACE::ReplyHeader;
 
 namespace {
@@ -28,8 +28,8 @@ Questions::Questions(const std::string& path) {
         const std::size_t tab = line.find('\t');
         if (tab == line.npos || tab == 0) fail("%s: no question: %s", path.c_str(), line.c_str());
         const std::string asked = line.substr(tab + 1);
-        append(static_cast<std::int32_t>(PREFIX_LENGTH + asked.size()), &requests);
-        requests.insert(requests.end(), KATD_SPACE::PREFIX_QUERY, KATD_SPACE::PREFIX_QUERY + PREFIX_LENGTH);
+        append(static_cast<std::int32_t>(prefixLength + asked.size()), &requests);
+        requests.insert(requests.end(), KATD_SPACE::prefixQuery, KATD_SPACE::prefixQuery + prefixLength);
         requests.insert(requests.end(), asked.begin(), asked.end());
         requestEnd.push_back(static_cast<std::uint32_t>(requests.size()));
         ReplyHeader header{};
@@ -42,7 +42,7 @@ Questions::Questions(const std::string& path) {
 }
 
 std::string Questions::url(unsigned i) const {
-    const std::size_t begin = requestBegin(i) + sizeof(std::int32_t) + PREFIX_LENGTH;
+    const std::size_t begin = requestBegin(i) + sizeof(std::int32_t) + prefixLength;
     return std::string(requests.data() + begin, requestEnd[i] - begin);
 }
 

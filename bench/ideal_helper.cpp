@@ -14,7 +14,7 @@ namespace bench {
 
 namespace {
 
-constexpr std::size_t INPUT_SIZE = 64 * 1024;
+constexpr std::size_t inputSize = 64 * 1024;
 
 class Answers {
 public:
@@ -57,10 +57,10 @@ private:
 // Each answer is written when it is known, as helpers do that answer line by line; or together with those to
 // all lines that one read brought.
 void serve(const Answers& answers, bool gathers) {
-    std::vector<char> input(INPUT_SIZE);
+    std::vector<char> input(inputSize);
     std::size_t kept = 0;
     std::string out;
-    for (ssize_t got; (got = read(STDIN_FILENO, input.data() + kept, INPUT_SIZE - kept)) > 0;) {
+    for (ssize_t got; (got = read(STDIN_FILENO, input.data() + kept, inputSize - kept)) > 0;) {
         char* line = input.data();
         char* const end = line + kept + got;
         while (void* feed = memchr(line, '\n', static_cast<std::size_t>(end - line))) {

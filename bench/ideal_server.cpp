@@ -19,11 +19,11 @@ namespace bench {
 
 namespace {
 
-using KATD_SPACE::MAX_CATEGORIES;
-using KATD_SPACE::PREFIX_LENGTH;
+using KATD_SPACE::maxCategories;
+using KATD_SPACE::prefixLength;
 using KATD_SPACE::ReplyHeader;
 
-constexpr unsigned INPUT_SIZE = 4096;
+constexpr unsigned inputSize = 4096;
 constexpr unsigned LENGTH_SIZE = sizeof(std::int32_t);
 constexpr std::size_t STACK_SIZE = 512 * 1024;  // katd's
 
@@ -34,16 +34,16 @@ struct Server {
 
 struct Reply {
     ReplyHeader header;
-    unsigned char categories[MAX_CATEGORIES];
+    unsigned char categories[maxCategories];
 };
-static_assert(sizeof(Reply) == sizeof(ReplyHeader) + MAX_CATEGORIES, "no gap between header and categories");
+static_assert(sizeof(Reply) == sizeof(ReplyHeader) + maxCategories, "no gap between header and categories");
 
 void answerFromEngine(const char* url, Reply* reply) {
     void* const answer = CSDKMain_ClassifyUrl(server.engine, url);
     const unsigned short* categories = nullptr;
     unsigned short count = 0;
     CSDKUrlCat_GetCategories(answer, &categories, &count);
-    for (unsigned i = 0; i < count && i < MAX_CATEGORIES; ++i)
+    for (unsigned i = 0; i < count && i < maxCategories; ++i)
         reply->categories[reply->header.length++] = static_cast<unsigned char>(categories[i]);
     reply->header.matched = count > 0 || (CSDKUrlCat_GetFlags(answer) & ASAPSDK_FLAG_FINAL) != 0;
     CSDKUrlCat_Close(answer);
@@ -52,9 +52,9 @@ void answerFromEngine(const char* url, Reply* reply) {
 // message ends with a zero byte.
 void answer(const char* message, Reply* reply) {
     reply->header = {};
-    if (server.options.asksEngine) return answerFromEngine(message + PREFIX_LENGTH, reply);
+    if (server.options.asksEngine) return answerFromEngine(message + prefixLength, reply);
     reply->header.length = reply->header.matched = 1;
-    reply->categories[0] = categoryOf(message + PREFIX_LENGTH + SCHEME_LENGTH);
+    reply->categories[0] = categoryOf(message + prefixLength + SCHEME_LENGTH);
 }
 
 bool sendReply(int fd, const Reply& reply) {
@@ -68,11 +68,11 @@ bool sendReply(int fd, const Reply& reply) {
 std::uint32_t lengthAt(const char* bytes) {
     std::uint32_t length = 0;
     memcpy(&length, bytes, sizeof(length));
-    return length < INPUT_SIZE - LENGTH_SIZE ? length : INPUT_SIZE - LENGTH_SIZE - 1;
+    return length < inputSize - LENGTH_SIZE ? length : inputSize - LENGTH_SIZE - 1;
 }
 
 void serveWithTwoReads(int fd) {
-    char message[INPUT_SIZE];
+    char message[inputSize];
     Reply reply;
     while (read(fd, message, LENGTH_SIZE) == LENGTH_SIZE) {
         const std::uint32_t length = lengthAt(message);
@@ -85,12 +85,12 @@ void serveWithTwoReads(int fd) {
 
 // Requests sent ahead share a read; with one write, also the write.
 void serveWithOneRead(int fd) {
-    char input[INPUT_SIZE + 1];
-    char output[INPUT_SIZE];
+    char input[inputSize + 1];
+    char output[inputSize];
     std::size_t end = 0;
     Reply reply;
     for (;;) {
-        const ssize_t got = read(fd, input + end, INPUT_SIZE - end);
+        const ssize_t got = read(fd, input + end, inputSize - end);
         if (got <= 0) return;
         end += static_cast<std::size_t>(got);
         std::size_t begin = 0;

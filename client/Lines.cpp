@@ -40,7 +40,7 @@ bool Lines::read() {
         end_ -= start_;
         start_ = 0;
     }
-    if (bytes_.size() - end_ < PIECE) bytes_.resize(bytes_.size() * 2 + PIECE);
+    if (bytes_.size() - end_ < piece) bytes_.resize(bytes_.size() * 2 + piece);
     ssize_t size = 0;
     do {
         size = ::read(STDIN_FILENO, bytes_.data() + end_, bytes_.size() - end_);

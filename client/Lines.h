@@ -22,7 +22,7 @@ private:
     bool read();
     bool take();
 
-    static constexpr std::size_t PIECE = 65536;  // asked for at once
+    static constexpr std::size_t piece = 65536;  // asked for at once
 
     std::vector<char> bytes_;
     std::size_t start_ = 0;  // [start_, end_) of bytes_ is read and not handed out

@@ -122,7 +122,7 @@ void requireReplies(const std::string& text, const std::vector<const Answer*>& r
         at += sizeof(header);
         REQUIRE(header.result == 0 && header.matched <= 1);
         REQUIRE((header.padding[0] | header.padding[1] | header.padding[2]) == 0);
-        REQUIRE(header.length <= MAX_CATEGORIES && header.length <= text.size() - at);
+        REQUIRE(header.length <= maxCategories && header.length <= text.size() - at);
         REQUIRE(header.length == 0 || header.matched == 1);
         const std::string categories = text.substr(at, header.length);
         at += header.length;

@@ -15,8 +15,8 @@ namespace katclient_internal {
 
 namespace {
 
-constexpr std::int64_t FIRST_PAUSE_MS = 5;  // between attempts to connect; doubled up to the longest
-constexpr std::int64_t LONGEST_PAUSE_MS = 100;
+constexpr std::int64_t firstPauseMs = 5;  // between attempts to connect; doubled up to the longest
+constexpr std::int64_t longestPauseMs = 100;
 
 int pollTime(std::int64_t limitMs) {
     if (limitMs < 0) return -1;
@@ -48,7 +48,7 @@ int Connection::open(unsigned connectMs, unsigned answerMs) {
     close();
     const std::int64_t start = nowMs();
     const std::int64_t queueMs = answerMs == 0 ? -1 : std::max(connectMs, answerMs);
-    std::int64_t pause = FIRST_PAUSE_MS;
+    std::int64_t pause = firstPauseMs;
     for (;;) {
         const std::int64_t passed = nowMs() - start;
         const int error = attempt(queueMs < 0 ? -1 : std::max<std::int64_t>(queueMs - passed, 1));
@@ -59,7 +59,7 @@ int Connection::open(unsigned connectMs, unsigned answerMs) {
         close();
         if (error == EINTR) continue;
         poll(nullptr, 0, pollTime(std::min(pause, left)));
-        pause = std::min(pause * 2, LONGEST_PAUSE_MS);
+        pause = std::min(pause * 2, longestPauseMs);
     }
 }
 

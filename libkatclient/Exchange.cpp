@@ -9,9 +9,9 @@ namespace katclient_internal {
 
 namespace {
 
-constexpr std::size_t PREFIX_SIZE = 4;
-constexpr std::size_t LARGEST_MESSAGE = std::size_t{16} * 1024 * 1024;  // katd refuses more
-constexpr char CONTROL[] = "ctl:";
+constexpr std::size_t prefixSize = 4;
+constexpr std::size_t largestMessage = std::size_t{16} * 1024 * 1024;  // katd refuses more
+constexpr char control[] = "ctl:";
 
 struct ReplyHeader {
     std::int32_t result;   // 0
@@ -23,7 +23,7 @@ static_assert(sizeof(ReplyHeader) == 12, "the header is 12 bytes on the wire");
 
 // A zero byte would end the URL for katd, which would then answer for another one.
 bool isUrl(const char* text, std::size_t length) {
-    return length != 0 && length <= LARGEST_MESSAGE - PREFIX_SIZE && std::memchr(text, 0, length) == nullptr;
+    return length != 0 && length <= largestMessage - prefixSize && std::memchr(text, 0, length) == nullptr;
 }
 
 }  // namespace
@@ -56,11 +56,11 @@ int Exchange::run(const Requests& requests, katclient_answer* answers) {
     attempts_ = 0;
     isFresh_ = isAlone_ = false;
     first_ = KATCLIENT_OK;
-    const bool isControl = std::memcmp(requests.prefix, CONTROL, PREFIX_SIZE) == 0;
+    const bool isControl = std::memcmp(requests.prefix, control, prefixSize) == 0;
     for (std::size_t i = 0; i < requests.count; ++i) {
         const char* const body = requests.bodies[i];
         const bool isGood = body != nullptr && (isControl || isUrl(body, lengthOf(i)));
-        answers[i].status = isGood ? PENDING : KATCLIENT_BAD_ARGUMENT;
+        answers[i].status = isGood ? pending : KATCLIENT_BAD_ARGUMENT;
         answers[i].known = 0;
         answers[i].count = 0;
         if (!isGood && first_ == KATCLIENT_OK) {
@@ -111,15 +111,15 @@ void Exchange::step() {
 }
 
 void Exchange::gather() {
-    if (outgoing() || inFlight_ > (isAlone_ ? 0 : WINDOW / 2)) return;
+    if (outgoing() || inFlight_ > (isAlone_ ? 0 : window / 2)) return;
     outStart_ = outEnd_ = 0;
     if (inFlight_ == 0) {
         sent_ = 0;
         if (answerMs != 0) since_ = nowMs();
     }
-    const std::size_t limit = isAlone_ ? 1 : WINDOW;
+    const std::size_t limit = isAlone_ ? 1 : window;
     for (; asked_ < requests_.count && inFlight_ < limit; ++asked_) {
-        if (answers_[asked_].status != PENDING) continue;
+        if (answers_[asked_].status != pending) continue;
         if (!put(requests_.bodies[asked_], lengthOf(asked_))) return;
         ++inFlight_;
     }
@@ -127,13 +127,13 @@ void Exchange::gather() {
 
 // False when there is no room, or nothing may come behind.
 bool Exchange::put(const char* body, std::size_t length) {
-    const auto size = static_cast<std::int32_t>(PREFIX_SIZE + length);
-    const std::size_t needed = sizeof size + PREFIX_SIZE + length;
-    const bool isLong = needed > OUT_SIZE / 4;
-    if (tailSize_ != 0 || (isLong ? needed - length : needed) > OUT_SIZE - outEnd_) return false;
+    const auto size = static_cast<std::int32_t>(prefixSize + length);
+    const std::size_t needed = sizeof size + prefixSize + length;
+    const bool isLong = needed > outSize / 4;
+    if (tailSize_ != 0 || (isLong ? needed - length : needed) > outSize - outEnd_) return false;
     std::memcpy(out_ + outEnd_, &size, sizeof size);
-    std::memcpy(out_ + outEnd_ + sizeof size, requests_.prefix, PREFIX_SIZE);
-    outEnd_ += sizeof size + PREFIX_SIZE;
+    std::memcpy(out_ + outEnd_ + sizeof size, requests_.prefix, prefixSize);
+    outEnd_ += sizeof size + prefixSize;
     if (isLong) {
         tail_ = body;
         tailSize_ = length;
@@ -168,7 +168,7 @@ bool Exchange::send() {
 bool Exchange::receive() {
     std::size_t count = 0;
     const bool mayWait = answerMs == 0 && !outgoing();
-    const Connection::Io io = connection_.receive(in_ + inEnd_, IN_SIZE - inEnd_, mayWait, &count);
+    const Connection::Io io = connection_.receive(in_ + inEnd_, inSize - inEnd_, mayWait, &count);
     if (io == Connection::Io::AGAIN) return false;
     if (io != Connection::Io::DONE) {
         lost(io == Connection::Io::ENDED);
@@ -238,7 +238,7 @@ void Exchange::settle(int status) {
 }
 
 void Exchange::skipSettled() {
-    while (answered_ < requests_.count && answers_[answered_].status != PENDING)
+    while (answered_ < requests_.count && answers_[answered_].status != pending)
         ++answered_;
 }
 

@@ -55,10 +55,10 @@ private:
     void describe(int status);
     std::size_t lengthOf(std::size_t index) const;
 
-    static constexpr int PENDING = -1;              // status of an answer that is still to come
-    static constexpr std::size_t OUT_SIZE = 16384;  // gathered for one send
-    static constexpr std::size_t IN_SIZE = 16384;   // many replies
-    static constexpr std::size_t WINDOW = 128;      // requests under way at most
+    static constexpr int pending = -1;             // status of an answer that is still to come
+    static constexpr std::size_t outSize = 16384;  // gathered for one send
+    static constexpr std::size_t inSize = 16384;   // many replies
+    static constexpr std::size_t window = 128;     // requests under way at most
 
     Connection connection_;
     char message_[320] = "";
@@ -81,8 +81,8 @@ private:
     const char* tail_ = nullptr;  // and then the rest of a long body, which stays where the caller has it
     std::size_t tailSize_ = 0;
     std::size_t inEnd_ = 0;  // received, less than a reply after takeReplies()
-    char out_[OUT_SIZE];
-    char in_[IN_SIZE];
+    char out_[outSize];
+    char in_[inSize];
 };
 
 }  // namespace katclient_internal

@@ -17,12 +17,12 @@ namespace {
 
 constexpr const char* logModule = "UrlServer";
 
-constexpr std::uint32_t NOT_LISTED = 0xFFFFFFFF;
+constexpr std::uint32_t notListed = 0xFFFFFFFF;
 
 // Runs in the watching thread. The message may wait for a lock that the late call holds, so the end comes
 // first.
 void engineCallExpired(const char* url, int limitSec) {
-    endWithin(1, END_GRACE_MS);
+    endWithin(1, endGraceMs);
     speakAlone();
     ERR_MSG("[%s] not return from ctengine, alarm timeout is [%d], katd have to exit !", url, limitSec);
     endProcess(1);
@@ -70,10 +70,10 @@ UrlServerInstance::Listed UrlServerInstance::lookUpLists(const char* url, UrlSer
         ERR_MSG("In %s, fail to do strdup", "scanOneUrl");
         return Listed::NO_MEMORY;
     }
-    std::uint32_t number = NOT_LISTED;
+    std::uint32_t number = notListed;
     const bool answered = urlSvr->urlManager.getUrlCategory(url, length, text, &number);
     if (text != room) free(text);
-    if (!answered || number == NOT_LISTED) return Listed::NO;
+    if (!answered || number == notListed) return Listed::NO;
     *category = static_cast<unsigned char>(number & 0xFF);
     return Listed::YES;
 }

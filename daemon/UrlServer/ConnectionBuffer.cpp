@@ -15,15 +15,15 @@ constexpr const char* logModule = "UrlServer";
 unsigned ConnectionBuffer::readn(void* to, unsigned n) {
     char* const target = static_cast<char*>(to);
     unsigned held = inputEnd_ - inputStart_;
-    if (held < n && n <= INPUT_SIZE && readsAhead_) {
+    if (held < n && n <= inputSize && readsAhead_) {
         memmove(input_, input_ + inputStart_, held);
         inputStart_ = 0;
-        inputEnd_ = held = Utils::readAtLeast(socket_, input_, held, n, INPUT_SIZE);
+        inputEnd_ = held = Utils::readAtLeast(socket_, input_, held, n, inputSize);
     }
     const unsigned taken = held < n ? held : n;
     memcpy(target, input_ + inputStart_, taken);
     inputStart_ += taken;
-    if (taken == n || (readsAhead_ && n <= INPUT_SIZE)) return taken;
+    if (taken == n || (readsAhead_ && n <= inputSize)) return taken;
     return Utils::readAtLeast(socket_, target, taken, n, n);
 }
 
@@ -32,7 +32,7 @@ bool ConnectionBuffer::reply(const ReplyHeader& header, const unsigned char* cat
     memcpy(output_ + outputEnd_, &header, sizeof(header));
     memcpy(output_ + outputEnd_ + sizeof(header), categories, header.length);
     outputEnd_ += static_cast<unsigned>(sizeof(header)) + header.length;
-    if (outputEnd_ + LARGEST_REPLY <= OUTPUT_SIZE && holdsWholeQuery()) return true;
+    if (outputEnd_ + largestReply <= outputSize && holdsWholeQuery()) return true;
     return send();
 }
 
@@ -42,13 +42,13 @@ bool ConnectionBuffer::holdsWholeQuery() const {
     const unsigned held = inputEnd_ - inputStart_;
     const char* const request = input_ + inputStart_;
     std::int32_t length = 0;
-    if (held < sizeof(length) + PREFIX_LENGTH) return false;
+    if (held < sizeof(length) + prefixLength) return false;
     memcpy(&length, request, sizeof(length));
     const char* const prefix = request + sizeof(length);
-    return length > static_cast<std::int32_t>(PREFIX_LENGTH) &&
+    return length > static_cast<std::int32_t>(prefixLength) &&
            static_cast<std::uint32_t>(length) <= held - sizeof(length) &&
-           (memcmp(prefix, PREFIX_QUERY, PREFIX_LENGTH) == 0 ||
-            memcmp(prefix, PREFIX_RETRIED_QUERY, PREFIX_LENGTH) == 0);
+           (memcmp(prefix, prefixQuery, prefixLength) == 0 ||
+            memcmp(prefix, prefixRetriedQuery, prefixLength) == 0);
 }
 
 bool ConnectionBuffer::send() {

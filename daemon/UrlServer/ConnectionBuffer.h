@@ -39,9 +39,9 @@ private:
     bool holdsWholeQuery() const;
     void reportUnsent(unsigned out) const;
 
-    static constexpr unsigned INPUT_SIZE = 4096;
-    static constexpr unsigned OUTPUT_SIZE = 2048;  // bound of what is held back
-    static constexpr unsigned LARGEST_REPLY = sizeof(ReplyHeader) + MAX_CATEGORIES;
+    static constexpr unsigned inputSize = 4096;
+    static constexpr unsigned outputSize = 2048;  // bound of what is held back
+    static constexpr unsigned largestReply = sizeof(ReplyHeader) + maxCategories;
 
     const int socket_;
     bool readsAhead_ = false;
@@ -49,8 +49,8 @@ private:
     unsigned inputStart_ = 0;  // bytes [inputStart_, inputEnd_) of input_ are read and not yet taken
     unsigned inputEnd_ = 0;
     unsigned outputEnd_ = 0;  // bytes of output_ that wait to be sent: whole replies
-    char output_[OUTPUT_SIZE];
-    char input_[INPUT_SIZE];
+    char output_[outputSize];
+    char input_[inputSize];
 };
 
 }  // namespace KATD_SPACE

@@ -15,7 +15,7 @@ namespace {
 constexpr const char* logModule = "UrlServer";
 
 // Long enough for any keyword with its operands.
-constexpr unsigned COMPLETE = 0xFFFFFFFF;
+constexpr unsigned complete = 0xFFFFFFFF;
 
 std::uint32_t operandAt(const char* position) {
     std::uint32_t value;
@@ -79,22 +79,22 @@ void tellStatistics() {
 }  // namespace
 
 void UrlServerInstance::handleCtrlRequest(const char* body) {
-    handleCtrlRequest(body, COMPLETE);
+    handleCtrlRequest(body, complete);
 }
 
 void UrlServerInstance::handleCtrlRequest(const char* body, unsigned length) {
     if (urlSvr == nullptr) return;
     QOR_SPACE::Monitor monitor(urlSvr->ctrlMutex);
-    if (isRequest(body, CONTROL_LOG_LEVEL, length, 1)) {
-        setLogLevel(operandAt(body + sizeof(CONTROL_LOG_LEVEL) - 1));
-    } else if (isRequest(body, CONTROL_TIMEOUT, length, 2)) {
-        const char* operands = body + sizeof(CONTROL_TIMEOUT) - 1;
+    if (isRequest(body, controlLogLevel, length, 1)) {
+        setLogLevel(operandAt(body + sizeof(controlLogLevel) - 1));
+    } else if (isRequest(body, controlTimeout, length, 2)) {
+        const char* operands = body + sizeof(controlTimeout) - 1;
         setRetries(operandAt(operands), operandAt(operands + sizeof(std::uint32_t)));
-    } else if (isRequest(body, CONTROL_SAVE_CACHE)) {
+    } else if (isRequest(body, controlSaveCache)) {
         saveCacheNow();
-    } else if (isRequest(body, CONTROL_URLS_STAT)) {
+    } else if (isRequest(body, controlUrlsStat)) {
         tellStatistics();
-    } else if (isRequest(body, CONTROL_RELOAD)) {
+    } else if (isRequest(body, controlReload)) {
         urlSvr->urlManager.reloadUrlList(ops.conf.getUrlsListPath(), ops.conf.getDomainsListPath());
     } else {
         ERR_MSG("Unknown ctrl request [%s]", body);

@@ -18,10 +18,10 @@ namespace {
 
 constexpr const char* logModule = "UrlServer";
 
-constexpr char TEST_URL[] = "www.example.com";  // stable, public, and known to any classification service
-constexpr int ANSWER_LIMIT_SEC = 30;
-constexpr int END_DELAY_SEC = 300;    // lets a supervisor's restart not hammer a service that is down
-constexpr int MESSAGE_WAIT_MS = 200;  // for the message to get out before the delay begins
+constexpr char testUrl[] = "www.example.com";  // stable, public, and known to any classification service
+constexpr int answerLimitSec = 30;
+constexpr int endDelaySec = 300;    // lets a supervisor's restart not hammer a service that is down
+constexpr int messageWaitMs = 200;  // for the message to get out before the delay begins
 
 // The failed check's message, told in a thread of its own: it may wait for ever for the log, which another
 // process or a hung engine call may hold.
@@ -73,13 +73,13 @@ private:
 // Whatever blocks on the way, the process ends within a second after the delay; only the system-log program,
 // once it runs, is waited for as long as it takes.
 [[noreturn]] void endForNetwork(const EngineFailure* failure) {
-    endWithin(1, END_DELAY_SEC * 1000 + END_GRACE_MS);
+    endWithin(1, endDelaySec * 1000 + endGraceMs);
     FailureMessage message(failure);
-    if (!message.awaitAtMost(MESSAGE_WAIT_MS)) stayMute();
-    Utils::sleepn(END_DELAY_SEC);
-    endWithin(1, END_GRACE_MS);
+    if (!message.awaitAtMost(messageWaitMs)) stayMute();
+    Utils::sleepn(endDelaySec);
+    endWithin(1, endGraceMs);
     Utils::writeSysLog("CheckNetFail", cancelEnd);
-    endWithin(1, END_GRACE_MS);
+    endWithin(1, endGraceMs);
     message.await();
     endProcess(1);
 }
@@ -98,8 +98,8 @@ void UrlServer::checkNetStatus(void* sdkMain) {
     sigaction(SIGALRM, &action, &previous);
     {
         const EngineResult result = [&] {
-            Watchdog watchdog(ANSWER_LIMIT_SEC, answerExpired, nullptr);
-            return EngineResult(sdkMain, TEST_URL);
+            Watchdog watchdog(answerLimitSec, answerExpired, nullptr);
+            return EngineResult(sdkMain, testUrl);
         }();
         if (!result.failed()) {
             sigaction(SIGALRM, &previous, nullptr);

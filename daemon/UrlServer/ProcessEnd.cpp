@@ -70,7 +70,7 @@ bool mayBeHeard() {
 }
 
 void endProcess(int status) {
-    endWithin(status, END_GRACE_MS);
+    endWithin(status, endGraceMs);
     std::fflush(stdout);
     _exit(status);
 }

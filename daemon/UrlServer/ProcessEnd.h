@@ -6,7 +6,7 @@
 namespace KATD_SPACE {
 
 // What may still block between the decision to end and the end gets this long, in milliseconds.
-constexpr int END_GRACE_MS = 700;
+constexpr int endGraceMs = 700;
 
 // From now on the process ends with status after that many milliseconds, whatever any thread waits for: the
 // kernel's timer runs out and its handler calls _exit(2). Uses SIGALRM and ITIMER_REAL (setitimer(2)). A
@@ -28,7 +28,7 @@ void stayMute();
 // alone.
 bool mayBeHeard();
 
-// Flushes standard output and ends the process with status, within END_GRACE_MS. No destructors run.
+// Flushes standard output and ends the process with status, within endGraceMs. No destructors run.
 [[noreturn]] void endProcess(int status);
 
 }  // namespace KATD_SPACE

@@ -11,23 +11,23 @@
 namespace KATD_SPACE {
 
 // The four bytes that open a message, without a terminator.
-constexpr unsigned PREFIX_LENGTH = 4;
-constexpr char PREFIX_QUERY[] = "url0";          // body: a URL; one attempt
-constexpr char PREFIX_RETRIED_QUERY[] = "url1";  // body: a URL; asked again while its categories are Unknown
-constexpr char PREFIX_CONTROL[] = "ctl:";        // body: one of the keywords below
+constexpr unsigned prefixLength = 4;
+constexpr char prefixQuery[] = "url0";         // body: a URL; one attempt
+constexpr char prefixRetriedQuery[] = "url1";  // body: a URL; asked again while its categories are Unknown
+constexpr char prefixControl[] = "ctl:";       // body: one of the keywords below
 
 // Control requests: the keyword, then its operands as raw unsigned 32-bit integers.
-constexpr char CONTROL_LOG_LEVEL[] = "log_level=";  // one operand: 0 info, 1 error, 2 warning, 3 debug
-constexpr char CONTROL_TIMEOUT[] = "timeout=";  // two operands: retry times, retry interval in milliseconds
-constexpr char CONTROL_SAVE_CACHE[] = "save_cache";  // no operand, like the next two
-constexpr char CONTROL_URLS_STAT[] = "urls_stat";
-constexpr char CONTROL_RELOAD[] = "assis_reload";
+constexpr char controlLogLevel[] = "log_level=";  // one operand: 0 info, 1 error, 2 warning, 3 debug
+constexpr char controlTimeout[] = "timeout=";     // two operands: retry times, retry interval in milliseconds
+constexpr char controlSaveCache[] = "save_cache";  // no operand, like the next two
+constexpr char controlUrlsStat[] = "urls_stat";
+constexpr char controlReload[] = "assis_reload";
 
-constexpr unsigned MAX_CATEGORIES = 256;  // a reply carries at most this many bytes after its header
+constexpr unsigned maxCategories = 256;  // a reply carries at most this many bytes after its header
 
 struct ReplyHeader {
     std::int32_t result;   // always 0
-    std::uint32_t length;  // category bytes that follow, 0 to MAX_CATEGORIES
+    std::uint32_t length;  // category bytes that follow, 0 to maxCategories
     std::uint8_t matched;  // 1: the answer is definitive (length 0: known to have no category); 0: no answer
     std::uint8_t padding[3];  // zero
 };

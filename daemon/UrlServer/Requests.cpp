@@ -15,7 +15,7 @@ namespace {
 constexpr const char* logModule = "UrlServer";
 
 bool hasPrefix(const char* message, const char* prefix) {
-    return memcmp(message, prefix, PREFIX_LENGTH) == 0;
+    return memcmp(message, prefix, prefixLength) == 0;
 }
 
 }  // namespace
@@ -46,11 +46,11 @@ int UrlServerInstance::start() {
 // Room for length bytes and a terminator, or null. A large buffer stays with the connection for its later
 // requests.
 char* UrlServerInstance::bufferFor(std::uint32_t length) {
-    if (length < BUFFER_SIZE) return buffer;
+    if (length < bufferSize) return buffer;
     if (largeBufferSize > length) return largeBuffer;
     delete[] largeBuffer;
     largeBufferSize = 0;
-    largeBuffer = length <= MAX_MESSAGE ? new (std::nothrow) char[length + 1] : nullptr;
+    largeBuffer = length <= maxMessage ? new (std::nothrow) char[length + 1] : nullptr;
     if (largeBuffer == nullptr) {
         ERR_MSG("fail to new char [%d]", static_cast<std::int32_t>(length + 1));
         return nullptr;
@@ -62,9 +62,9 @@ char* UrlServerInstance::bufferFor(std::uint32_t length) {
 // Most URLs find room behind themselves, and the connection keeps what a longer one needed. Only a message
 // that is no part of `buffer` has none: one copy more of up to 16 MiB is not kept.
 char* UrlServerInstance::lookUpRoom(std::size_t size) {
-    if (messageLength >= BUFFER_SIZE) return nullptr;
-    if (size < BUFFER_SIZE - messageLength) return buffer + messageLength + 1;
-    if (longRoom == nullptr) longRoom.reset(new (std::nothrow) char[BUFFER_SIZE]);
+    if (messageLength >= bufferSize) return nullptr;
+    if (size < bufferSize - messageLength) return buffer + messageLength + 1;
+    if (longRoom == nullptr) longRoom.reset(new (std::nothrow) char[bufferSize]);
     return longRoom.get();
 }
 
@@ -92,21 +92,21 @@ int UrlServerInstance::handleRequests() {
         return -1;
     }
     message[length] = '\0';
-    if (length <= PREFIX_LENGTH) {
+    if (length <= prefixLength) {
         ERR_MSG("bad katd msg, length too short [%d]", announced);
         return -1;
     }
 
     messageLength = length;
-    const char* body = message + PREFIX_LENGTH;
-    unsigned char categories[MAX_CATEGORIES];
+    const char* body = message + prefixLength;
+    unsigned char categories[maxCategories];
     ReplyHeader reply{};
-    if (hasPrefix(message, PREFIX_QUERY)) {
+    if (hasPrefix(message, prefixQuery)) {
         handleQuery(body, false, categories, &reply);
-    } else if (hasPrefix(message, PREFIX_RETRIED_QUERY)) {
+    } else if (hasPrefix(message, prefixRetriedQuery)) {
         handleQuery(body, true, categories, &reply);
-    } else if (hasPrefix(message, PREFIX_CONTROL)) {
-        handleCtrlRequest(body, length - PREFIX_LENGTH);
+    } else if (hasPrefix(message, prefixControl)) {
+        handleCtrlRequest(body, length - prefixLength);
     } else {
         ERR_MSG("Unknown katd msg prefix [%s]", message);
         return -1;
@@ -118,7 +118,7 @@ void UrlServerInstance::handleQuery(const char* url, bool withRetry, unsigned ch
                                     ReplyHeader* reply) {
     bool matched = false;
     currentUrl = url;
-    reply->length = classify(url, categories, MAX_CATEGORIES, withRetry, &matched, this);
+    reply->length = classify(url, categories, maxCategories, withRetry, &matched, this);
     currentUrl = nullptr;
     reply->matched = matched ? 1 : 0;
     if (urlSvr != nullptr) urlSvr->handledRequest.store(true, std::memory_order_relaxed);

@@ -20,9 +20,9 @@ namespace KATD_SPACE {
 namespace {
 
 constexpr const char* logModule = "UrlServer";
-constexpr int BACKLOG = 32;
+constexpr int backlog = 32;
 // Bytes, of a connection's thread: a 32-bit process serves thousands of them.
-constexpr unsigned CONNECTION_STACK_SIZE = 512 * 1024;
+constexpr unsigned connectionStackSize = 512 * 1024;
 
 // A descriptor held back, so that the listening socket can be made anew when all others are used up.
 class SpareDescriptor {
@@ -58,7 +58,7 @@ void pauseAMoment() {
 void startInstance(int connection) {
     const int error = startDetachedThread(UrlServer::createInstance,
                                           reinterpret_cast<void*>(static_cast<std::intptr_t>(connection)),
-                                          CONNECTION_STACK_SIZE);
+                                          connectionStackSize);
     if (error == 0) return;
     ERR_MSG("Error: Fail to create url server instance thread, [%d][%s].", error, strerror(errno));
     close(connection);
@@ -94,7 +94,7 @@ void UrlServer::startService() {
     bool acceptFailed = false;
     for (;;) {
         errno = 0;
-        const int listener = Utils::createLocalTcpService(path, BACKLOG);
+        const int listener = Utils::createLocalTcpService(path, backlog);
         if (listener < 0) {
             const bool shortage = isShortage(errno);
             ERR_MSG("fail to create local socket with [%s][%d]", path, listener);

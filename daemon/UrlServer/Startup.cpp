@@ -29,7 +29,7 @@ namespace {
 
 constexpr const char* logModule = "UrlServer";
 
-constexpr int FAILED = -1;  // the status of an orderly refusal to start; the shell sees 255
+constexpr int failed = -1;  // the status of an orderly refusal to start; the shell sees 255
 
 // Started without them, the daemon would get its log or a lock file as descriptor 1 or 2, and messages meant
 // for standard error would end up in there.
@@ -113,8 +113,8 @@ bool lockPidFile(const char* home) {
 
 void requireDns() {
     if (Utils::checkDNS(ops.conf.getServerAddress())) return;
-    constexpr int END_DELAY_SEC = 300;
-    Utils::sleepn(END_DELAY_SEC);
+    constexpr int endDelaySec = 300;
+    Utils::sleepn(endDelaySec);
     ERR_MSG("Cannot get correct dns, katd returned.");
     Utils::writeSysLog("CheckDnsFail");
     endProcess(1);
@@ -148,29 +148,29 @@ int runDaemon(int argc, char** argv, const char* version, const char* buildTime)
     ops.output = printLog;
 
     const char* home = getenv("KATD_DIR");
-    if (!checkEnv(home)) return FAILED;
+    if (!checkEnv(home)) return failed;
     setHandler(SIGPIPE, SIG_IGN);
     setHandler(SIGHUP, SIG_IGN);
     setUpLog(home);
     if (!ops.conf.loadConfig(home)) {
         ERR_MSG("fail to load katd config file.");
-        return FAILED;
+        return failed;
     }
     if (!parseParameters(argc, argv)) {
         printf("usage: %s -h | [http_proxy_config_file]\n", argv[0]);
-        return FAILED;
+        return failed;
     }
-    if (!lockPidFile(home)) return FAILED;
+    if (!lockPidFile(home)) return failed;
     requireDns();
     pthread_key_create(&ops.instanceKey, nullptr);
-    if (!createServer()) return FAILED;
+    if (!createServer()) return failed;
     setHandler(SIGALRM, alarm_signal_handler2);
     urlSvr->urlManager.reloadUrlList(ops.conf.getUrlsListPath(), ops.conf.getDomainsListPath());
     urlSvr->startCacheMonitor();
     urlSvr->startService();
 
     // Connections may still be served: the engine is closed, but nothing is freed that they use.
-    endWithin(0, END_GRACE_MS + 1000);
+    endWithin(0, endGraceMs + 1000);
     urlSvr->closeEngine();
     return 0;
 }
@@ -218,8 +218,8 @@ void writeDebugLog(const char* text) {
     } catch (const std::bad_alloc&) {
         // The record is lost, as on a full disk; whoever reports goes on. Told where the log tells its own
         // failures.
-        constexpr char LOST[] = "Out of memory\n";
-        const ssize_t ignored = write(STDERR_FILENO, LOST, sizeof(LOST) - 1);
+        constexpr char lost[] = "Out of memory\n";
+        const ssize_t ignored = write(STDERR_FILENO, lost, sizeof(lost) - 1);
         static_cast<void>(ignored);
     }
 }

@@ -61,9 +61,9 @@ UrlServer::~UrlServer() {
 void UrlServer::closeEngine() {
     void* handle = sdkMain.exchange(nullptr);
     if (handle == nullptr) return;
-    constexpr int WAITS = 100;
+    constexpr int waits = 100;
     for (int waited = 0; engineUses.load() != 0; ++waited) {
-        if (waited == WAITS) return;
+        if (waited == waits) return;
         const timespec pause{0, 10 * 1000000L};
         nanosleep(&pause, nullptr);
     }

@@ -41,15 +41,15 @@ public:
     static unsigned scanOneUrl(const char* url, unsigned char* categories, unsigned size, bool withRetry,
                                bool* matched);
 
-    static constexpr unsigned BUFFER_SIZE = 4096;
+    static constexpr unsigned bufferSize = 4096;
     // A longer message is refused as if there were no memory for it.
-    static constexpr unsigned MAX_MESSAGE = 16 * 1024 * 1024;
+    static constexpr unsigned maxMessage = 16 * 1024 * 1024;
 
-    std::int32_t socket;  // the accepted connection
-    char* largeBuffer;    // for messages of BUFFER_SIZE bytes or more; owned, null when absent, kept
+    std::int32_t socket;            // the accepted connection
+    char* largeBuffer;              // for messages of bufferSize bytes or more; owned, null when absent, kept
     std::uint32_t largeBufferSize;  // its capacity in bytes
     const char* currentUrl;         // non-null exactly while it is being classified
-    char buffer[BUFFER_SIZE];       // for shorter messages
+    char buffer[bufferSize];        // for shorter messages
 
 private:
     char* bufferFor(std::uint32_t length);
@@ -66,7 +66,7 @@ private:
     char* lookUpRoom(std::size_t size);
 
     std::uint32_t messageLength = 0;   // of the message being served
-    std::unique_ptr<char[]> longRoom;  // BUFFER_SIZE bytes; null until a URL needed it
+    std::unique_ptr<char[]> longRoom;  // bufferSize bytes; null until a URL needed it
     ConnectionBuffer stream;           // what is read from and written to `socket`
 };
 

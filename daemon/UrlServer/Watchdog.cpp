@@ -25,7 +25,7 @@ std::int64_t nowMs() {
 
 // All static and never destroyed: calls may be under way when the process ends.
 struct Watchdog::Keeper {
-    static constexpr std::int64_t NEVER = std::numeric_limits<std::int64_t>::max();
+    static constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
 
     // Guards the rest; held for moments only.
     static inline pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
@@ -33,7 +33,7 @@ struct Watchdog::Keeper {
     static inline pthread_cond_t changed;
     static inline bool running = false;  // the watching thread exists
     // When that thread looks next, unless it is told to look earlier.
-    static inline std::int64_t wakeMs = NEVER;
+    static inline std::int64_t wakeMs = never;
     static inline Watchdog* first = nullptr;  // the armed, earliest deadline first
     static inline Watchdog* last = nullptr;
     static inline const Watchdog* late = nullptr;  // the call that the process is ending for
@@ -88,7 +88,7 @@ struct Watchdog::Keeper {
         pthread_mutex_lock(&mutex);
         for (;;) {
             if (first == nullptr) {
-                wakeMs = NEVER;
+                wakeMs = never;
                 pthread_cond_wait(&changed, &mutex);
             } else if (nowMs() >= first->deadlineMs_) {
                 expire(*first);
