@@ -26,7 +26,9 @@ bool Lines::take() {
     scanned_ = held;
     if (feed == nullptr && !isOver_) return false;
     const std::size_t length = feed != nullptr ? static_cast<std::size_t>(feed - from) : held;
-    lines_.emplace_back(from, length);
+    // A text file of another system: the daemon would leave the carriage return out, the answer would not.
+    const bool hasReturn = length > 0 && from[length - 1] == '\r';
+    lines_.emplace_back(from, hasReturn ? length - 1 : length);
     start_ += feed != nullptr ? length + 1 : length;
     scanned_ = 0;
     return true;

@@ -35,8 +35,10 @@ katc::ExitStatus run(int argc, const char* const* argv) {
     const int status = katclient_open(arguments.socket.c_str(), &opened);
     const std::unique_ptr<katclient, void (*)(katclient*)> client(opened, katclient_close);
     if (status != KATCLIENT_OK) {
-        katc::tell("no daemon can be asked on [" + arguments.socket + "], " + katclient_status_text(status));
-        return katc::noDaemon;
+        katc::tell(status == KATCLIENT_NO_MEMORY
+                       ? "there is too little memory: free some"
+                       : "the path " + arguments.socket + " cannot be a socket's: name katd's socket with -s");
+        return status == KATCLIENT_NO_MEMORY ? katc::unanswered : katc::badUsage;
     }
     katclient_set_limits(opened, arguments.waitMs.value_or(0), arguments.answerMs);
     if (arguments.control) return katc::sendControl(opened, arguments.control);

@@ -136,13 +136,15 @@ TEST_F(KatcTest, BadUsageIsToldAndAsksNothing) {
 
 TEST_F(KatcTest, WithoutADaemonTheStatusIsThree) {
     close(Utils::createLocalTcpService((dir / "dead").c_str(), 1));
-    for (const std::string& path : Texts{"missing", "dead", std::string(120, 'x')}) {
+    for (const std::string& path : Texts{"missing", "dead"}) {
         for (const std::string request : {"a b", "ctl reload"}) {
             EXPECT_EQ(3, run("katc --socket " + path + " " + request));
             EXPECT_THAT(errors, HasSubstr(path));
             EXPECT_EQ(std::string::npos, errors.find("[b]")) << "goes on without a daemon: " << errors;
         }
     }
+    EXPECT_EQ(2, run("katc -s " + std::string(108, 'x') + " a"));
+    EXPECT_THAT(errors, HasSubstr("-s."));
 }
 
 TEST_F(KatcTest, GoesOnOverANewConnectionWhenTheDaemonCloses) {
@@ -158,7 +160,7 @@ TEST_F(KatcTest, GoesOnOverANewConnectionWhenTheDaemonCloses) {
 
 TEST_F(KatcTest, RefusesWhatTheDaemonWouldMisunderstand) {
     FakeDaemon daemon(socket, answerAll);
-    EXPECT_EQ(1, run("printf '\\na\\nb\\0c\\n \\n\\nd\\n' | katc -s socket -"));
+    EXPECT_EQ(1, run("printf '\\na\\nb\\0c\\n \\n\\nd\\r\\n' | katc -s socket -"));
     EXPECT_EQ("a\tknown\t5\n \tknown\t5\nd\tknown\t5\n", output);
     EXPECT_EQ(1, run("katc -s socket '' e"));
     EXPECT_EQ((Texts{"1 url0a", "1 url0 ", "1 url0d", "2 url0e"}), daemon.received());
