@@ -24,6 +24,13 @@ bool hasControls(std::string_view text) {
     return false;
 }
 
+// Null for a name that a list of categories can hold; else what is wrong with it.
+const char* problemOf(std::string_view name) {
+    if (name.find(',') != name.npos) return "holds a comma, which separates names in a list";
+    if (name.find_first_not_of("0123456789-") == name.npos) return "reads as a number or a range";
+    return nullptr;
+}
+
 }  // namespace
 
 bool CategoryNames::read(const std::string& path, std::string* problem) {
@@ -45,8 +52,15 @@ bool CategoryNames::read(const std::string& path, std::string* problem) {
                        ": write a name, = and a number from 0 to 255, not " + std::string(text);
             return false;
         }
+        const char* wrong = problemOf(name);
+        if (wrong == nullptr && numbers_.emplace(name, category).first->second != category)
+            wrong = "stands twice, with different numbers";
+        if (wrong != nullptr) {
+            *problem = path + ", line " + std::to_string(number) + ": the name " + std::string(name) + " " +
+                       wrong + ": change it";
+            return false;
+        }
         if (names_[category].empty()) names_[category] = name;
-        numbers_.emplace(name, category);
     }
     // A folder can be opened, but not read.
     if (!file.is_open() || file.bad()) {

@@ -14,8 +14,9 @@ namespace katc {
 // read.
 class CategoryNames {
 public:
-    // Reads the file. False when it cannot be read or a line is no such line: *problem then is a sentence
-    // without its end.
+    // Reads the file. False when it cannot be read, or a line is no such line, or a name could not be meant
+    // in a list of categories (it is a number or a range, holds a comma, or stands for two numbers): *problem
+    // then is a sentence without its end.
     bool read(const std::string& path, std::string* problem);
 
     // Empty when the number has no name. Of several names, the first in the file.

@@ -5,7 +5,9 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -53,21 +55,40 @@ void writeOrEnd(std::string_view text) {
     }
 }
 
-// Says once that katd has gone, and once that it is back.
+// Says once that katd has gone, and once that it is back; and at most once a minute that an answer was late,
+// which one URL can be the reason of. For all threads.
 class Presence {
 public:
-    void note(const katclient_answer& answer, const katclient* client) {
-        const bool isAway = answer.status == KATCLIENT_NO_DAEMON || answer.status == KATCLIENT_TIMED_OUT ||
-                            answer.status == KATCLIENT_BAD_REPLY;
-        if (isAway == isAway_.load(std::memory_order_relaxed) || (!isAway && answer.status != KATCLIENT_OK))
-            return;
+    // `first` is the status of the first answer of a batch that is none, with the client's message; `last`
+    // that of the last answer.
+    void note(int first, int last, const katclient* client) {
+        if (first == KATCLIENT_TIMED_OUT) noteLate();
+        const bool isAway =
+            last == KATCLIENT_NO_DAEMON || last == KATCLIENT_BAD_REPLY || last == KATCLIENT_CLOSED;
+        if (isAway == isAway_.load(std::memory_order_relaxed) || (!isAway && last != KATCLIENT_OK)) return;
         if (isAway_.exchange(isAway) == isAway) return;
-        tell(isAway ? katclient_message(client) + std::string(": URLs are answered as --on-failure says")
-                    : "katd answers again");
+        if (isAway) {
+            tellFailure(last == first ? katclient_message(client) : katclient_status_text(last));
+        } else {
+            tell("katd answers again");
+        }
     }
 
 private:
+    static void tellFailure(const std::string& sentence) {
+        tell(sentence + "; URLs are answered as --on-failure says");
+    }
+    void noteLate() {
+        const std::int64_t now = std::chrono::duration_cast<std::chrono::seconds>(
+                                     std::chrono::steady_clock::now().time_since_epoch())
+                                     .count();
+        std::int64_t next = nextLateSec_.load();
+        if (now >= next && nextLateSec_.compare_exchange_strong(next, now + 60))
+            tellFailure(katclient_status_text(KATCLIENT_TIMED_OUT));
+    }
+
     std::atomic<bool> isAway_{false};
+    std::atomic<std::int64_t> nextLateSec_{0};  // before it, on the steady clock, late answers are not told
 };
 
 // What a thread needs for the lines that it has taken. All of it is kept for the next ones: nothing is
@@ -88,7 +109,8 @@ struct Batch {
 // reads.
 class Helper {
 public:
-    explicit Helper(const HelperOptions& options) : options_(options), input_(STDIN_FILENO) {}
+    explicit Helper(const HelperOptions& options)
+        : options_(options), input_(STDIN_FILENO, options.hasChannels) {}
 
     // Serves with one client until the input ends. For each of the threads.
     void serve(katclient* client) {
@@ -155,9 +177,9 @@ void Helper::answer(katclient* client, Batch* batch) {
     for (std::size_t i = 0; i < count; url += batch->lengths[i++])
         batch->urls[i] = url;
     if (count > 0) {
-        katclient_ask_many(client, batch->urls.data(), batch->lengths.data(), count,
-                           options_.withRetry ? KATCLIENT_RETRY : 0, batch->answers.data());
-        presence_.note(batch->answers[count - 1], client);
+        const int first = katclient_ask_many(client, batch->urls.data(), batch->lengths.data(), count,
+                                             options_.withRetry ? KATCLIENT_RETRY : 0, batch->answers.data());
+        presence_.note(first, batch->answers[count - 1].status, client);
     }
     batch->output.clear();
     const katclient_answer* next = batch->answers.data();

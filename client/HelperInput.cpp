@@ -56,8 +56,10 @@ void HelperInput::makeRoom() {
         buffer_.resize(buffer_.size() * 2);
         return;
     }
-    const char* const front = buffer_.data();
-    end_ = searched_ = static_cast<std::size_t>(std::find(front, front + longestWord, ' ') - front);
+    char* const front = buffer_.data();
+    if (!hasChannels_) *front = ' ';  // half a URL would be another one
+    const char* const wordEnd = hasChannels_ ? std::find(front, front + longestWord, ' ') : front + 1;
+    end_ = searched_ = static_cast<std::size_t>(wordEnd - front);
     isDropping_ = true;
 }
 

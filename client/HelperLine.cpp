@@ -42,18 +42,25 @@ void unescape(std::string* text, std::size_t begin) {
     text->resize(to);
 }
 
-// The host of an authority "user:password@host:port".
-std::string_view bareHost(std::string_view authority, bool keepsPort) {
+// Leaves the host, without dots at its end, of the authority "user:password@host:port" that `text` ends with
+// from `begin` on; and the port if it is to be kept.
+void strip(std::string* text, std::size_t begin, bool keepsPort) {
+    std::string_view authority = std::string_view(*text).substr(begin);
     if (const std::size_t at = authority.rfind('@'); at != authority.npos) authority.remove_prefix(at + 1);
     const std::size_t colon = authority.rfind(':');
     // Several colons without brackets are an IPv6 address by itself.
     const bool isPort = colon != authority.npos && (authority.find(':') == colon || authority[0] == '[') &&
                         (colon + 1 == authority.size() || isNumber(authority.substr(colon + 1)));
-    if (isPort && keepsPort) return authority;
-    if (isPort) authority = authority.substr(0, colon);
-    while (!authority.empty() && authority.back() == '.')
-        authority.remove_suffix(1);
-    return authority;
+    std::string_view host = isPort ? authority.substr(0, colon) : authority;
+    const std::size_t portSize = authority.size() - host.size();
+    while (!host.empty() && host.back() == '.')
+        host.remove_suffix(1);
+    const auto hostBegin = static_cast<std::size_t>(host.data() - text->data());
+    const std::size_t hostEnd = hostBegin + host.size();
+    const std::size_t keptPort = keepsPort && !host.empty() ? portSize : 0;
+    text->erase(hostEnd, text->size() - portSize - hostEnd);  // the dots
+    text->resize(hostEnd + keptPort);
+    text->erase(begin, hostBegin - begin);
 }
 
 }  // namespace
@@ -93,11 +100,7 @@ void appendAsked(std::string_view url, bool isEscaped, bool keepsPort, std::stri
     const std::size_t begin = out->size();
     out->append(url.substr(host, path - host));
     if (isEscaped) unescape(out, begin);
-    const std::string_view authority = std::string_view(*out).substr(begin);
-    const std::string_view bare = bareHost(authority, keepsPort);
-    const auto skipped = static_cast<std::size_t>(bare.data() - authority.data());
-    out->resize(begin + skipped + bare.size());
-    out->erase(begin, skipped);
+    strip(out, begin, keepsPort);
     out->append(url.substr(path));
 }
 

@@ -14,9 +14,8 @@ struct HelperLine {
     const char* problem = nullptr;  // null: the line is one; else a sentence without its end
 };
 
-// Takes a line, without its end, apart: "[channel-ID] value value ...", urlField being the number of the
-// value from
-// 1. No value is "-", squid's word for none.
+// Takes a line, without its end, apart: "[channel-ID] value value ...". urlField is the number of the value
+// that is the URL, from 1; it may not be "-", squid's word for none.
 HelperLine parseHelperLine(std::string_view line, bool hasChannels, unsigned urlField);
 
 // Adds to `out` what katd is asked for a URL of squid's: without user information, without the dots that may

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <sstream>
 #include <vector>
@@ -42,7 +43,7 @@ struct Words {
     std::string mode;
     std::vector<std::string> block, allow;
     std::string names, redirect, onFailure, onUnknown;
-    double answerSec = 15, waitSec = 0;
+    std::string answerSec = "15", waitSec = "0";
 };
 
 bool parseNumber(const std::string& text, unsigned* number) {
@@ -98,8 +99,11 @@ Verdict verdictOf(const std::string& word, const char* option, bool rewrites) {
     refuse(std::string(option) + " takes ok, err or bh" + (rewrites ? " or redirect" : "") + ", not " + word);
 }
 
-unsigned milliseconds(double seconds, const char* option) {
-    if (!(seconds >= 0 && seconds <= 86400))
+unsigned milliseconds(const std::string& text, const char* option) {
+    char* end = nullptr;
+    const double seconds = std::strtod(text.c_str(), &end);
+    const bool isDecimal = !text.empty() && text.find_first_not_of("0123456789.") == text.npos && *end == 0;
+    if (!isDecimal || seconds > 86400)
         refuse(std::string(option) + " takes 0 to 86400 seconds, 0.5 or the like");
     // A limit must not become none.
     return static_cast<unsigned>(std::ceil(seconds * 1000));
@@ -127,17 +131,15 @@ void interpret(const Words& words, HelperOptions* options) {
     options->waitMs = milliseconds(words.waitSec, "--wait");
 }
 
-// CLI11's own ranges would stand in the help text a second time.
-CLI::Validator between(unsigned least, unsigned most) {
-    return CLI::Validator(
-        [=](const std::string& text) {
-            unsigned number = 0;
-            return parseNumber(text, &number) && number >= least && number <= most
-                       ? std::string()
-                       : "must be a number from " + std::to_string(least) + " to " + std::to_string(most) +
-                             ", not " + text;
-        },
-        "");
+// An option with a number in decimal digits: CLI11 itself would read 010 as 8.
+void addNumber(CLI::App* app, const char* option, unsigned* number, unsigned least, unsigned most,
+               const char* help) {
+    const auto read = [=](const std::string& text) {
+        if (parseNumber(text, number) && *number >= least && *number <= most) return;
+        refuse(std::string(option) + " takes a number from " + std::to_string(least) + " to " +
+               std::to_string(most) + ", not " + text);
+    };
+    app->add_option_function<std::string>(option, read, help)->type_name("N");
 }
 
 const CLI::Validator redirectStatus(
@@ -155,10 +157,8 @@ void addOptions(CLI::App* app, Words* words, HelperOptions* options) {
         ->type_name("SOCKET");
     app->add_flag("--concurrency", options->hasChannels,
                   "Lines begin with a channel-ID: squid.conf says concurrency=N");
-    app->add_option("--url-field", options->urlField,
-                    "Which value of a line is the URL; default 1, the first")
-        ->check(between(1, 1000))
-        ->type_name("N");
+    addNumber(app, "--url-field", &options->urlField, 1, 1000,
+              "Which value of a line is the URL; default 1, the first");
     app->add_option("--block", words->block, "Categories to block")
         ->type_name("LIST")
         ->allow_extra_args(false);
@@ -186,14 +186,10 @@ void addOptions(CLI::App* app, Words* words, HelperOptions* options) {
     app->add_flag("-r,--retry", options->withRetry,
                   "Have katd ask the engine again while it answers Unknown");
     app->add_flag("--keep-port", options->keepsPort, "Ask for host:port, not for the host alone");
-    app->add_option("--connections", options->connections,
-                    "Connections to katd, 1 to 64; default 4, and one without\n"
-                    "--concurrency")
-        ->check(between(1, 64))
-        ->type_name("N");
-    app->add_option("--batch", options->batch, "Lines that a connection takes at once, 1 to 256; default 16")
-        ->check(between(1, 256))
-        ->type_name("N");
+    addNumber(app, "--connections", &options->connections, 1, 64,
+              "Connections to katd, 1 to 64; default 4, and one without\n--concurrency");
+    addNumber(app, "--batch", &options->batch, 1, 256,
+              "Lines that a connection takes at once, 1 to 256; default 16");
     app->add_option("--timeout", words->answerSec, "Limit for an answer of katd, 0 for none; default 15")
         ->type_name("SECONDS");
     app->add_option("--wait", words->waitSec, "How long a URL waits for katd to come back; default 0")

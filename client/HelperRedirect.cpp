@@ -1,5 +1,6 @@
 #include "HelperRedirect.h"
 
+#include <algorithm>
 #include <cctype>
 
 namespace katc {
@@ -23,20 +24,58 @@ void appendEscaped(std::string_view value, std::string* out) {
     }
 }
 
+std::string inSmallLetters(std::string_view text) {
+    std::string small(text);
+    for (char& c : small)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    return small;
+}
+
+// The host and always a port; without user information, as squid hands URLs over, or dots at the host's end.
+std::string hostAndPort(std::string_view authority, std::string_view scheme) {
+    if (const std::size_t at = authority.rfind('@'); at != authority.npos) authority.remove_prefix(at + 1);
+    std::string_view port;
+    const std::size_t colon = authority.rfind(':');
+    if (colon != authority.npos && authority.find_first_not_of("0123456789", colon + 1) == authority.npos) {
+        port = authority.substr(colon + 1);
+        port.remove_prefix(std::min(port.find_first_not_of('0'), port.size()));
+        authority = authority.substr(0, colon);
+    }
+    while (!authority.empty() && authority.back() == '.')
+        authority.remove_suffix(1);
+    if (port.empty()) port = scheme == "https" ? "443" : "80";
+    return inSmallLetters(authority) + ":" + std::string(port);
+}
+
+// Two URLs that mean the same, squid's form of one and what a user wrote, become the same text.
+std::string comparable(std::string_view url) {
+    const std::size_t separator = url.find("://");
+    if (separator == url.npos) return hostAndPort(url, "https");
+    const std::string scheme = inSmallLetters(url.substr(0, separator));
+    url.remove_prefix(separator + 3);
+    url = url.substr(0, url.find('#'));  // browsers keep it to themselves
+    const std::size_t path = std::min(url.find_first_of("/?"), url.size());
+    std::string text = scheme + "://" + hostAndPort(url.substr(0, path), scheme);
+    if (path == url.size() || url[path] != '/') text += '/';
+    return text.append(url.substr(path));
+}
+
 }  // namespace
 
 std::string HelperRedirect::set(std::string_view text) {
     const std::size_t scheme = text.find("://");
-    if (scheme == text.npos || (text.substr(0, scheme) != "http" && text.substr(0, scheme) != "https"))
+    const std::string schemeName = inSmallLetters(text.substr(0, std::min(scheme, text.size())));
+    if (scheme == text.npos || (schemeName != "http" && schemeName != "https"))
         return "must begin with http:// or https://";
     for (const char c : text) {
         if (static_cast<unsigned char>(c) <= ' ' || c == '"' || c == '\\' || c == 0x7f)
             return "must not hold blanks, quotes, backslashes or control characters";
     }
     const std::size_t host = scheme + 3;
-    if (host == text.size() || text.find_first_of("{/?#", host) == host) return "must name a host";
-    if (text.find('{') < text.find_first_of("/?#", host))
-        return "must have its {...} behind the host and a /";
+    const std::size_t path = text.find_first_of("/?#", host);
+    hostPort_ = hostAndPort(text.substr(host, path == text.npos ? path : path - host), schemeName);
+    if (hostPort_[0] == ':' || text[host] == '{') return "must name a host";
+    if (text.find('{') < path) return "must have its {...} behind the host and a /";
 
     pieces_.clear();
     for (std::size_t at = 0; at < text.size();) {
@@ -56,10 +95,13 @@ std::string HelperRedirect::set(std::string_view text) {
         }
         at = open + word.size();
     }
-    fixed_ = pieces_.front().text;
-    // Squid's form of a URL has the / behind the host.
-    if (fixed_.find_first_of("/?#", host) == fixed_.npos) fixed_ += '/';
+    fixed_ = comparable(pieces_.front().text);
     return {};
+}
+
+bool HelperRedirect::leadsTo(std::string_view url) const {
+    const std::string asked = comparable(url);
+    return asked == hostPort_ || asked.compare(0, fixed_.size(), fixed_) == 0;
 }
 
 void HelperRedirect::append(std::string_view category, std::string_view name, std::string_view url,

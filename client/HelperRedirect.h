@@ -14,10 +14,10 @@ public:
     // Takes the text apart. Empty when it can be used, else what is wrong with it, as part of a sentence.
     std::string set(std::string_view text);
 
-    bool isSet() const { return !pieces_.empty(); }
-    // Whether a URL is one that this one leads to: what stands before the first place is the same. Such a
-    // page is not redirected to itself.
-    bool leadsTo(std::string_view url) const { return url.substr(0, fixed_.size()) == fixed_; }
+    // Whether a URL of squid's is one that this one leads to: what stands before the first place means the
+    // same. So does "host:port", as of CONNECT, when it is the page's. Such a page is not redirected to
+    // itself.
+    bool leadsTo(std::string_view url) const;
     // Adds the URL to `out`, the values with every byte escaped that is not a letter, a digit or one of -._~
     void append(std::string_view category, std::string_view name, std::string_view url,
                 std::string* out) const;
@@ -29,7 +29,8 @@ private:
         std::string text;  // of Kind::text
     };
     std::vector<Piece> pieces_;
-    std::string fixed_;  // scheme, host and what stands before the first place
+    std::string fixed_;     // what stands before the first place, the authority as in hostPort_
+    std::string hostPort_;  // host in small letters, ":" and the port, also the scheme's own
 };
 
 }  // namespace katc

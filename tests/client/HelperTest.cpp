@@ -149,7 +149,13 @@ TEST_F(HelperTest, AclLinesAreAnsweredInOrder) {
     }
     lines.pop_back();  // the last one is whole without its line feed
     EXPECT_EQ(expected, answers("acl --names names --block 12,44", lines));
-    EXPECT_EQ(expected, answers("acl --names names --allow 'last, a\"b\\c' --batch 1", lines));
+    EXPECT_EQ(expected, answers("acl --names names --allow 'last, a\"b\\c' --batch 08", lines));
+}
+
+TEST_F(HelperTest, ALineThatIsTooLongIsNotAskedInPart) {
+    const std::string tooLong = "http://ads.example/" + std::string(2000000, 'x');
+    const std::string problem = "BH message=\"the line has no URL where --url-field says, or is too long\"";
+    EXPECT_EQ((Texts{problem, "ERR", problem}), answers("acl", tooLong + "\nnone.example\n" + tooLong));
 }
 
 TEST_F(HelperTest, OptionsChangeWhatIsAskedAndAnswered) {
@@ -160,7 +166,8 @@ TEST_F(HelperTest, OptionsChangeWhatIsAskedAndAnswered) {
     EXPECT_EQ(1, home.engineCalls("CSDKMain_ClassifyUrl", "[::1]"));
     EXPECT_THAT(answers("acl --url-field 4", line)[0], HasSubstr("BH "));
     EXPECT_EQ(Texts{"OK category_=9 log=9 message=\"category 9\""},
-              answers("acl --keep-port", "http://u@port.example:81/"));
+              answers("acl --keep-port", "http://u@port.example..:81/"));
+    EXPECT_EQ(Texts{"BH message=\"the URL has no host\""}, answers("acl --keep-port", "u@.:81"));
     EXPECT_EQ(Texts{"OK"}, answers("acl --on-unknown ok", "unknown.example"));
     EXPECT_EQ(Texts{"BH message=\"katd has no certain answer\""},
               answers("acl --on-unknown bh", "unknown.example"));
@@ -183,6 +190,21 @@ TEST_F(HelperTest, RewritingRedirects) {
         answers("rewrite --names names --block 9-12 --block 44 --redirect '" + page +
                     "c={category}&n={name}&u={url}'",
                 lines));
+    // The page is known in the form in which squid asks for it.
+    const Texts pages[] = {
+        {"HTTP://u@B.Example./b?u={url}", "http://b.example/b?u=x", "http://b.example/c"},
+        {"http://b.example:80/b?u={url}", "http://b.example/b?u=x", "http://b.example:81/b?u=x"},
+        {"http://b.example?u={url}", "http://b.example/?u=x", "http://b.example/b?u=x"},
+        {"http://b.example/b#u={url}", "http://b.example/b", "http://a.example/b"},
+        {"http://b.example:8080/b", "http://b.example:8080/b", "http://b.example/b"},
+        {"https://b.example/b?u={url}", "b.example:443", "b.example:80"},
+        {"https://b.example:8443/b", "b.example:8443", "b.example:443"}};
+    for (const Texts& row : pages) {
+        const Texts got = answers("rewrite --allow 200 --redirect '" + row[0] + "'", row[1] + "\n" + row[2]);
+        ASSERT_EQ(2U, got.size()) << row[0];
+        EXPECT_EQ("OK", got[0]) << row[0];
+        EXPECT_THAT(got[1], HasSubstr("OK status=302")) << row[0];
+    }
     const std::string to = "OK status=307 url=\"https://b.example\"";
     EXPECT_EQ((Texts{to, "OK", to, "OK"}),
               answers("rewrite --allow 200 --status 307 --redirect https://b.example",
@@ -257,8 +279,14 @@ TEST_F(HelperTest, WaitsAsLongAsItIsTold) {
     EXPECT_THAT(waiting.receive(), HasSubstr("OK category_=12"));
     EXPECT_EQ("", waiting.errors());
     Helper limited(home, "acl --timeout 0.2");
-    EXPECT_THAT(limited.ask("hung.example"), HasSubstr("BH message=\"no answer within the time limit"));
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_THAT(limited.ask("hung.example"), HasSubstr("BH message=\"no answer within the time limit"));
+        EXPECT_EQ("ERR", limited.ask("none.example"));
+    }
     EXPECT_EQ(0, limited.finish());
+    // Late is not gone, and is not told for each URL.
+    EXPECT_EQ(1U, linesOf(limited.errors()).size()) << limited.errors();
+    EXPECT_THAT(limited.errors(), HasSubstr("no answer within the time limit"));
     daemon->kill(SIGKILL);
 }
 
@@ -275,24 +303,27 @@ TEST_F(HelperTest, EndsWithItsInputOrOutput) {
 }
 
 TEST_F(HelperTest, BadUsageIsTold) {
-    writeFile(home / "bad.names", "good = 1\nnone\n");
+    for (const std::string line : {"none", "good = 2", "12 = 1", "33-34 = 1", "a, b = 1"}) {
+        writeFile(home / "bad.names", "good = 1\ngood=1\n" + line + "\n");
+        EXPECT_EQ(2, run("katc helper acl --names bad.names </dev/null")) << line;
+        EXPECT_THAT(errors, HasSubstr("bad.names, line 3: ")) << line;
+    }
     const std::string redirect = "|rewrite --block 5 --redirect ";
     std::istringstream bad(
         "|other|acl more|acl --no-such|acl --block 256|acl --block 9-5|acl --block games|acl --block ,|"
         "acl --block 1 --allow 2|acl --names missing|acl --names .|acl --names bad.names|acl --url-field 0|"
-        "acl --connections 65|acl --batch 0|acl --timeout -1|acl --wait soon|acl --on-failure redirect|"
+        "acl --connections 65|acl --batch 0|acl --batch 0x10|acl --timeout -1|acl --timeout 0x10|acl "
+        "--timeout .|acl --wait soon|acl --on-failure redirect|"
         "acl --on-unknown no|acl --redirect http://b.example/|acl -s " +
         std::string(120, 'x') + "|rewrite --redirect http://b.example/|rewrite --block 5" + redirect +
         "b.example" + redirect + "'http://b.example/ x'" + redirect + "http://{url}" + redirect +
         "http://b.example{url}/" + redirect + "http://b.example/{no}" + redirect + "http://b.example/{url" +
-        redirect + "http:///" + redirect + "http://b.example --status 300");
+        redirect + "http:///" + redirect + "http://:80/" + redirect + "http://b.example --status 300");
     for (std::string arguments; std::getline(bad, arguments, '|');) {
         EXPECT_EQ(2, run("echo none.example | katc helper " + arguments)) << arguments;
         EXPECT_EQ(0U, errors.find("katc helper: ")) << arguments << errors;
         EXPECT_EQ("", output) << arguments;
     }
-    EXPECT_EQ(2, run("katc helper acl --names bad.names"));
-    EXPECT_THAT(errors, HasSubstr("bad.names, line 2"));
     for (const std::string option : {"--help", "--version"}) {
         EXPECT_EQ(0, run("katc helper " + option));
         EXPECT_THAT(output, HasSubstr("katc helper"));
