@@ -2,12 +2,16 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <iterator>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "Console.h"
 
 namespace katlist {
 
@@ -45,11 +49,24 @@ void addWord(CLI::App* app, const char* name, const char* text, const std::map<s
             ""));
 }
 
+// A number in decimal digits: CLI11 itself would take 044 for an octal one.
+template <typename Value>
+CLI::Option* addNumber(CLI::App* app, const char* name, const char* text, std::uint64_t limit, Value* value) {
+    const auto read = [=](const std::string& word) {
+        const bool isNumber =
+            !word.empty() && word.size() <= 10 && word.find_first_not_of("0123456789") == std::string::npos;
+        const std::uint64_t number = isNumber ? std::strtoull(word.c_str(), nullptr, 10) : limit + 1;
+        if (number > limit) {
+            throw CLI::ValidationError(name, "must be a number from 0 to " + std::to_string(limit) +
+                                                 " in decimal digits, not " + printable(word));
+        }
+        *value = static_cast<Value>(number);
+    };
+    return app->add_option_function<std::string>(name, read, text)->type_name("N");
+}
+
 void addShow(CLI::App* app, const char* text, std::uint64_t* show) {
-    app->add_option("--show", *show, text)
-        ->type_name("N")
-        ->capture_default_str()
-        ->check(CLI::Validator(CLI::Range(0, 1000000000)).description(""));
+    addNumber(app, "--show", text, 1000000000, show)->default_str(std::to_string(*show));
 }
 
 // --urls and --domains without a value, at most one of them.
@@ -73,9 +90,8 @@ CLI::App* addBuild(CLI::App* app, BuildOptions* build, const Words& verbatim) {
     command->add_option("-o,--output", build->output, "The list file, replaced when all went well")
         ->type_name("FILE")
         ->required();
-    command->add_option("--category", build->category, "Category, 0 to 255, of lines that name none")
-        ->type_name("N")
-        ->check(CLI::Range(0, categoryLimit).description(""));
+    addNumber(command, "--category", "Category, 0 to 255, of lines that name none", categoryLimit,
+              &build->category);
     command->add_option("--map", build->map, "Numbers of the folders: lines \"category = number\"")
         ->type_name("FILE");
     addWord(command, "--on-nested",
@@ -97,6 +113,9 @@ CLI::App* addBuild(CLI::App* app, BuildOptions* build, const Words& verbatim) {
             throw CLI::ParseError("build needs --urls or --domains", badUsage);
         if (build->inputs.empty())
             throw CLI::ParseError("build needs an INPUT: a file, a folder, or - for standard input",
+                                  badUsage);
+        if (build->output == "-")
+            throw CLI::ParseError("a list goes to a file, not to standard output: name one (./- if it is -)",
                                   badUsage);
         build->kind = kind.urls->count() != 0 ? Kind::urls : Kind::domains;
     });

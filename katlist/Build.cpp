@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 
@@ -25,6 +26,7 @@ namespace {
 // What katd's 32-bit numbers hold; its buffer is three bytes longer than the size in the first line.
 constexpr std::uint64_t countLimit = std::numeric_limits<std::int32_t>::max();
 constexpr std::uint64_t sizeLimit = countLimit - 3;
+constexpr std::size_t categoryEnd = 3;  // of an item line: there is the bar
 
 // Names in hosts files that are about the machine itself.
 constexpr const char* ownNames[] = {"localhost",      "localhost.localdomain", "local",
@@ -43,10 +45,16 @@ bool isIpAddress(const std::string& text) {
            inet_pton(AF_INET6, text.substr(0, text.find('%')).c_str(), &address) == 1;
 }
 
-// "12|345", the first line of a list file.
-bool isHeader(const char* text) {
-    const std::size_t count = std::strspn(text, "0123456789");
-    return count > 0 && text[count] == '|' && text[count + 1] != '\0' && Utils::isDigit(text + count + 1);
+// "12|345", the first line of a list file, and not an item of digits with its category: so many items can
+// have so many bytes, and an item line comes behind it.
+bool isHeader(const char* text, LineFile* file) {
+    const std::size_t digits = std::strspn(text, "0123456789");
+    if (digits == 0 || digits > 10 || *text == '0' || text[digits] != '|') return false;
+    const char* const size = text + digits + 1;
+    if (*size == '\0' || !Utils::isDigit(size) || std::strlen(size) > 10) return false;
+    if (std::strtoull(size, nullptr, 10) > std::strtoull(text, nullptr, 10) * (itemLimit + 1)) return false;
+    const char* const next = file->peek();
+    return next != nullptr && std::strlen(next) > categoryEnd && next[categoryEnd] == '|';
 }
 
 class Builder {
@@ -139,7 +147,7 @@ void Builder::takeLine(LineFile* file) {
     if (std::memchr(line, '\0', file->length) != nullptr) return badLine(line, "it holds a zero byte");
     if (file->number == 1 && std::strncmp(line, "\xef\xbb\xbf", 3) == 0) line += 3;  // an editor's mark
     const char* first = Utils::FirstChar(Utils::rtrim(line));
-    if (file->number == 1 && isHeader(first)) isListFile_ = true;
+    if (file->number == 1) isListFile_ = isHeader(first, file);
     if (*first == '\0' || *first == '#' || (file->number == 1 && isListFile_)) {
         ++empty_;
         return;

@@ -41,9 +41,9 @@ public:
 
     // True when nothing was found. Throws Failure where the file cannot be read.
     bool run() {
+        LineFile file(path_, LineFile::Source::listFile);
         if (kind_ == KindOption::guess) guessKind();
         list_.load(path_.c_str());
-        LineFile file(path_, false);
         while (file.next()) {
             progress_.step("lines checked", file.number);
             if (file.number == 1) {
@@ -88,6 +88,8 @@ private:
         if (stopped_ == 0) stopped_ = line;
     }
     bool isUrls() const { return kind_ == KindOption::urls; }
+    // True when katd has the item at hand, whole: only then its search says anything about it.
+    bool isHeld() const { return list_.loaded && stopped_ == 0 && items_ <= list_.count; }
 
     const std::string path_;
     KindOption kind_;
@@ -107,7 +109,7 @@ private:
 
 void Checker::guessKind() {
     kind_ = KindOption::domains;
-    LineFile file(path_, false);
+    LineFile file(path_, LineFile::Source::listFile);
     while (kind_ == KindOption::domains && file.next()) {
         if (file.number > 1 && file.length > itemStart && file.text[itemStart - 1] == '|' &&
             std::memchr(file.text, '/', file.length) != nullptr)
@@ -216,7 +218,7 @@ void Checker::checkSpelling(const std::string& item, std::uint64_t number) {
              std::string("never found, ") +
                  (hasCapitals(item.c_str()) ? "there are capital letters in it" : "it is spelt otherwise") +
                  ": katd would look for " + bracketed(asked) + ", not " + bracketed(item));
-    } else if (hasCapitals(item.c_str())) {
+    } else if (isHeld() && hasCapitals(item.c_str())) {
         Utils::toLower(asked.data());
         // Whoever lists the small letters too has thought of it: an escape in the URL gives capital ones.
         if (list_.find_sw(asked.c_str(), nullptr) == nullptr) {
@@ -240,7 +242,7 @@ void Checker::checkOrder(const std::string& item, std::uint64_t number) {
 void Checker::checkNested(const std::string& item, std::uint64_t number) {
     while (!above_.empty() && StringList::cmp_sw(item.c_str(), above_.back().text.c_str()) != 0)
         above_.pop_back();
-    if (!above_.empty() && above_.back().text != item) {
+    if (isHeld() && !above_.empty() && above_.back().text != item) {
         const Item& prefix = above_.back();
         const char* found = list_.find_sw(item.c_str(), nullptr);
         const std::string pair =

@@ -2,6 +2,7 @@
 #ifndef KATLIST_EXITSTATUS_H
 #define KATLIST_EXITSTATUS_H
 
+#include <cerrno>
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -24,9 +25,33 @@ public:
     const ExitStatus status;
 };
 
+// What somebody may do about a failed system call on a file; `error` is its errno.
+inline const char* whatToDo(int error) {
+    switch (error) {
+        case ENOENT:
+        case ENOTDIR:
+        case ELOOP:
+        case ENAMETOOLONG:
+            return "see whether the path is right";
+        case EISDIR:
+            return "name a file";
+        case EACCES:
+        case EPERM:
+            return "see to its permissions, or run katlist as its owner";
+        case EROFS:
+            return "name a place that can be written";
+        case ENOSPC:
+        case EDQUOT:
+        case EFBIG:
+            return "make room there, or name another place";
+        default:
+            return "see whether its disk is in order, then try again";
+    }
+}
+
 // The failure of a system call on a file; `error` is its errno.
 inline Failure fileFailure(const std::string& what, const std::string& path, int error) {
-    return {failed, "cannot " + what + " " + path + ": " + std::strerror(error)};
+    return {failed, "cannot " + what + " " + path + ": " + std::strerror(error) + ": " + whatToDo(error)};
 }
 
 }  // namespace katlist

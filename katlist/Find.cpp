@@ -19,7 +19,8 @@ class Finder {
 public:
     explicit Finder(const FindOptions& options) : options_(options) {
         for (const std::string* path : {&options.urlsFile, &options.domainsFile}) {
-            if (!path->empty()) LineFile(*path, false).next();  // tells why it cannot be read
+            // Tells why it cannot be read.
+            if (!path->empty()) LineFile(*path, LineFile::Source::listFile).next();
         }
         container_.load(pathOf(options.urlsFile), pathOf(options.domainsFile));
         require(options.urlsFile, container_.urlList.loaded);
@@ -27,6 +28,8 @@ public:
     }
 
     void ask(const std::string& url);
+    // Each line of standard input.
+    void askLines();
     bool foundAll() const { return foundAll_; }
 
 private:
@@ -64,6 +67,22 @@ void Finder::ask(const std::string& url) {
     printHit(item == nullptr ? "" : item, category, "its host is", options_.domainsFile);
 }
 
+void Finder::askLines() {
+    LineFile input("-");
+    while (input.next()) {
+        const std::size_t length = std::strcspn(input.text, "\r\n");
+        const bool hasZero = std::memchr(input.text, '\0', input.length) != nullptr;
+        if (length > 0 && !hasZero) {
+            ask(std::string(input.text, length));
+            continue;
+        }
+        foundAll_ = false;
+        tell(input.name + ":" + std::to_string(input.number) + ": " +
+             (hasZero ? "a URL with a zero byte is not asked: write one URL a line, as text"
+                      : "an empty URL is not asked: write one URL a line"));
+    }
+}
+
 void Finder::printHit(const char* item, std::uint32_t category, const char* relation,
                       const std::string& file) {
     std::string number = std::to_string(category);
@@ -78,13 +97,11 @@ void Finder::printHit(const char* item, std::uint32_t category, const char* rela
 ExitStatus find(const FindOptions& options) {
     Finder finder(options);
     for (const std::string& url : options.urls) {
-        if (url != "-") {
+        if (url == "-") {
+            finder.askLines();
+        } else {
             finder.ask(url);
-            continue;
         }
-        LineFile input("-");
-        while (input.next())
-            finder.ask(std::string(input.text, std::strcspn(input.text, "\r\n")));
     }
     for (const std::string& url : options.verbatim)
         finder.ask(url);

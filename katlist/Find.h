@@ -15,8 +15,8 @@ struct FindOptions {
     std::vector<std::string> verbatim;  // those behind it
 };
 
-// fine when each URL is in a list, else wrong. Throws Failure, also where katd would take nothing from a
-// file.
+// fine when each URL is in a list, else wrong, as for lines that are no URL. Throws Failure, also where katd
+// would take nothing from a file.
 ExitStatus find(const FindOptions& options);
 
 }  // namespace katlist

@@ -59,6 +59,21 @@ void lowerHost(char* text) {
     if (slash != nullptr) *slash = '/';
 }
 
+// With a dot at the end an item is another host, which katd does find: cut only where somebody wrote it.
+const char* hostItem(char* text, bool cutsDot) {
+    if (const char* reason = checkBytes(text)) return reason;
+    Utils::removePTP(Utils::toLower(Utils::trim(text)));
+    char* slash = std::strchr(text, '/');
+    if (slash != nullptr && slash[1] == '\0' && slash > text) *slash = '\0';
+    if (text[0] == '.' && text[1] != '\0') std::memmove(text, text + 1, std::strlen(text));
+    const std::size_t length = std::strlen(text);
+    if (cutsDot && length > 1 && text[length - 1] == '.') text[length - 1] = '\0';
+    if (*text == '\0') return nothingLeft;
+    slash = std::strchr(text, '/');
+    if (slash != nullptr && slash > text) return "it has a path: it belongs in a list of URLs";
+    return checkHost(text, notInHost);
+}
+
 }  // namespace
 
 const char* toUrlItem(char* text) {
@@ -73,19 +88,11 @@ const char* toUrlItem(char* text) {
 }
 
 const char* toHostItem(char* text) {
-    if (const char* reason = checkBytes(text)) return reason;
-    Utils::removePTP(Utils::toLower(Utils::trim(text)));
-    char* slash = std::strchr(text, '/');
-    if (slash != nullptr && slash[1] == '\0' && slash > text) *slash = '\0';
-    if (text[0] == '.' && text[1] != '\0') std::memmove(text, text + 1, std::strlen(text));
-    if (*text == '\0') return nothingLeft;
-    slash = std::strchr(text, '/');
-    if (slash != nullptr && slash > text) return "it has a path: it belongs in a list of URLs";
-    return checkHost(text, notInHost);
+    return hostItem(text, true);
 }
 
 const char* storedToItem(Kind kind, char* text) {
-    if (kind == Kind::domains) return toHostItem(text);
+    if (kind == Kind::domains) return hostItem(text, false);
     if (const char* reason = checkBytes(text)) return reason;
     lowerHost(Utils::trim(text));
     Utils::removePTP(text);

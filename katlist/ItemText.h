@@ -22,7 +22,7 @@ constexpr std::int32_t categoryLimit = 255;
 // A URL as somebody wrote it: lower case, no scheme, escapes of the path decoded. Capital letters may remain,
 // where an escape stood for one.
 const char* toUrlItem(char* text);
-// A host as somebody wrote it, perhaps as a URL without a path or with a dot in front.
+// A host as somebody wrote it, perhaps as a URL without a path, or with a dot in front or at the end.
 const char* toHostItem(char* text);
 // An item of a list file, which is decoded already: what its path holds stays as it is.
 const char* storedToItem(Kind kind, char* text);

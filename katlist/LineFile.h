@@ -9,17 +9,21 @@
 
 namespace katlist {
 
-// Owns the stream and the line. One thread. Throws Failure where the file cannot be opened or read.
+// Owns the stream and the lines. One thread. Throws Failure where the file cannot be opened or read.
 class LineFile {
 public:
-    // "-" stands for standard input where `dash` says so.
-    explicit LineFile(const std::string& path, bool dash = true);
+    // What may be read: anything, "-" being standard input; or a list file, which is read more than once and
+    // so must be a regular file. Nothing else is opened then: a pipe would wait, and give its lines but once.
+    enum class Source { input, listFile };
+    explicit LineFile(const std::string& path, Source source = Source::input);
     ~LineFile();
     LineFile(const LineFile&) = delete;
     LineFile& operator=(const LineFile&) = delete;
 
     // The next line into `text`, false at the end.
     bool next();
+    // The line behind that one, null at the end; until the next call of either.
+    const char* peek();
 
     const std::string name;  // as messages name it
     char* text = nullptr;  // the line with its line feed, ended by a zero byte; may be changed; until next()
@@ -27,8 +31,14 @@ public:
     std::uint64_t number = 0;  // counted from 1
 
 private:
+    bool read(char** line, std::size_t* room, std::size_t* bytes);
+
     std::FILE* stream_;
-    std::size_t room_ = 0;  // bytes of text
+    std::size_t room_ = 0;         // bytes of text
+    bool isAheadRead_ = false;     // by peek(): the next line is in ahead_
+    char* ahead_ = nullptr;        // like text
+    std::size_t aheadRoom_ = 0;    // bytes of ahead_
+    std::size_t aheadLength_ = 0;  // its bytes, 0 at the end
 };
 
 }  // namespace katlist

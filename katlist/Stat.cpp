@@ -58,7 +58,8 @@ void printTable(std::int32_t items, std::uint64_t bytes, const Shares& shares, c
         const std::string name = names.nameOf(category);
         std::printf("%8d %12llu %14llu%s%s\n", static_cast<int>(category),
                     static_cast<unsigned long long>(share.items),
-                    static_cast<unsigned long long>(share.bytes), name.empty() ? "" : "  ", name.c_str());
+                    static_cast<unsigned long long>(share.bytes), name.empty() ? "" : "  ",
+                    printable(name).c_str());
     }
     std::printf("%8s %12d %14llu\n", "all", static_cast<int>(items), static_cast<unsigned long long>(bytes));
 }
@@ -67,7 +68,7 @@ void printTable(std::int32_t items, std::uint64_t bytes, const Shares& shares, c
 
 void stat(const StatOptions& options) {
     const Mapping names = options.map.empty() ? Mapping() : Mapping::load(options.map);
-    LineFile(options.file, false).next();  // tells why it cannot be read
+    LineFile(options.file, LineFile::Source::listFile).next();  // tells why it cannot be read
     StringList list;
     if (!list.load(options.file.c_str())) {
         throw Failure(wrong, "katd takes no item from " + options.file + ": katlist check " + options.file +

@@ -12,7 +12,7 @@ struct StatOptions {
     bool json = false;
 };
 
-// Prints items and memory by category, as katd holds them. Throws Failure.
+// Prints items and the memory of their texts and entries by category, as katd holds them. Throws Failure.
 void stat(const StatOptions& options);
 
 }  // namespace katlist

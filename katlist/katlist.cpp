@@ -1,7 +1,6 @@
 // katlist: makes and examines the list files of katd.
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <new>
 
@@ -34,7 +33,7 @@ int main(int argc, char** argv) {
         katlist::Arguments arguments;
         if (katlist::parseArguments(argc, argv, &arguments, &status)) status = run(arguments);
         if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-            katlist::tell(std::string("cannot write to standard output: ") + std::strerror(errno));
+            katlist::tell(katlist::fileFailure("write to", "standard output", errno).what());
             status = katlist::failed;
         }
     } catch (const katlist::Failure& failure) {

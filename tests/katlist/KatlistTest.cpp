@@ -72,11 +72,28 @@ TEST_F(KatlistTest, BuildsUrlsFromWhatPeopleHave) {
     EXPECT_EQ(0, run("! grep 009 urls"));
 }
 
+TEST_F(KatlistTest, TheFirstLineOfAListIsToldFromAnItemOfDigits) {
+    const std::pair<std::string, std::string> inputs[] = {
+        {"12|2130706433\n12|a.b\n", "2|15\n012|2130706433\n012|a.b\n"},
+        {"012|2000\n013|a.b\n", "2|9\n012|2000\n013|a.b\n"},
+        {"120|2130706433\n121|a.b\n", "2|15\n120|2130706433\n121|a.b\n"},
+        {"12|2000\na.b\n", "2|9\n012|2000\n001|a.b\n"},
+        {"12|2000", "1|5\n012|2000\n"},
+        {"1|5\n013|2000\n", "1|5\n013|2000\n"},
+        {"2|9\r\n  7|2000\r\n013|a.b\r\n", "2|9\n007|2000\n013|a.b\n"}};
+    for (const auto& [input, list] : inputs) {
+        write("in", input);
+        EXPECT_EQ(0, run("katlist build --domains --strict --category 001 -o list in")) << input << errors;
+        EXPECT_EQ(list, read("list")) << input;
+    }
+}
+
 TEST_F(KatlistTest, BuildsDomainsFromFoldersWithMappedNames) {
     write("map", "# numbers\nads = 5\nnews/local=12 # nested\nunused = 1\n");
     write("f/ads/domains", "Both.example\nads.example\nads.example\n192.0.2.1\nw.example\n");
     write("f/ads/urls", "not.these/\n");
-    write("f/news/local/domains", "https://both.example/\n.news.example\nnews.example:8080\nwww.w.example\n");
+    write("f/news/local/domains",
+          "https://both.example./\n.news.example\nnews.example:8080\nwww.w.example\n");
     write("f/other/domains", "other.example\n");
     ASSERT_EQ(0, run("katlist build --domains --map map --with-www -o d f"));
     EXPECT_EQ(
@@ -90,8 +107,12 @@ TEST_F(KatlistTest, BuildsDomainsFromFoldersWithMappedNames) {
     EXPECT_EQ(0, run("katlist check d")) << output;
     EXPECT_EQ(1, run("katlist build --domains --map map --strict -o d f"));
     EXPECT_EQ(2, run("katlist build --domains -o d f"));
-    EXPECT_EQ(0, run("katlist build --domains --category 3 -o d f && grep -c '^003|' d"));
+    EXPECT_EQ(0, run("katlist build --domains --category 044 --show 010 -o d f && grep -c '^044|' d"));
     EXPECT_THAT(output, HasSubstr("\n8\n"));
+    const std::string stored = "1|6\n001|a.ex.\n";  // which katd finds for http://a.ex./
+    write("stored", stored);
+    EXPECT_EQ(0, run("katlist check stored && katlist build --domains -o d stored")) << output << errors;
+    EXPECT_EQ(stored, read("d"));
     EXPECT_EQ(0, run("katlist build -q --domains --map map -o d f/ads f/news/ 7=f/other/ && grep -c "
                      "'^0[015][257]|' d"));
     EXPECT_EQ("5\n", output) << errors << read("d");
@@ -239,6 +260,12 @@ TEST_F(KatlistTest, CheckFindsWhatIsWrongAndGoesOn) {
         EXPECT_EQ(findings.empty(), output.find("list: fine, ") == 0) << text;
         EXPECT_EQ("", errors);
     }
+    // What katd does not read it does not search either.
+    for (const std::string start : {"x|9\n001|0\n", "9|99\n001|0\n\n", "1|2\n001|0\n", "9|2\n001|0\n"}) {
+        write("list", start + "001|a/\n002|a/bc\n002|a/c\n002|b/Cap\n002|b/cap\n");
+        EXPECT_EQ(1, run("katlist check list"));
+        EXPECT_THAT(output, Not(testing::ContainsRegex("hid|capital"))) << start;
+    }
     write("d", "2|14\n001|a.au\n001|a.au.xyz\n");
     EXPECT_EQ(1, run("katlist check --urls d"));
     write("d", "2|13\n001|a.au\n001|a.auxyz\n");
@@ -310,6 +337,14 @@ TEST_F(KatlistTest, FindSaysWhatKatdAnswersAndWhy) {
     }
     EXPECT_EQ(0, run("printf 'a.example/1\\r\\na.example/2\\n' | katlist find --domains d -"));
     EXPECT_THAT(output, HasSubstr("a.example/2\n"));
+    EXPECT_EQ(1, run("printf 'a.example\\n\\r\\na.ex\\0mple\\n' | katlist find --domains d -"));
+    EXPECT_EQ(
+        "a.example\n  looked up as  a.example\n  answer        category 5: its host is [a.example] of d\n",
+        output);
+    EXPECT_EQ(
+        "katlist: standard input:2: an empty URL is not asked: write one URL a line\n"
+        "katlist: standard input:3: a URL with a zero byte is not asked: write one URL a line, as text\n",
+        errors);
     EXPECT_EQ(1, run("katlist find --urls d --domains u a.example b.example x"));
     EXPECT_EQ(1, run("echo >u; katlist find --urls u x"));
     EXPECT_THAT(errors, HasSubstr("katlist check u says why"));
@@ -328,6 +363,8 @@ TEST_F(KatlistTest, StatCountsByCategory) {
         R"({"file":"list","items":3,"bytes":39,"categories":[{"category":5,"name":"ads","items":2,"bytes":24},)"
         R"({"category":20,"items":1,"bytes":12}]})",
         output);
+    EXPECT_EQ(0, run("printf 'a\\033[31m = 5' >map; katlist stat list --map map"));
+    EXPECT_THAT(output, HasSubstr("  a\\x1b[31m\n"));
     EXPECT_EQ(1, run("echo x >list; katlist stat list"));
 }
 
@@ -357,6 +394,8 @@ TEST_F(KatlistTest, BadUsageIsToldInASentence) {
     write("x", "1|2\n001|a\n");
     std::istringstream bad(
         "|unknown|build|build --urls -o y|build -o y x|build --urls --domains -o y x|build --urls x|"
+        "build --urls -o - --category 1 x|build --urls -o y --category 0x1 x|build --urls -o y --show 1e1 x|"
+        "check --show 4294967296000 x|"
         "build --urls -o y --category 256 x|build --urls -o y --category -1 x|build --urls -o y 256=x|"
         "build --urls -o y --on-nested any x|build --urls -o y --bare-hosts any x|build --urls -o y --show "
         "-1 x|"
@@ -365,12 +404,18 @@ TEST_F(KatlistTest, BadUsageIsToldInASentence) {
         EXPECT_EQ(2, run("katlist " + arguments)) << arguments;
         EXPECT_THAT(errors, StartsWith("katlist: ")) << arguments;
         EXPECT_EQ("", output);
-        EXPECT_FALSE(fs::exists(dir / "y"));
+        EXPECT_FALSE(fs::exists(dir / "y") || fs::exists(dir / "-"));
     }
-    for (const std::string arguments : {"build --urls -o y none", "check none", "find --urls none x",
-                                        "stat none", "check .", "stat x --map none", "check x >/dev/full"}) {
+    ASSERT_EQ(0, run("mkfifo pipe"));  // nothing may wait for it
+    for (const std::string arguments :
+         {"build --urls -o y none", "check none", "find --urls none x", "stat none", "check .",
+          "stat x --map none", "check x >/dev/full", "check pipe", "check --urls pipe", "stat pipe",
+          "find --urls x --domains pipe x"}) {
         EXPECT_EQ(3, run("katlist " + arguments)) << arguments;
         EXPECT_THAT(errors, StartsWith("katlist: cannot ")) << arguments;
+        EXPECT_THAT(errors,
+                    testing::ContainsRegex("see whether the path is right|save it as one first|make room"))
+            << arguments;
     }
     for (const std::string arguments : {"--help", "--version", "build --help", "check -h"}) {
         EXPECT_EQ(0, run("katlist " + arguments));
