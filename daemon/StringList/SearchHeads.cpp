@@ -1,5 +1,7 @@
 #include "StringList/SearchHeads.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -15,6 +17,10 @@ namespace {
 constexpr std::int32_t itemsPerHead = 3;
 
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the heads are built for x86");
+
+// Bytes. The heap would keep what is freed of the heads of large lists, in the arena of the thread that
+// loaded them: 18 MB and more after reloads of 10,000,000 items.
+constexpr std::size_t ownMapping = 1 << 20;
 
 constexpr unsigned headBytes = sizeof(std::uint32_t);
 constexpr std::ptrdiff_t wordBytes = sizeof(std::uint64_t);
@@ -98,10 +104,25 @@ void SearchHeads::build(const StringList& list) {
     std::size_t count = 0;
     for (unsigned row = 0; row < wanted; ++row)
         count += blocksIn(row);
-    blocks.reset(new (std::nothrow) Block[count]);
+    blocks = allocate(count);
     if (blocks == nullptr) return;
     rows = wanted;
     fill(list, {0, list.count}, 0, blocks.get(), 0);
+}
+
+SearchHeads::Blocks SearchHeads::allocate(std::size_t count) {
+    const std::size_t size = count * sizeof(Block);
+    if (size < ownMapping) return Blocks(new (std::nothrow) Block[count]);
+    void* const mapping = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return mapping == MAP_FAILED ? Blocks() : Blocks(static_cast<Block*>(mapping), Release(size));
+}
+
+void SearchHeads::Release::operator()(Block* first) const {
+    if (mapped == 0) {
+        delete[] first;
+    } else {
+        munmap(first, mapped);
+    }
 }
 
 void SearchHeads::drop() {

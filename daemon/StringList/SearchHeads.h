@@ -41,15 +41,23 @@ private:
         std::int32_t low;
         std::int32_t size;
     };
+    struct Release {
+        Release() : mapped(0) {}
+        explicit Release(std::size_t size) : mapped(size) {}
+        std::size_t mapped;  // bytes of a mapping of their own; 0: they are the heap's
+        void operator()(Block* first) const;
+    };
+    using Blocks = std::unique_ptr<Block[], Release>;
 
+    static Blocks allocate(std::size_t count);
     std::size_t blocksIn(unsigned row) const;
     void fill(const StringList& list, Range range, unsigned row, Block* rowStart, std::size_t position);
     template <bool prefix>
     std::int32_t search(const StringList& list, const char* key, std::size_t length) const;
 
-    std::unique_ptr<Block[]> blocks;  // row by row; null when empty
-    unsigned rows = 0;                // rows of blocks, the first of which has one block
-    unsigned rootLevels = 0;          // 1 to levelsInBlock: levels of the first row; the others have all
+    Blocks blocks;            // row by row; null when empty
+    unsigned rows = 0;        // rows of blocks, the first of which has one block
+    unsigned rootLevels = 0;  // 1 to levelsInBlock: levels of the first row; the others have all
 };
 
 }  // namespace KATD_SPACE
