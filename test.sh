@@ -12,7 +12,7 @@ usage: test.sh [--long] [STEP...]
 Installs what the tests need (Debian packages) and goes through the steps, all of them without arguments:
 
   release, release32, asan, tsan   builds that preset below build/ and runs its tests (also: debug)
-  lint                             compiles with clang, runs clang-tidy and shellcheck
+  lint                             compiles with clang, runs clang-tidy (on the tools with --long alone) and shellcheck
   bench                            runs each bench for a moment
 
 --long then tries every fault and stresses the daemon at full size, on 64 and on 32 bits, fuzzes each reader of
