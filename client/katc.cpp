@@ -11,6 +11,7 @@
 #include "Arguments.h"
 #include "CategoryNames.h"
 #include "Helper.h"
+#include "ProcessStart.h"
 #include "Questions.h"
 #include "Settings.h"
 #include "katclient.h"
@@ -51,6 +52,7 @@ katc::ExitStatus run(int argc, const char* const* argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (!QOR_SPACE::prepareProcess()) return katc::unanswered;
     std::signal(SIGPIPE, SIG_IGN);
     try {
         if (argc > 1 && std::strcmp(argv[1], "helper") == 0) return katc::helperMain(argc - 1, argv + 1);

@@ -6,6 +6,7 @@
 
 #include "Arguments.h"
 #include "Console.h"
+#include "ProcessStart.h"
 
 namespace {
 
@@ -28,6 +29,7 @@ katlist::ExitStatus run(const katlist::Arguments& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (!QOR_SPACE::prepareProcess()) return katlist::failed;
     katlist::ExitStatus status = katlist::fine;
     try {
         katlist::Arguments arguments;
