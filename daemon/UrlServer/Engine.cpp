@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "../../engine/asapsdk.h"
+#include "../../engine/include/asapsdk.h"
 
 namespace KATD_SPACE {
 
