@@ -66,10 +66,19 @@ TEST(FileLock, WidensNoFileOfOtherNamesAndOutlivesItsName) {
     const katd_test::TempDir folder;
     const std::string victim = folder / "victim", linked = folder / "linked";
     katd_test::writeFile(victim, "secret");
+    // The victim is a file that this process has locked; locks of open file descriptions see those of processes.
+    const int probe = open(victim.c_str(), O_RDWR | O_CLOEXEC);
+    FileLock held(victim, false);
+    EXPECT_EQ(0, held.lock());
     std::filesystem::permissions(victim, std::filesystem::perms::owner_read);
     std::filesystem::create_hard_link(victim, linked);
     FileLock(linked, true);
     EXPECT_EQ(std::filesystem::perms::owner_read, std::filesystem::status(victim).permissions());
+    struct flock found {};
+    found.l_type = F_WRLCK;
+    EXPECT_EQ(0, fcntl(probe, F_OFD_GETLK, &found));
+    EXPECT_EQ(F_WRLCK, found.l_type) << "the lock on the other file is lost";
+    close(probe);
     FileLock lock(folder / "own", true);
     EXPECT_EQ(0, lock.unlink());
     EXPECT_EQ(0, lock.lock());

@@ -1,10 +1,12 @@
 #include "Mutex.h"
 
+#include <errno.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <cassert>
+#include <cstdio>
 #include <cstring>
 #include <typeinfo>
 
@@ -192,21 +194,39 @@ int Sequence::getNext(unsigned int size) {
 
 namespace {
 
-// The lock file, also where it belongs to somebody else: in a sticky folder the kernel refuses O_CREAT on
-// files of others (proc(5), fs.protected_regular), so an existing file is opened without it.
+// Opens the lock file, creating it if it is missing. In a sticky folder the kernel refuses O_CREAT on a file of
+// another user (proc(5), fs.protected_regular), so an existing file is opened without it.
 int openLockFile(const char* path) {
     const int flags = O_RDWR | O_NOFOLLOW | O_CLOEXEC;
     const int existing = ::open(path, flags);
     return existing >= 0 ? existing : ::open(path, flags | O_CREAT, 0600);
 }
 
-// False, and nothing changed, for what may be another file under a second name: neither its mode nor its
-// record locks, which belong to the process, are ours to touch.
-bool widenLockFile(int fd) {
+// Regular and without a second name. Anything else may be another file, whose mode and record locks are not ours
+// to change.
+bool isPlainLockFile(int fd) {
     struct stat status {};
-    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || status.st_nlink != 1) return false;
-    fchmod(fd, 0666);
-    return true;
+    return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1;
+}
+
+// As openLockFile, with mode 0666. Returns -1, and changes nothing, if the file is not a plain one. An existing file
+// is examined through an O_PATH descriptor: closing a descriptor of any other kind would release the record locks
+// that this process holds on the file, for example on its pid file if somebody has linked that one here.
+int openSharedLockFile(const char* path) {
+    int fd = ::open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0 && errno == EEXIST) {
+        const int examined = ::open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC);
+        if (examined >= 0 && isPlainLockFile(examined)) {
+            // Through /proc this is the same file even if the path has been replaced meanwhile.
+            char link[32];
+            std::snprintf(link, sizeof(link), "/proc/self/fd/%d", examined);
+            fd = ::open(link, O_RDWR | O_CLOEXEC);
+            if (fd < 0 && errno == ENOENT) fd = ::open(path, O_RDWR | O_NOFOLLOW | O_CLOEXEC);  // without /proc
+        }
+        if (examined >= 0) ::close(examined);
+    }
+    if (fd >= 0) fchmod(fd, 0666);
+    return fd;
 }
 
 struct flock wholeFile(short type) {
@@ -234,8 +254,7 @@ void FileLock::setPath(const std::string& lockPath, bool widenMode) {
     widen = widenMode;
     if (lockPath.empty()) return;
     path[lockPath.copy(path, sizeof(path) - 1)] = '\0';
-    fd = openLockFile(path);
-    if (fd >= 0 && widen && !widenLockFile(fd)) close();
+    fd = widen ? openSharedLockFile(path) : openLockFile(path);
     lockRequest = wholeFile(F_WRLCK);
     unlockRequest = wholeFile(F_UNLCK);
 }
