@@ -1,4 +1,4 @@
-// katd under stress: full disks, many clients, rude ones, sudden ends, a clock that jumps. Short unless
+// katd under stress: full disks, many clients, rude ones, sudden ends. Short unless
 // KATD_TESTS_LONG is set.
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -6,7 +6,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <ctime>
 #include <random>
 #include <thread>
 
@@ -329,54 +328,6 @@ TEST(Reload, EveryFiftyMillisecondsUnderFullLoad) {
     }
     EXPECT_EQ(0, wrong);
     EXPECT_GT(answered, 0);
-}
-
-// The local times of the first two saves: "YYYY-MM-DD HH:MM".
-std::vector<std::string> firstSaves(const Home& home) {
-    const std::string log = wholeLog(home.logPath(), 4);
-    std::vector<std::string> times;
-    for (std::size_t at = 0; times.size() < 2; ++at) {
-        at = log.find("\tSave cache to [", at);
-        if (at == std::string::npos) break;
-        times.push_back(log.substr(log.rfind('\n', at) + 1, 16));
-    }
-    return times;
-}
-
-TEST(ClockJump, ATimedSaveComesOnceAndThenEveryInterval) {
-    const std::string europe = "CET-1CEST,M3.5.0,M10.5.0/3";
-    const struct {
-        const char* jump;
-        std::string zone;
-        const char* start;  // in Greenwich
-        int jumpAfter;      // seconds
-        int jumpBy;
-        std::vector<std::string> saves;
-    } cases[] = {
-        {"02:30 is left out", europe, "2026-03-29 00:50", 0, 0, {"2026-03-30 02:30", "2026-03-31 02:30"}},
-        {"02:30 comes twice", europe, "2026-10-24 23:50", 0, 0, {"2026-10-25 02:30", "2026-10-26 01:30"}},
-        {"set back before", "UTC", "2026-03-10 02:20", 300, -3600, {"2026-03-10 02:30", "2026-03-11 02:30"}},
-        {"set back after", "UTC", "2026-03-10 02:20", 900, -3600, {"2026-03-10 02:30", "2026-03-11 01:30"}},
-        {"set over it", "UTC", "2026-03-10 02:20", 300, 1800, {"2026-03-11 02:30", "2026-03-12 02:30"}},
-    };
-    for (const auto& jumping : cases) {
-        SCOPED_TRACE(jumping.jump);
-        std::tm greenwich{};
-        ASSERT_NE(nullptr, strptime(jumping.start, "%Y-%m-%d %H:%M", &greenwich));
-        const std::time_t start = timegm(&greenwich);
-        const Home home({{"save_cache_interval", "24"}, {"save_cache_time", "02:30"}, {"log_level", "info"}});
-        Daemon::Environment clock = {{"LD_PRELOAD", FAST_CLOCK},
-                                     {"TZ", jumping.zone},
-                                     {"FAST_CLOCK_STEP", "1"},
-                                     {"FAST_CLOCK_START", std::to_string(start)}};
-        if (jumping.jumpAfter != 0) {
-            clock["FAST_CLOCK_JUMP_AT"] = std::to_string(start + jumping.jumpAfter);
-            clock["FAST_CLOCK_JUMP_BY"] = std::to_string(jumping.jumpBy);
-        }
-        Daemon katd(home, {}, clock);
-        ASSERT_TRUE(eventually([&] { return firstSaves(home).size() == 2; })) << home.log();
-        EXPECT_EQ(jumping.saves, firstSaves(home));
-    }
 }
 
 }  // namespace
