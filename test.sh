@@ -70,7 +70,7 @@ run_lint() {
     git ls-files '*.sh' .ci/run | xargs shellcheck || return 1
     # The tools beside the daemon take it as long as all the rest: --long alone looks at them.
     local folders=(daemon modules engine libkatclient)
-    [ -z "$long" ] || folders+=(client katlist)
+    [ -z "$long" ] || folders+=(client katlist tools)
     git ls-files "${folders[@]/%//*.cpp}" |
         quietly lint.tidy xargs -P2 -n1 clang-tidy -p build/lint --quiet
 }

@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "CategoryNames.h"
 #include "katclient.h"
+#include "tools/CategoryNames.h"
 
 namespace katc {
 
@@ -17,7 +17,7 @@ void tell(const std::string& sentence);
 class Answers {
 public:
     // `names` may be null: numbers alone then. It must outlive the object.
-    Answers(bool json, const CategoryNames* names) : json_(json), names_(names) {}
+    Answers(bool json, const tools::CategoryNames* names) : json_(json), names_(names) {}
 
     // A line of the URL, a tab, "known" or "unknown", a tab, and the categories with commas between; or a
     // JSON object.
@@ -30,12 +30,13 @@ public:
 
 private:
     const bool json_;
-    const CategoryNames* const names_;
+    const tools::CategoryNames* const names_;
     std::string text_;
 };
 
 // One line each, with its end. Bytes of a URL that are no UTF-8 are replaced.
-std::string jsonAnswer(std::string_view url, const katclient_answer& answer, const CategoryNames* names);
+std::string jsonAnswer(std::string_view url, const katclient_answer& answer,
+                       const tools::CategoryNames* names);
 std::string jsonFailure(std::string_view url, std::string_view sentence);
 
 }  // namespace katc

@@ -62,7 +62,7 @@ void appendCategories(const katclient_answer& answer, std::string* out) {
 }
 
 // For squid's error page.
-void appendMessage(const CategoryNames& names, unsigned category, std::string* out) {
+void appendMessage(const tools::CategoryNames& names, unsigned category, std::string* out) {
     *out += " message=";
     const std::string& name = names.nameOf(static_cast<std::uint8_t>(category));
     if (!name.empty()) {

@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
-#include "CategoryNames.h"
 #include "HelperRedirect.h"
+#include "tools/CategoryNames.h"
 
 namespace katc {
 
@@ -21,7 +21,7 @@ struct HelperOptions {
     unsigned urlField = 1;             // which value of a line is the URL, from 1
     std::bitset<256> named;            // categories of --block or --allow, or all
     bool allows = false;               // `named` are those of --allow
-    CategoryNames names;               // for messages and the redirect
+    tools::CategoryNames names;        // for messages and the redirect
     HelperRedirect redirect;           // of rewriting
     unsigned redirectStatus = 302;     // of HTTP
     Verdict onFailure = Verdict::bh;   // katd gave no answer

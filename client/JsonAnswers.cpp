@@ -15,7 +15,8 @@ std::string line(const Json& object) {
 
 }  // namespace
 
-std::string jsonAnswer(std::string_view url, const katclient_answer& answer, const CategoryNames* names) {
+std::string jsonAnswer(std::string_view url, const katclient_answer& answer,
+                       const tools::CategoryNames* names) {
     Json object = {{"url", url}, {"known", answer.known != 0}, {"categories", Json::array()}};
     for (unsigned i = 0; i < answer.count; ++i)
         object["categories"].push_back(answer.categories[i]);

@@ -9,12 +9,12 @@
 
 #include "Answers.h"
 #include "Arguments.h"
-#include "CategoryNames.h"
 #include "Helper.h"
 #include "ProcessStart.h"
 #include "Questions.h"
 #include "Settings.h"
 #include "katclient.h"
+#include "tools/CategoryNames.h"
 
 namespace {
 
@@ -24,9 +24,10 @@ katc::ExitStatus run(int argc, const char* const* argv) {
     katc::Arguments arguments;
     katc::ExitStatus exitStatus = katc::answered;
     if (!katc::parseArguments(argc, argv, &arguments, &exitStatus)) return exitStatus;
-    katc::CategoryNames names;
+    tools::CategoryNames names;
     std::string problem;
-    if (!arguments.namesFile.empty() && !names.read(arguments.namesFile, &problem)) {
+    if (!arguments.namesFile.empty() &&
+        names.read(arguments.namesFile, &problem) != tools::CategoryNames::Status::ok) {
         katc::tell(problem);
         return katc::badUsage;
     }
@@ -36,9 +37,9 @@ katc::ExitStatus run(int argc, const char* const* argv) {
     const int status = katclient_open(arguments.socket.c_str(), &opened);
     const std::unique_ptr<katclient, void (*)(katclient*)> client(opened, katclient_close);
     if (status != KATCLIENT_OK) {
-        katc::tell(status == KATCLIENT_NO_MEMORY
-                       ? "there is too little memory: free some"
-                       : "the path " + arguments.socket + " cannot be a socket's: name katd's socket with -s");
+        katc::tell(status == KATCLIENT_NO_MEMORY ? "there is too little memory: free some"
+                                                 : "the path " + arguments.socket +
+                                                       " cannot be a socket's: name katd's socket with -s");
         return status == KATCLIENT_NO_MEMORY ? katc::unanswered : katc::badUsage;
     }
     katclient_set_limits(opened, arguments.waitMs.value_or(0), arguments.answerMs);

@@ -148,8 +148,8 @@ TEST_F(HelperTest, AclLinesAreAnsweredInOrder) {
         expected.push_back(answer);
     }
     lines.pop_back();  // the last one is whole without its line feed
-    EXPECT_EQ(expected, answers("acl --names names --block 12,44", lines));
-    EXPECT_EQ(expected, answers("acl --names names --allow 'last, a\"b\\c' --batch 08", lines));
+    EXPECT_EQ(expected, answers("acl --categories names --block 12,44", lines));
+    EXPECT_EQ(expected, answers("acl --categories names --allow 'last, a\"b\\c' --batch 08", lines));
 }
 
 TEST_F(HelperTest, ALineThatIsTooLongIsNotAskedInPart) {
@@ -187,7 +187,7 @@ TEST_F(HelperTest, RewritingRedirects) {
                "OK status=302 url=\"" + page + "c=44&n=online%20games&u=multi.example%3A443\"", "OK", "OK",
                "OK",
                "OK status=302 url=\"" + page + "c=9&n=9&u=http%3A%2F%2F%2541.example%2F%2541%252541\""}),
-        answers("rewrite --names names --block 9-12 --block 44 --redirect '" + page +
+        answers("rewrite --categories names --block 9-12 --block 44 --redirect '" + page +
                     "c={category}&n={name}&u={url}'",
                 lines));
     // The page is known in the form in which squid asks for it.
@@ -305,13 +305,13 @@ TEST_F(HelperTest, EndsWithItsInputOrOutput) {
 TEST_F(HelperTest, BadUsageIsTold) {
     for (const std::string line : {"none", "good = 2", "12 = 1", "33-34 = 1", "a, b = 1"}) {
         writeFile(home / "bad.names", "good = 1\ngood=1\n" + line + "\n");
-        EXPECT_EQ(2, run("katc helper acl --names bad.names </dev/null")) << line;
+        EXPECT_EQ(2, run("katc helper acl --categories bad.names </dev/null")) << line;
         EXPECT_THAT(errors, HasSubstr("bad.names, line 3: ")) << line;
     }
     const std::string redirect = "|rewrite --block 5 --redirect ";
     std::istringstream bad(
         "|other|acl more|acl --no-such|acl --block 256|acl --block 9-5|acl --block games|acl --block ,|"
-        "acl --block 1 --allow 2|acl --names missing|acl --names .|acl --names bad.names|acl --url-field 0|"
+        "acl --block 1 --allow 2|acl --categories missing|acl --categories .|acl --categories bad.names|acl --url-field 0|"
         "acl --connections 65|acl --batch 0|acl --batch 0x10|acl --timeout -1|acl --timeout 0x10|acl "
         "--timeout .|acl --wait soon|acl --on-failure redirect|"
         "acl --on-unknown no|acl --redirect http://b.example/|acl -s " +

@@ -114,9 +114,9 @@ TEST_F(KatcTest, BadUsageIsToldAndAsksNothing) {
         "-r|--|-x a|--unknown|ctl|ctl restart|ctl reload now|ctl reload urls_stat|-r ctl reload|a ctl reload|"
         "ctl reload -- a|ctl log_level|ctl log_level verbose|ctl log_level 3|ctl timeout 1|ctl timeout 1 2 3|"
         "ctl timeout 1 4294967296|ctl timeout -1 1|ctl timeout 1 +1|ctl timeout 1 0x10|ctl timeout 1 ''|"
-        "--json ctl reload|ctl reload --names good|--timeout -1 a|--timeout 1e3 a|--wait inf a|--wait "
+        "--json ctl reload|ctl reload --categories good|--timeout -1 a|--timeout 1e3 a|--wait inf a|--wait "
         "4000001 a|"
-        "--wait '' a|--names missing a|--names . a|--names bad a|-r helper|");
+        "--wait '' a|--categories missing a|--categories . a|--categories bad a|-r helper|");
     writeFile(dir / "good", "news = 12\n");
     writeFile(dir / "bad", "news = 12\nsport: 13\n");
     for (std::string arguments; std::getline(bad, arguments, '|');) {
@@ -184,7 +184,7 @@ TEST_F(KatcTest, NamesAndJson) {
         return message == "url0none" ? reply(0, "") : reply(1, "\x05\x0c\xff");
     });
     writeFile(dir / "names", "# of the lists\n\n news and \"press\" = 12\r\nads=255 # bad\nother = 255\n");
-    EXPECT_EQ(0, run("katc -s socket --names names a none")) << errors;
+    EXPECT_EQ(0, run("katc -s socket --categories names a none")) << errors;
     EXPECT_EQ("a\tknown\t5,news and \"press\",ads\nnone\tunknown\t\n", output);
 
     writeFile(dir / "lines", "a \"\\\xc3\xa4\xff\t\n\nrefused!\nnone\n");
@@ -196,7 +196,7 @@ TEST_F(KatcTest, NamesAndJson) {
         "{\"url\":\"refused!\",\"error\":\"the daemon closed the connection: its log says why\"}\n"
         "{\"url\":\"none\",\"known\":false,\"categories\":[]}\n",
         output);
-    EXPECT_EQ(0, run("katc -s socket --json --names names a")) << errors;
+    EXPECT_EQ(0, run("katc -s socket --json --categories names a")) << errors;
     EXPECT_EQ(
         "{\"url\":\"a\",\"known\":true,\"categories\":[5,12,255],"
         "\"names\":[null,\"news and \\\"press\\\"\",\"ads\"]}\n",

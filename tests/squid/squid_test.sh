@@ -130,7 +130,7 @@ first_lists() {
 
 # start_squid CONCURRENCY: 0 is squid's word for lines without channel-IDs.
 start_squid() {
-    local concurrency=$1 helper="$dir/katc helper" options="-s $dir/run/katd.sock --names $dir/names"
+    local concurrency=$1 helper="$dir/katc helper" options="-s $dir/run/katd.sock --categories $dir/names"
     ((concurrency == 0)) || options+=" --concurrency"
     while :; do
         declare -gA port=([acl]=$(random_port) [note]=$(random_port) [rewrite]=$(random_port))
