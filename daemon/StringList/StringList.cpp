@@ -1,5 +1,9 @@
 #include "StringList/StringList.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstring>
 #include <limits>
 #include <new>
@@ -26,6 +30,18 @@ T* allocateArray(std::int32_t length) {
     return new (std::nothrow) T[count];
 }
 
+// Opens a regular file for reading, null for anything else. O_NONBLOCK: opening a FIFO would wait for a
+// writer.
+std::FILE* openRegular(const char* path) {
+    const int fd = ::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return nullptr;
+    struct stat status {};
+    std::FILE* stream = nullptr;
+    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) stream = fdopen(fd, "r");
+    if (stream == nullptr) close(fd);
+    return stream;
+}
+
 // Three-way comparison of bytes as signed values; longerKey is the result for a key that goes on behind the
 // item. Reads no further than the item goes, however long the key is.
 std::int32_t compareTexts(const char* key, const char* item, std::int32_t longerKey) {
@@ -42,7 +58,7 @@ std::int32_t compareTexts(const char* key, const char* item, std::int32_t longer
 
 bool StringList::load(const char* path) {
     if (loaded) reset();
-    std::FILE* stream = path == nullptr ? nullptr : std::fopen(path, "re");
+    std::FILE* stream = path == nullptr ? nullptr : openRegular(path);
     if (stream == nullptr) {
         DBG_MSG("fail to open [%s]", Utils::shown(path));
     } else {

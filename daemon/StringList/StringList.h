@@ -35,7 +35,7 @@ public:
     StringList& operator=(const StringList&) = delete;
 
     // Replaces the content by the file's. True when at least one item was read; otherwise the list is empty.
-    // A null path fails like one that cannot be opened.
+    // A null path, and what is not a regular file, fails like a file that cannot be opened.
     bool load(const char* path);
     // Reads item lines into the storage that load() has prepared (buffer, bufferSize, count, entries). The
     // number of items held, which is `count` then; 0 when there are none, something is missing or the space

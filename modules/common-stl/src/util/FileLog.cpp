@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <new>
@@ -39,6 +40,20 @@ std::string linePrefix() {
     return date + ' ' + time + Log::fieldSeparator;
 }
 
+// A descriptor for appending to the file, created if missing; -1 on failure and for a FIFO: the open would
+// wait for a reader, and later writes for a slow one, while the log's locks are held.
+int openForAppending(const char* path) {
+    const int opened = ::open(path, O_WRONLY | O_CREAT | O_APPEND | O_NONBLOCK | O_CLOEXEC, 0666);
+    struct stat status {};
+    if (opened < 0 || fstat(opened, &status) != 0 || S_ISREG(status.st_mode)) return opened;
+    if (S_ISFIFO(status.st_mode)) {
+        ::close(opened);
+        return -1;
+    }
+    fcntl(opened, F_SETFL, O_APPEND);  // a terminal, for instance, takes whole records only in blocking mode
+    return opened;
+}
+
 }  // namespace
 
 FileLog::FileLog(OutputStream* outputStream) : Log(outputStream), fd(-1), ownStream(false) {}
@@ -75,7 +90,7 @@ bool FileLog::setPath(const char* newPath) {
         close();
         // A rotation reads the path in another thread: untouched while it stays the same.
         if (path != newPath) path = newPath;
-        fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+        fd = openForAppending(path.c_str());
         if (fd < 0) return false;
         FileOutputStream* opened = new (std::nothrow) FileOutputStream(fd);
         if (opened == nullptr) {
