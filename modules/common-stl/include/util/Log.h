@@ -85,7 +85,8 @@ public:
     virtual void afterWrite();
 
 protected:
-    OutputStream* stream;  // where records go; null: nowhere. Owned by whoever supplied it.
+    OutputStream* stream;      // where records go; null: nowhere. Owned by whoever supplied it.
+    bool writeFailed = false;  // the last write to the stream failed: the file may end inside a line
 };
 
 // A log that appends to a file named by a path, or writes to a stream it was given until it has a path. Lines
@@ -113,8 +114,8 @@ public:
 
     // Writes to the file at `newPath` from now on, created with mode 0666 less the umask. Keeps the open file
     // if the path still names it, and opens a new one if it was moved away. True when the log now writes to
-    // the file. False: null (nothing changes), empty (records go to standard error), or the file cannot be
-    // opened (a log with a file of its own drops records until a setPath() works). Throws
+    // the file. False: null (nothing changes), empty (records go to standard error), or the file is a FIFO or
+    // cannot be opened (a log with a file of its own drops records until a setPath() works). Throws
     // OutOfMemoryException.
     virtual bool setPath(const char* newPath);
     // The path last given, empty before.
@@ -158,7 +159,8 @@ public:
     // Removes the unbroken run of rotated files beyond those that `size` KiB can hold. Nothing while rotation
     // is off.
     void deleteBySize(unsigned long size) override;
-    // Takes the write pair, rotates when due, follows the path. Holds nothing when it throws.
+    // Takes the write pair, rotates when due, follows the path. After a failed write it ends the incomplete
+    // line in the file, if there is one. Holds nothing when it throws.
     void beforeWrite() override;
     // Closes the file when it is near the rotation size and releases the write pair, also when it throws.
     void afterWrite() override;
@@ -170,7 +172,9 @@ public:
     virtual std::string nextFile(const std::string& name);
 
     // Shifts `name` and the unbroken run of its successors by one, from the far end. 0 when `name` itself was
-    // moved, else -1. Nothing is moved onto a file that is still there. The rotation pair is held.
+    // moved, else -1. Nothing is moved onto a file that is still there. The first file that cannot be moved
+    // (not writable, for instance), which stops rotation, is reported on standard error. The rotation pair is
+    // held.
     int renameFiles(std::string name);
     // Second stage: shifts P.0 and its successors. 0 when there was nothing to do, else as renameFiles; -1
     // after an IOException. No pair is held by the caller.
@@ -193,6 +197,8 @@ protected:
 private:
     int rotate(bool forced);
     bool moveAside(bool forced);
+
+    bool moveFailureReported = false;  // guarded by the rotation pair
 };
 
 // The class of the debug log of the process: a RotationFileLog with a switch.

@@ -114,6 +114,7 @@ void Log::write(const std::string& text) {
         try {
             if (stream != nullptr) stream->write(record.data(), static_cast<int>(record.size()));
         } catch (...) {
+            writeFailed = true;
             afterWrite();  // the locks go, whatever failed
             throw;
         }

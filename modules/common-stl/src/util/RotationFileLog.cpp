@@ -1,10 +1,12 @@
 #include <errno.h>
 #include <fcntl.h>
+#include <stdio.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -36,6 +38,30 @@ long thresholdBytes(unsigned long sizeKiB) {
 
 bool exists(const std::string& path) {
     return File(path).exists();
+}
+
+// Renames `from`, which must be writable, without replacing a file: without a common lock file, another
+// process may create `to` at any time. False with errno set on failure.
+bool moveTo(const std::string& from, const std::string& to) {
+    if (!File(from).canWrite()) return false;
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+    if (errno != EINVAL && errno != ENOSYS) return false;
+    // The file system cannot do that.
+    if (exists(to)) {
+        errno = EEXIST;
+        return false;
+    }
+    return File(from).renameTo(to);
+}
+
+// True if the file's last byte is not a line feed: a write stopped there.
+bool endsInsideLine(const std::string& path) {
+    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return false;
+    char last = '\n';
+    if (lseek(fd, -1, SEEK_END) >= 0 && read(fd, &last, 1) != 1) last = '\n';
+    close(fd);
+    return last != '\n';
 }
 
 // Waits for the record lock. The kernel judges whole processes: two that each hold one lock in one thread and
@@ -88,12 +114,12 @@ private:
     FileLock& lock;
 };
 
-// Creates a missing lock file for all users. A link in its place counts as existing and is never followed:
-// the folder is everybody's.
+// Creates a missing lock file for all users. A symbolic link in its place counts as existing, and O_EXCL does
+// not follow it: anybody can create one in that folder.
 void ensureLockFile(const std::string& name) {
     struct stat status {};
     if (lstat(name.c_str(), &status) == 0) return;
-    const int fd = open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    const int fd = open(name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd < 0) return;
     fchmod(fd, 0666);
     close(fd);
@@ -140,6 +166,10 @@ void RotationFileLog::beforeWrite() {
         const unsigned long sizeKiB = rotationSizeKiB();
         if (sizeKiB != 0 && File(path).length() >= thresholdBytes(sizeKiB)) rotateFiles();
         setPath(path.c_str());
+        if (writeFailed && stream != nullptr) {
+            if (endsInsideLine(path)) stream->write(endOfLine);
+            writeFailed = false;
+        }
     } catch (...) {
         releasePair(writeMutex, writeLock);
         throw;
@@ -195,10 +225,7 @@ int RotationFileLog::rotate(bool forced) {
 // First stage: P becomes P.0 when due. False when P.0 is in the way.
 bool RotationFileLog::moveAside(bool forced) {
     if (!forced && File(path).length() <= thresholdBytes(rotationSizeKiB())) return true;
-    const std::string aside = path + movedAsideSuffix;
-    if (exists(aside)) return false;
-    File(path).renameTo(aside);
-    return true;
+    return moveTo(path, path + movedAsideSuffix) || errno != EEXIST;
 }
 
 int RotationFileLog::makerotate() {
@@ -229,7 +256,13 @@ int RotationFileLog::renameFiles(std::string name) {
     }
     int result = -1;
     for (std::size_t i = chain.size() - 1; i > 0; --i) {
-        result = !exists(chain[i]) && File(chain[i - 1]).renameTo(chain[i]) ? 0 : -1;
+        result = moveTo(chain[i - 1], chain[i]) ? 0 : -1;
+        const int reason = errno;
+        // In the way, or gone already: another process shifts the same files, or the last one could not be
+        // removed.
+        if (result == 0 || moveFailureReported || reason == EEXIST || reason == ENOENT) continue;
+        moveFailureReported = true;
+        reportFailure("The log no longer rotates: " + chain[i - 1] + ": " + std::strerror(reason));
     }
     return result;
 }
