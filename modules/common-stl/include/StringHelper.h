@@ -9,7 +9,7 @@
 namespace QOR_SPACE {
 
 // Static functions without state; any thread. Case is that of the C locale's bytes. None throws but
-// std::bad_alloc.
+// std::bad_alloc. C strings passed to a function that changes s may point into s.
 class StringHelper {
 public:
     StringHelper() = delete;

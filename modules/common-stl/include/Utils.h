@@ -45,7 +45,7 @@ public:
     // May change a token before it is stored.
     typedef void (*TokenCallback)(std::string& token, void* argument);
     // Replaces the contents of `tokens` by the non-empty tokens of `text`. The callback is called only when
-    // it and its argument are both set.
+    // it and its argument are both set. `text` and `delimiters` must not be elements of `tokens`.
     static void stringTokenizer(const std::string& text, std::vector<std::string>& tokens,
                                 const std::string& delimiters, TokenCallback callback = nullptr,
                                 void* argument = nullptr);

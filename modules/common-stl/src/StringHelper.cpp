@@ -92,27 +92,31 @@ void StringHelper::replaceChar(std::string& s, char from, char to) {
 
 void StringHelper::replace(std::string& s, const char* from, const char* to) {
     if (from == nullptr || to == nullptr || *from == '\0') return;
-    const std::size_t fromLength = std::strlen(from);
-    const std::size_t toLength = std::strlen(to);
-    const bool insertsFrom = std::strstr(to, from) != nullptr;
+    const std::string wanted = from, inserted = to;  // both may lie in s
+    const std::size_t fromLength = wanted.size();
+    const std::size_t toLength = inserted.size();
+    const bool insertsFrom = inserted.find(wanted) != std::string::npos;
     const std::size_t onePass = s.size() / fromLength * toLength + s.size() % fromLength;
     const std::size_t limit = std::max(replaceLengthLimit, onePass);
 
-    std::size_t found = s.find(from);
+    std::size_t found = s.find(wanted);
     while (found != std::string::npos) {
         if (toLength > fromLength && s.size() - fromLength + toLength > limit) return;
-        s.replace(found, fromLength, to, toLength);
+        s.replace(found, fromLength, inserted);
         // What lies before the place was searched already: a new match can only begin where it would reach
         // into the inserted text.
         std::size_t next = found >= fromLength ? found - (fromLength - 1) : 0;
         if (insertsFrom) next = found + toLength;
-        found = s.find(from, next);
+        found = s.find(wanted, next);
     }
 }
 
 void StringHelper::trim(std::string& s, const char* chars) {
-    s.erase(s.find_last_not_of(chars) + 1);
-    s.erase(0, s.find_first_not_of(chars));
+    // Both ends first: chars may lie in s.
+    const std::size_t end = s.find_last_not_of(chars) + 1;
+    const std::size_t begin = std::min(s.find_first_not_of(chars), end);
+    s.erase(end);
+    s.erase(0, begin);
 }
 
 void StringHelper::trimToLength(std::string& s, std::size_t n) {

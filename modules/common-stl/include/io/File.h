@@ -77,7 +77,7 @@ public:
     // Creates the directory and its missing parents; true if the path exists, as whatever.
     bool mkdirs() const;
     // Appends the names in the directory, unsorted, without "." and ".."; appends none when it is not a
-    // directory or cannot be opened. Throws OutOfMemoryException.
+    // directory or cannot be opened. Throws OutOfMemoryException, with `names` unchanged.
     void list(std::vector<std::string>& names) const;
     // Removes a file, or a directory with all that is in it; ends at the first failure with false. A link to
     // a directory is entered. Throws as list().

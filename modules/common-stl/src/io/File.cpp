@@ -252,15 +252,16 @@ bool File::mkdirs() const {
 void File::list(std::vector<std::string>& names) const {
     if (!isDirectory()) return;
     const std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(path.c_str()), closedir);
-    if (directory == nullptr && errno != ENOMEM) return;
+    if (directory == nullptr) return;
+    const std::size_t countBefore = names.size();
     try {
-        if (directory == nullptr) throw std::bad_alloc();
         while (const dirent* entry = readdir(directory.get())) {
             const std::string name = entry->d_name;
             if (name.empty()) return;
             if (name != "." && name != "..") names.push_back(name);
         }
     } catch (const std::bad_alloc&) {
+        names.resize(countBefore);
         throwException<OutOfMemoryException>(throwPosition::directoryListMemory, throwPosition::outOfMemory);
     }
 }

@@ -2,6 +2,8 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -31,12 +33,22 @@ int openFlags(int mode) {
     }
 }
 
+// Why a write took only a part: the call sets no errno then.
+int reasonOfShortWrite(int fd) {
+    struct stat status {};
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode))
+        return (fcntl(fd, F_GETFL) & O_NONBLOCK) != 0 ? EAGAIN : EINTR;
+    rlimit largest{};
+    const bool reached = getrlimit(RLIMIT_FSIZE, &largest) == 0 &&
+                         static_cast<rlim_t>(lseek(fd, 0, SEEK_CUR)) >= largest.rlim_cur;
+    return reached ? EFBIG : ENOSPC;
+}
+
 // One system call; throws at `position` unless all bytes were taken.
 int writeOnce(int fd, const char* data, int length, const ThrowPosition& position) {
     const ssize_t written = ::write(fd, data, static_cast<std::size_t>(length));
     if (written == length) return length;
-    // A short count leaves no errno. On a file it means that the space ended in the middle of the data.
-    throwException<IOException>(position, std::strerror(written < 0 ? errno : ENOSPC));
+    throwException<IOException>(position, std::strerror(written < 0 ? errno : reasonOfShortWrite(fd)));
 }
 
 }  // namespace
