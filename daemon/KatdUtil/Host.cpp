@@ -1,6 +1,7 @@
 #include <netdb.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 #include <new>
@@ -39,7 +40,11 @@ void Utils::makeParentDir(const char* path) {
     const char* lastSlash = std::strrchr(path, '/');
     if (lastSlash == nullptr) return;
     try {
-        QOR_SPACE::File(std::string(path, lastSlash)).mkdirs();
+        std::string folder(path, lastSlash);
+        // mkdirs() takes "a/" and "a" for two folders and fails to create the second.
+        const auto bothSlashes = [](char left, char right) { return left == '/' && right == '/'; };
+        folder.erase(std::unique(folder.begin(), folder.end(), bothSlashes), folder.end());
+        QOR_SPACE::File(folder).mkdirs();
     } catch (const std::bad_alloc&) {
         ERR_MSG("fail to call strdup in [%s]", "makeParentDir");
     }

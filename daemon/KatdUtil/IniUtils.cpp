@@ -170,6 +170,7 @@ int IniUtils::ModifyConfValue(const char* section, const char* key, const char* 
     const std::size_t oldSize = static_cast<std::size_t>(end);
     text.resize(oldSize);
     text.resize(std::fread(text.data(), 1, oldSize, file));
+    if (std::ferror(file) != 0) return -1;
 
     Pieces pieces(text);
     Line line;

@@ -37,8 +37,9 @@ public:
     // Sets `key` in `section`, adding the line at the section's end or the section at the file's end if need
     // be. A null value or comment is an empty one. All other bytes stay as they are; a file never gets
     // shorter, blanks fill its end instead. 0 when the stream has taken the text (a failing write is not
-    // noticed), -1 otherwise: file not open or not seekable, null names (no message), bad length of the
-    // section's name or no memory (reported). REQUIRES: key, value and comment hold no line feed.
+    // noticed), -1 with the file unchanged otherwise: file not open, not seekable or not readable, null names
+    // (no message), bad length of the section's name or no memory (reported). REQUIRES: key, value and
+    // comment hold no line feed.
     int ModifyConfValue(const char* section, const char* key, const char* value, const char* comment);
 
     bool opened;  // true exactly when `file` is open: tells a missing file from a missing key

@@ -34,13 +34,15 @@ public:
     // Looks url up, first in the URL list, then its host in the domain list. url is changed in place:
     // trimmed, lower case, without its scheme, escapes in its path decoded (a decoded zero byte ends it).
     // True when the look-up ran: *category is the category then, or all bits set when neither list has it.
-    // False, with *category left alone, when the container is not loaded or an argument is null.
+    // A URL of which nothing is left ("", "http://") is in neither list, even if a list has an empty item;
+    // "/x", whose host is empty, is looked up. False, with *category unchanged, when the container is not
+    // loaded or an argument is null.
     bool getUrlCategory(char* url, std::uint32_t* category) const;
     // The same for a URL that stays as it is, of `length` bytes: `room`, of at least length + 1 bytes, takes
     // what it is changed to, or stays as it is. REQUIRES: length == strlen(url).
     bool getUrlCategory(const char* url, std::size_t length, char* room, std::uint32_t* category) const;
-    // The two checks of a normalised url, which may be empty: its category, or -1.
-    // The first decodes the path in place, the second leaves url as it was.
+    // The two checks of a normalised url: its category, or -1. The first decodes the path in place and never
+    // finds an empty url. The second leaves url as it was; an empty host matches an empty item.
     std::int32_t checkUrlList(char* url) const;
     std::int32_t checkSiteList(char* url) const;
 
