@@ -1,85 +1,147 @@
 #!/usr/bin/env bash
-# Builds katd for 64 and 32 bits and under the sanitizers, runs every test, and has the sources looked at.
+# Builds katd for 64 and 32 bits and under the sanitizers, runs all tests and checks the sources.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
+. scripts/bits32.sh
 
-all=(release release32 asan tsan lint bench)
+all=(sizes release release32 asan tsan lint bench)
+size_limit=60 # per cent of the product code that tests/ may have
 
 usage() {
-    cat <<END
-usage: test.sh [--long] [STEP...]
+    cat << 'END'
+Usage: ./test.sh [--long] [STEP...]
+       ./test.sh --sizes
 
-Installs what the tests need (Debian packages) and goes through the steps, all of them without arguments:
+Installs what the tests need (Debian packages) and runs the steps, by default all of them except debug:
 
-  release, release32, asan, tsan   builds that preset below build/ and runs its tests (also: debug)
-  lint                             compiles with clang, runs clang-tidy (on the tools with --long alone) and shellcheck
-  bench                            runs each bench for a moment
+  sizes                                   compare the size of tests/ with that of the product code
+  release, release32, asan, tsan, debug   build that preset below build/ and run its tests
+  lint                                    compile with clang; run clang-tidy (on the tools only with --long), shellcheck
+  bench                                   run each benchmark briefly
 
---long then tries every fault and stresses the daemon at full size, on 64 and on 32 bits, fuzzes each reader of
-outside bytes for five minutes, and tries the Debian packages in systems of their own: about an hour in all.
+  --long   then run the fault and stress tests at full size, for 64 and 32 bits; fuzz each reader of outside bytes for
+           five minutes; install and try the Debian packages in chroots: about an hour
+  --sizes  only print the lines of code of each folder, and the share of the tests
+  --help   print this
+
+Where the kernel runs no 32-bit programs, qemu-user runs the tests of release32, except those that it cannot imitate.
+KATD_RUN32=native, qemu or none in the environment overrides what the script finds out.
+
+Exit status: 0 all steps passed; 1 one failed; 2 bad usage.
 END
 }
 
-# A report of a sanitizer goes to a file, so that none is lost with a process that ends at once; the exit status
-# is one that katd does not use.
+# Prints the lines of the files named on standard input (separated by zero bytes); blank lines and lines with nothing
+# but a // comment do not count.
+lines_of_code() { xargs -0 -r cat | grep -cvE '^[[:space:]]*(//.*)?$' || true; }
+
+# lines_by_folder DEPTH PATHSPEC...: "LINES FOLDER" for each folder, and the total, which it leaves in $total.
+lines_by_folder() {
+    local depth=$1 folder lines
+    shift
+    total=0
+    while read -r folder; do
+        lines=$(git ls-files -z -- "$@" | grep -zE "^$folder(/|\$)" | lines_of_code)
+        printf '%7d  %s\n' "$lines" "$folder"
+        total=$((total + lines))
+    done < <(git ls-files -- "$@" | cut -d/ -f"1-$depth" | sort -u)
+}
+
+run_sizes() {
+    local product share
+    lines_by_folder 1 '*.cpp' '*.h' '*.hpp' '*.c' ':!tests' ':!bench' ':!fuzz'
+    product=$total
+    lines_by_folder 2 tests
+    share=$((total * 1000 / product))
+    printf 'product %d, tests %d: %d.%d %% (at most %d %%)\n' "$product" "$total" $((share / 10)) $((share % 10)) \
+        "$size_limit"
+    ((share <= size_limit * 10))
+}
+
+# The sanitizers report to files, so that no report is lost with a process that ends at once. The exit status is one
+# that katd does not use.
 reports=$PWD/build/reports
 sanitizer_options() {
     echo "log_path=$reports/$1:exitcode=99:abort_on_error=0:halt_on_error=1"
 }
 
-# Runs a command quietly; what it printed is shown when it fails.
-quietly() {
-    local log=build/$1.log
-    shift
-    "$@" >"$log" 2>&1 || {
-        tail -n 60 "$log"
-        return 1
-    }
+# count_tests PRESET CTEST-OPTION...
+count_tests() { ctest --test-dir "build/$1" -N "${@:2}" | sed -n 's/^Total Tests: //p'; }
+
+# The lists of tests that qemu cannot run must name tests that exist, on every machine.
+check_lists32() {
+    local name
+    for name in "${qemu_lacks_programs[@]}" "${nested_programs[@]}"; do
+        [[ $(count_tests release32 --label-regex "^$name\$") -gt 0 ]] || fail "scripts/bits32.sh: no tests in $name"
+    done
+    for name in "${qemu_lacks_tests[@]}" "${nested_tests[@]}"; do
+        [[ $(count_tests release32 --tests-regex "^${name//./\\.}\$") == 1 ]] || fail "scripts/bits32.sh: no test $name"
+    done
 }
 
 run_preset() {
-    local preset=$1
+    local preset=$1 options=() selection=() count
     rm -rf "$reports"
     mkdir -p "$reports"
-    local options=()
-    # The corpus of the fuzzers is replayed where a fault in memory shows.
-    [ "$preset" = asan ] && options=(-DKATD_FUZZ=ON)
-    # The step bench builds and tries the programs of the 64-bit release.
-    [ "$preset" = release32 ] && options=(-DKATD_BENCH=OFF)
+    case $preset in
+        # Replays the fuzzers' corpora, where memory errors show.
+        asan) options=(-DKATD_FUZZ=ON) ;;
+        release32)
+            find_run32
+            options=(-DKATD_BENCH=OFF -DCMAKE_CROSSCOMPILING_EMULATOR=)
+            [[ $run32 != qemu ]] || options+=("-DCMAKE_CROSSCOMPILING_EMULATOR=$qemu32")
+            ;;
+    esac
     echo "== $preset: building"
-    quietly "$preset.configure" cmake --preset "$preset" "${options[@]}" &&
-        quietly "$preset.build" cmake --build "build/$preset" || return 1
+    build "build/$preset" "$preset" "" "${options[@]}" || return 1
+    if [[ $preset == release32 ]]; then
+        [[ $run32 != none ]] || return 0
+        (check_lists32) || return 1
+        ctest_options32
+        selection=("${options32[@]}")
+    fi
     echo "== $preset: testing"
     ASAN_OPTIONS="$(sanitizer_options asan):verify_asan_link_order=0:detect_stack_use_after_return=1" \
         UBSAN_OPTIONS="$(sanitizer_options ubsan):print_stacktrace=1" \
         TSAN_OPTIONS="$(sanitizer_options tsan):second_deadlock_stack=1" \
-        ctest --test-dir "build/$preset" --output-on-failure --parallel 3 || return 1
-    if [ -n "$(ls "$reports")" ]; then
-        echo "== $preset: reports of a sanitizer"
+        ctest --test-dir "build/$preset" --output-on-failure --parallel 3 "${selection[@]}" || return 1
+    if [[ -n $(ls "$reports") ]]; then
+        echo "== $preset: sanitizer reports"
         head -n 60 "$reports"/*
         return 1
+    fi
+    if [[ ${#selection[@]} -gt 0 ]]; then
+        count=$(($(count_tests "$preset") - $(count_tests "$preset" "${selection[@]}")))
+        notes+=("32 bits: tested by qemu; $count tests that qemu cannot run were left out")
     fi
 }
 
 run_lint() {
     echo "== lint: compiling with clang"
-    quietly lint.configure cmake --preset release -B build/lint -DCMAKE_CXX_COMPILER=clang++ -DKATD_TESTS=OFF \
-        -DKATD_LTO=OFF -DKATD_HARDEN=OFF -DKATD_BENCH=OFF -DCMAKE_CXX_FLAGS_RELEASE=-O0 &&
-        quietly lint.build cmake --build build/lint || return 1
+    build build/lint release "" -DCMAKE_CXX_COMPILER=clang++ -DKATD_TESTS=OFF -DKATD_LTO=OFF -DKATD_HARDEN=OFF \
+        -DKATD_BENCH=OFF -DCMAKE_CXX_FLAGS_RELEASE=-O0 || return 1
     echo "== lint: clang-tidy and shellcheck"
-    git ls-files '*.sh' .ci/run | xargs shellcheck || return 1
-    # The tools beside the daemon take it as long as all the rest: --long alone looks at them.
+    git ls-files '*.sh' .ci/run | xargs shellcheck -x || return 1
+    # The tools take as long as the daemon and its libraries together.
     local folders=(daemon modules engine libkatclient)
-    [ -z "$long" ] || folders+=(client katlist tools)
+    [[ -z $long ]] || folders+=(client katlist tools)
     git ls-files "${folders[@]/%//*.cpp}" |
-        quietly lint.tidy xargs -P2 -n1 clang-tidy -p build/lint --quiet
+        quietly build/lint.tidy.log xargs -P2 -n1 clang-tidy -p build/lint --quiet
 }
 
-# Every fault and stress at full size, by the program itself: a test of ctest may take two minutes, not an hour.
+# The test program itself runs them: under ctest, one test may not take an hour.
 run_long() {
-    local preset
-    for preset in release release32; do
-        echo "== $preset: every fault, stress at full size"
+    local presets=(release) preset
+    build build/release release "" || return 1
+    find_run32
+    if [[ $run32 == native ]]; then
+        build build/release32 release32 "" || return 1
+        presets+=(release32)
+    else
+        notes+=("32 bits: the fault and stress tests were not run at full size: the kernel runs no 32-bit programs")
+    fi
+    for preset in "${presets[@]}"; do
+        echo "== $preset: fault and stress tests at full size"
         KATD_TESTS_LONG=1 "build/$preset/tests/fault_tests" || return 1
     done
     fuzz/run.sh 300 && tests/packaging/packages_test.sh
@@ -88,40 +150,46 @@ run_long() {
 steps=()
 long=
 for argument in "$@"; do
-    case "$argument" in
+    case $argument in
         -h | --help)
             usage
             exit 0
             ;;
+        --sizes)
+            status=0
+            run_sizes || status=1
+            exit "$status"
+            ;;
         --long) long=yes ;;
-        release | release32 | asan | tsan | debug | lint | bench) steps+=("$argument") ;;
+        sizes | release | release32 | asan | tsan | debug | lint | bench) steps+=("$argument") ;;
         *)
             usage >&2
             exit 2
             ;;
     esac
 done
-[ ${#steps[@]} -gt 0 ] || steps=("${all[@]}")
+[[ ${#steps[@]} -gt 0 ]] || steps=("${all[@]}")
 
-scripts/packages.sh cmake ninja-build g++ g++-multilib googletest libcli11-dev nlohmann-json3-dev libbenchmark-dev clang clang-tidy shellcheck squid curl busybox mandoc systemd
+scripts/packages.sh cmake ninja-build g++ g++-multilib googletest libcli11-dev nlohmann-json3-dev libbenchmark-dev \
+    clang clang-tidy shellcheck squid curl busybox mandoc systemd
 mkdir -p build
 failed=()
+notes=()
+run32=
 for step in "${steps[@]}"; do
-    SECONDS=0
-    case "$step" in
-        lint) run_lint || failed+=("$step") ;;
-        bench) quietly bench ./bench.sh --quick || failed+=("$step") ;;
+    start=$SECONDS
+    case $step in
+        sizes | lint) "run_$step" || failed+=("$step") ;;
+        bench) quietly build/bench.log ./bench.sh --quick || failed+=("$step") ;;
         *) run_preset "$step" || failed+=("$step") ;;
     esac
-    echo "== $step: ${SECONDS} s"
+    echo "== $step: $((SECONDS - start)) s"
 done
-if [ -n "$long" ]; then
-    { quietly long.configure32 cmake --preset release32 && quietly long.configure cmake --preset release &&
-        quietly long.build32 cmake --build build/release32 && quietly long.build cmake --build build/release &&
-        run_long; } || failed+=(long)
-fi
+[[ -z $long ]] || run_long || failed+=(long)
 
-if [ ${#failed[@]} -gt 0 ]; then
+[[ $run32 != none ]] || notes+=("32 bits: built and not run: neither the kernel nor qemu runs 32-bit programs here")
+[[ ${#notes[@]} -eq 0 ]] || printf '== %s\n' "${notes[@]}"
+if [[ ${#failed[@]} -gt 0 ]]; then
     echo "== failed: ${failed[*]}"
     exit 1
 fi

@@ -29,8 +29,8 @@
 #   stop_katd                  end that katd and wait for it; nothing if none runs. Registered with at_exit by start_katd.
 #   show_katd_log HOME         print the last lines of katd's output and log to standard error
 
-# The scripts that use it read these.
-# shellcheck disable=SC2034
+[[ -z ${source_tree:-} ]] || return 0 # sourced before
+
 source_tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 problems=0
 katd_pid=
