@@ -1,37 +1,39 @@
 #!/usr/bin/env bash
-# Builds katd and its bench, and measures.
+# Builds katd and its benchmarks, and measures.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
+. scripts/bits32.sh
 
 usage() {
     cat <<'END'
 Usage: ./bench.sh [OPTION]... [NAME]...
 
-Installs what the build needs (Debian packages), builds the presets release and release32, and runs
-the benches, all of them without names: about 15 minutes. The machine should have nothing else to do.
+Installs what the build needs (Debian packages), builds the presets release and release32, and runs the benchmarks, by
+default all of them: about 15 minutes. The machine should be otherwise idle. A kernel that runs no 32-bit programs
+measures 64 bits only.
 
-  wire     throughput on the socket against servers that make the system calls alone
-  lookup   the searches in a list against the plain binary search; the normalisation of a URL
-  load     loading a list against copying its items
-  reload   answers during a reload, and its memory
-  clients  what a connection costs, and how many there can be
-  engine   an answer of the engine against a server that calls it directly
+  wire     throughput on the socket, compared with servers that only make the system calls
+  lookup   searching a list, compared with a plain binary search; normalising a URL
+  load     loading a list, compared with copying its items
+  reload   answers and memory during a reload
+  clients  memory of a connection, and how many there can be
+  engine   an answer of the engine, compared with a server that calls it directly
   helper   katc as a proxy's helper
-  log      a message against the system calls of its records
+  log      a message, compared with the system calls that write it
 
-  --quick          a moment for each, on small lists and 64 bits alone: only whether they still run
-  --document FILE  put tables and plots into FILE, as docs/performance.md is made
-  --rounds N       rounds of each measurement; 7 by default
-  --seconds S      of each measurement in a round; 1 by default
-  --cpu            rates by the processor's time, not by the clock: for a machine that is not quiet
+  --quick          run each briefly, on small lists and 64 bits only, without judging the figures
+  --document FILE  put the tables and plots into FILE, as docs/performance.md is made
+  --rounds N       rounds of each measurement, 7 by default
+  --seconds S      seconds of each measurement in a round, 1 by default
+  --cpu            rates by processor time instead of wall-clock time, for a machine that is not idle
   --help           print this
 
-Exit status: 0 all aims reached, 1 one was missed or something failed, 2 bad usage.
+Exit status: 0 all targets reached; 1 one was missed, or a program failed; 2 bad usage.
 END
 }
 
 quick=
-arguments=()
+document=
 for argument in "$@"; do
     case $argument in
         -h | --help)
@@ -39,28 +41,27 @@ for argument in "$@"; do
             exit 0
             ;;
         --quick) quick=yes ;;
+        --document*) document=yes ;;
     esac
-    arguments+=("$argument")
 done
 
+arguments=(--build build/release "$@")
 presets=(release)
-packages=(cmake ninja-build g++ googletest libcli11-dev nlohmann-json3-dev libbenchmark-dev python3 gnuplot-nox)
+scripts/packages.sh cmake ninja-build g++ googletest libcli11-dev nlohmann-json3-dev libbenchmark-dev python3 gnuplot-nox
 if [[ -z $quick ]]; then
-    presets+=(release32)
-    packages+=(g++-multilib)
-    arguments+=(--build32 build/release32)
-fi
-scripts/packages.sh "${packages[@]}"
-
-mkdir -p build
-for preset in "${presets[@]}"; do
-    log=build/$preset.bench.log
-    echo "Building $preset"
-    if ! { cmake --preset "$preset" -DKATD_BENCH=ON &&
-        cmake --build "build/$preset" --target bench_programs; } >"$log" 2>&1; then
-        tail -n 30 "$log" >&2
-        echo "bench.sh: the build failed; all of its output is in $log" >&2
-        exit 1
+    scripts/packages.sh g++-multilib
+    if kernel_runs_32_bits; then
+        presets+=(release32)
+        arguments+=(--build32 build/release32)
+    elif [[ -n $document ]]; then
+        fail "--document needs the figures of 32 bits, and this kernel runs no 32-bit programs"
+    else
+        echo "32 bits are not measured: this kernel runs no 32-bit programs"
     fi
+fi
+
+for preset in "${presets[@]}"; do
+    echo "Building $preset"
+    build "build/$preset" "$preset" bench_programs -DKATD_BENCH=ON || exit 1
 done
-exec bench/run.py --build build/release "${arguments[@]}"
+exec bench/run.py "${arguments[@]}"

@@ -1,7 +1,8 @@
-#!/bin/bash
-# Fuzzes the readers of bytes from outside, one after the other.
+#!/usr/bin/env bash
+# Fuzzes the readers of outside bytes, one after the other.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+. scripts/lib.sh
 
 all_targets=()
 for source in fuzz/corpus/*/; do
@@ -12,13 +13,13 @@ usage() {
     cat << END
 Usage: fuzz/run.sh SECONDS [TARGET...]
 
-Builds the fuzzers with clang below build/fuzz and fuzzes each target for so many seconds.
-Targets: ${all_targets[*]} (all without arguments).
+Builds the fuzzers with clang below build/fuzz and runs each target for SECONDS.
+Targets: ${all_targets[*]} (by default all).
 
-Inputs that reach new code are kept in build/fuzz-inputs/TARGET and taken up by the next run. Findings
-go to fuzz/findings; the status is 1 when there is one. To see one again:
+Inputs that reach new code are kept in build/fuzz-inputs/TARGET, and the next run starts from them. Findings go to
+fuzz/findings; the exit status is 1 if there is one. To reproduce one:
     build/fuzz/fuzz/fuzz_TARGET fuzz/findings/FINDING
-To take the kept inputs into the corpus, as few as reach the same code:
+To add a minimal set of the kept inputs to the corpus:
     build/fuzz/fuzz/fuzz_TARGET -merge=1 fuzz/corpus/TARGET build/fuzz-inputs/TARGET
 END
 }
@@ -39,35 +40,25 @@ targets=("$@")
 [[ $# -gt 0 ]] || targets=("${all_targets[@]}")
 for target in "${targets[@]}"; do
     if [[ ! -f fuzz/$target.cpp || ! -d fuzz/corpus/$target ]]; then
-        echo "run.sh: there is no target $target" >&2
+        echo "fuzz/run.sh: there is no target $target" >&2
         exit 2
     fi
 done
 
-scripts/packages.sh cmake ninja-build clang libclang-rt-dev
+scripts/packages.sh cmake ninja-build clang libclang-rt-dev libcli11-dev nlohmann-json3-dev
 
-mkdir -p build fuzz/findings
-echo "== building"
-{
-    cmake --preset fuzz && cmake --build build/fuzz --target "${targets[@]/#/fuzz_}"
-} > build/fuzz.build.log 2>&1 || {
-    tail -n 40 build/fuzz.build.log >&2
-    exit 1
-}
+mkdir -p fuzz/findings
+say "building"
+build build/fuzz fuzz "${targets[*]/#/fuzz_}" || exit 1
 
-# What the targets write, in memory where that can be had. A finding leaves it behind.
-scratch=$(mktemp -d -p "$([[ -w /dev/shm ]] && echo /dev/shm || echo /tmp)" katd-fuzz-XXXXXX)
+# The targets write temporary files, in memory if possible. After a finding they do not remove them.
+[[ ! -w /dev/shm ]] || TMPDIR=/dev/shm
+make_scratch
 fuzzer=
-# shellcheck disable=SC2317 # the trap calls it
-clean_up() {
-    [[ -z $fuzzer ]] || kill "$fuzzer" 2> /dev/null || true
-    rm -rf "$scratch"
-}
-trap clean_up EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
+stop_fuzzer() { [[ -z $fuzzer ]] || kill "$fuzzer" 2> /dev/null; }
+at_exit stop_fuzzer
 
-# The fuzzer's last report: inputs so far, what they reached, inputs worth keeping, inputs a second.
+# The last line that the fuzzer printed: number of inputs, coverage, inputs kept, inputs per second.
 report() {
     local line
     line=$(grep -aE '^#[0-9]+' "$log" | tail -n 1 | sed -E 's/ +(lim|L): .*(exec\/s)/ \2/; s/ rss: .*//') || line='starting'
@@ -103,7 +94,7 @@ for target in "${targets[@]}"; do
 done
 
 if [[ ${#found[@]} -gt 0 ]]; then
-    echo "== findings of: ${found[*]} (fuzz/findings, whole reports in build/fuzz-TARGET.log)"
+    say "findings of: ${found[*]} (in fuzz/findings; complete reports in build/fuzz-TARGET.log)"
     exit 1
 fi
-echo "== no findings: ${targets[*]}"
+say "no findings: ${targets[*]}"

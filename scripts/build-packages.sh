@@ -2,19 +2,20 @@
 # Builds the Debian packages from a copy of the tree.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+. scripts/lib.sh
 
 usage() {
     cat << 'END'
 Usage: scripts/build-packages.sh [--no-lint] [amd64|i386]...
 
-Builds the Debian packages for these architectures, or for this machine's, from a copy of the tree; they come to lie
-in build/packages. What the build needs is installed before; lintian judges the packages. i386 packages are built on
-amd64 by the same compiler.
+Builds the Debian packages for these architectures, by default for that of this machine, from a copy of the tree, and
+puts them into build/packages. Installs what the build needs first; lintian checks the packages at the end. The
+packages for i386 are built on amd64 by the same compiler.
 
-  --no-lint  leave lintian out
-  -h, --help print this
+  --no-lint   leave lintian out
+  -h, --help  print this
 
-Exit status: 0 built, and lintian has no error; 1 not; 2 bad usage.
+Exit status: 0 packages built, and lintian found no error; 1 failure; 2 bad usage.
 END
 }
 
@@ -44,27 +45,32 @@ for architecture in "${architectures[@]}"; do
 done
 scripts/packages.sh "${packages[@]}"
 
-build() {
-    local architecture=$1
-    local folder=build/packages/$architecture
+# The build dependencies in debian/control would have to be packages of i386 for i386; the list above replaces them.
+# debian/changelog names no address: that of debian/control serves.
+make_packages() {
+    cd "$1/katd"
+    DEB_BUILD_OPTIONS="${DEB_BUILD_OPTIONS:-} parallel=$(nproc)" dpkg-buildpackage -b -us -uc -d "-a$architecture" \
+        "--changed-by=$(sed -n 's/^Maintainer: //p' debian/control)"
+}
+
+for architecture in "${architectures[@]}"; do
+    folder=build/packages/$architecture
+    log=$folder/build.log
     rm -rf "$folder" build/packages/*_"$architecture".deb
     mkdir -p "$folder/katd"
     # dpkg-buildpackage writes into the tree and beside it.
     tar --exclude=./build --exclude=./.git -cf - . | tar -C "$folder/katd" -xf -
-    # The build dependencies of i386 would be packages of i386: what stands above is what is needed.
-    if ! (cd "$folder/katd" && DEB_BUILD_OPTIONS="${DEB_BUILD_OPTIONS:-} parallel=$(nproc)" \
-        dpkg-buildpackage -b -us -uc -d "-a$architecture") > "$folder/build.log" 2>&1; then
-        tail -n 40 "$folder/build.log" >&2
-        echo "build-packages.sh: the packages for $architecture were not built; all output is in $folder/build.log" >&2
-        return 1
-    fi
+    say "Building the packages for $architecture (output in $log)"
+    (make_packages "$folder") 2>&1 | tee "$log" |
+        sed -unE 's/^ +(dh_auto_(configure|build|install)|dh_strip|dh_builddeb).*/   \1/p' || {
+        tail -n 40 "$log" >&2
+        fail "the packages for $architecture were not built; all output is in $log"
+    }
     rm -rf "$folder/katd"
-    [[ -z $lint ]] || lintian --allow-root --fail-on error --tag-display-limit 0 "$folder"/*.changes || return 1
+    if [[ -n $lint ]]; then
+        echo "   lintian"
+        lintian --allow-root --fail-on error --tag-display-limit 0 "$folder"/*.changes || exit 1
+    fi
     mv "$folder"/*.deb build/packages
-}
-
-for architecture in "${architectures[@]}"; do
-    echo "Building the packages for $architecture"
-    build "$architecture" || exit 1
     ls build/packages/*_"$architecture".deb
 done
