@@ -124,7 +124,7 @@ run_lint() {
     git ls-files '*.sh' .ci/run | xargs shellcheck -x || return 1
     # The tools take as long as the daemon and its libraries together.
     local folders=(daemon modules engine libkatclient)
-    [[ -z $long ]] || folders+=(client katlist tools)
+    [[ -z $long ]] || folders+=(client katlist listreader tools)
     git ls-files "${folders[@]/%//*.cpp}" |
         quietly build/lint.tidy.log xargs -P2 -n1 clang-tidy -p build/lint --quiet
 }
@@ -170,7 +170,7 @@ for argument in "$@"; do
 done
 [[ ${#steps[@]} -gt 0 ]] || steps=("${all[@]}")
 
-scripts/packages.sh cmake ninja-build g++ g++-multilib googletest libcli11-dev nlohmann-json3-dev libbenchmark-dev \
+scripts/packages.sh cmake ninja-build g++ g++-multilib googletest libcli11-dev libidn2-dev nlohmann-json3-dev libbenchmark-dev \
     clang clang-tidy shellcheck squid curl busybox mandoc systemd
 mkdir -p build
 failed=()

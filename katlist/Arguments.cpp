@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "Console.h"
+#include "Shared.h"
 
 namespace katlist {
 

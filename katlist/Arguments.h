@@ -4,8 +4,8 @@
 
 #include "Build.h"
 #include "Check.h"
-#include "ExitStatus.h"
 #include "Find.h"
+#include "Shared.h"
 #include "Stat.h"
 
 namespace katlist {

@@ -1,67 +1,38 @@
 #include "Build.h"
 
-#include <arpa/inet.h>
-#include <strings.h>
-
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <limits>
 
-#include "Console.h"
-#include "Inputs.h"
 #include "ItemStore.h"
 #include "KatdUtil/Utils.h"
-#include "LineFile.h"
-#include "OutputFile.h"
+#include "Mapping.h"
 #include "Resolve.h"
+#include "listreader/Reader.h"
 
 namespace katlist {
 
 using KATD_SPACE::Utils;
+using listreader::EntryKind;
+using listreader::Reader;
+using listreader::Scope;
 
 namespace {
 
 // What katd's 32-bit numbers hold; its buffer is three bytes longer than the size in the first line.
 constexpr std::uint64_t countLimit = std::numeric_limits<std::int32_t>::max();
 constexpr std::uint64_t sizeLimit = countLimit - 3;
-constexpr std::size_t categoryEnd = 3;  // of an item line: there is the bar
-
-// Names in hosts files that are about the machine itself.
-constexpr const char* ownNames[] = {"localhost",      "localhost.localdomain", "local",
-                                    "broadcasthost",  "ip6-localhost",         "ip6-loopback",
-                                    "ip6-localnet",   "ip6-mcastprefix",       "ip6-allnodes",
-                                    "ip6-allrouters", "ip6-allhosts",          "0.0.0.0"};
-
-bool isOwnName(const char* name) {
-    return std::any_of(std::begin(ownNames), std::end(ownNames),
-                       [name](const char* own) { return strcasecmp(own, name) == 0; });
-}
-
-bool isIpAddress(const std::string& text) {
-    in6_addr address;
-    return inet_pton(AF_INET, text.c_str(), &address) == 1 ||
-           inet_pton(AF_INET6, text.substr(0, text.find('%')).c_str(), &address) == 1;
-}
-
-// "12|345", the first line of a list file, and not an item of digits with its category: so many items can
-// have so many bytes, and an item line comes behind it.
-bool isHeader(const char* text, LineFile* file) {
-    const std::size_t digits = std::strspn(text, "0123456789");
-    if (digits == 0 || digits > 10 || *text == '0' || text[digits] != '|') return false;
-    const char* const size = text + digits + 1;
-    if (*size == '\0' || !Utils::isDigit(size) || std::strlen(size) > 10) return false;
-    if (std::strtoull(size, nullptr, 10) > std::strtoull(text, nullptr, 10) * (itemLimit + 1)) return false;
-    const char* const next = file->peek();
-    return next != nullptr && std::strlen(next) > categoryEnd && next[categoryEnd] == '|';
-}
 
 class Builder {
 public:
     // What would keep the list from being written shows before long work.
     explicit Builder(const BuildOptions& options)
-        : options_(options), bad_(stderr, options.show), file_(options.output) {}
+        : options_(options),
+          reader_(
+              Reader::Options{categoryLimit, options.strict, options.show},
+              [this](Entry& entry) { return takeEntry(&entry); }, &progress_),
+          file_(options.output) {}
 
     void run() {
         readAll();
@@ -77,13 +48,9 @@ public:
 
 private:
     void readAll();
-    void readSource(const Source& source);
-    void takeLine(LineFile* file);
-    void takeHosts(char* names, std::int32_t category);
-    void takeItem(char* text, std::int32_t category);
-    void addForms(char* text, ItemStore::Record record);
-    bool addBareHost(char* text, const ItemStore::Record& record);
-    void badLine(const std::string& text, const char* reason);
+    const char* takeEntry(Entry* entry);
+    bool addBareHost(std::string* text);
+    void addForms(char* text, bool isAddress, ItemStore::Record record);
     void write();
     void printSummary() const;
 
@@ -91,23 +58,17 @@ private:
     Progress progress_;
     std::vector<Source> sources_;
     ItemStore items_;
-    Notes bad_;
+    Reader reader_;
     OutputFile file_;
     Resolved resolved_;
-    std::string item_;  // a form of an item that is being made
-
-    // The line at hand.
-    const LineFile* input_ = nullptr;
-    std::size_t source_ = 0;      // index in sources_
-    bool isListFile_ = false;     // its file began with the first line of a list
-    std::int32_t category_ = -1;  // of its file
+    std::string item_;        // a form of an item that is being made
+    std::size_t source_ = 0;  // index in sources_
 
     // Counters of the summary.
-    std::uint64_t lines_ = 0;
-    std::uint64_t empty_ = 0;  // comments, empty lines, first lines of list files
-    std::uint64_t read_ = 0;   // items
-    std::uint64_t own_ = 0;    // names about the machine itself
     std::uint64_t foldersSkipped_ = 0;
+    std::uint64_t exceptions_ = 0;
+    std::uint64_t belowOnly_ = 0;  // entries for subdomains alone
+    std::uint64_t withBelow_ = 0;  // hosts whose subdomains the input includes
     std::uint64_t bareHosts_ = 0;
     std::uint64_t www_ = 0;
     std::uint64_t lowered_ = 0;
@@ -117,8 +78,15 @@ private:
 
 void Builder::readAll() {
     const Mapping mapping = options_.map.empty() ? Mapping() : Mapping::load(options_.map);
+    listreader::CategoryRules rules;
+    if (!mapping.all().empty())
+        rules.numberOf = [&mapping](std::string_view name) { return mapping.numberOf(std::string(name)); };
+    rules.highest = categoryLimit;
+    rules.otherwise = options_.category;
     Notes skipped(stderr, options_.show);
-    sources_ = findSources(options_.inputs, options_.kind, options_.category, mapping, &skipped);
+    sources_ = findSources(
+        options_.inputs, options_.kind == Kind::urls ? listreader::Wanted::urls : listreader::Wanted::domains,
+        rules, &skipped);
     skipped.end("folders");
     foldersSkipped_ = skipped.count();
     if (options_.strict && foldersSkipped_ > 0)
@@ -126,110 +94,54 @@ void Builder::readAll() {
     if (sources_.size() > std::numeric_limits<std::uint16_t>::max())
         throw Failure(failed, "there are more than 65535 inputs: build from fewer at once");
     for (source_ = 0; source_ < sources_.size(); ++source_)
-        readSource(sources_[source_]);
-    bad_.end("bad lines");
+        reader_.read(sources_[source_]);
+    reader_.end();
 }
 
-void Builder::readSource(const Source& source) {
-    LineFile file(source.path);
-    input_ = &file;
-    isListFile_ = false;
-    category_ = source.category;
-    while (file.next()) {
-        progress_.step("lines read", ++lines_);
-        takeLine(&file);
+const char* Builder::takeEntry(Entry* entry) {
+    if (const char* reason = toItem(options_.kind, entry)) return reason;
+    if (entry->isException) {
+        ++exceptions_;
+        return nullptr;
     }
-    input_ = nullptr;
-}
-
-void Builder::takeLine(LineFile* file) {
-    char* line = file->text;
-    if (std::memchr(line, '\0', file->length) != nullptr) return badLine(line, "it holds a zero byte");
-    if (file->number == 1 && std::strncmp(line, "\xef\xbb\xbf", 3) == 0) line += 3;  // an editor's mark
-    const char* first = Utils::FirstChar(Utils::rtrim(line));
-    if (file->number == 1) isListFile_ = isHeader(first, file);
-    if (*first == '\0' || *first == '#' || (file->number == 1 && isListFile_)) {
-        ++empty_;
-        return;
+    if (entry->scope == Scope::below) {
+        ++belowOnly_;
+        return nullptr;
     }
-    std::int32_t category = category_;
-    char* bar = std::strchr(line, '|');
-    const std::string before(line, bar == nullptr ? 0 : static_cast<std::size_t>(bar - line));
-    if (bar != nullptr && before.find_first_not_of(" \t+-0123456789") == std::string::npos &&
-        before.find_first_of("0123456789") != std::string::npos) {
-        category = toCategory(before);
-        if (category < 0) return badLine(line, "its category is no number from 0 to 255");
-        line = bar + 1;
-        if (isListFile_) return takeItem(line, category);
-    } else if (isListFile_) {
-        return badLine(line, "it is no item line, as the others of this list are");
-    }
-    for (char* mark = line; (mark = std::strchr(mark, '#')) != nullptr; ++mark) {
-        if (mark > line && (mark[-1] == ' ' || mark[-1] == '\t')) {
-            *mark = '\0';
-            break;
-        }
-    }
-    Utils::trim(line);
-    const std::size_t word = std::strcspn(line, " \t");
-    if (line[word] != '\0' && isIpAddress(std::string(line, word))) return takeHosts(line + word, category);
-    takeItem(line, category);
-}
-
-// The names of a line of a hosts file.
-void Builder::takeHosts(char* names, std::int32_t category) {
-    char* rest = nullptr;
-    for (char* name = strtok_r(names, " \t", &rest); name != nullptr;
-         name = strtok_r(nullptr, " \t", &rest)) {
-        if (isOwnName(name)) {
-            ++own_;
-        } else {
-            takeItem(name, category);
-        }
-    }
-}
-
-void Builder::takeItem(char* text, std::int32_t category) {
-    if (category < 0) return badLine(text, "it names no category, and no --category is given");
-    const std::string written(text);
-    const char* reason = isListFile_                   ? storedToItem(options_.kind, text)
-                         : options_.kind == Kind::urls ? toUrlItem(text)
-                                                       : toHostItem(text);
-    if (reason != nullptr) return badLine(written, reason);
-    ++read_;
+    if (entry->scope == Scope::hostAndBelow) ++withBelow_;
     ItemStore::Record record{};
-    record.category = static_cast<std::uint8_t>(category);
+    record.category = static_cast<std::uint8_t>(entry->category);
     record.file = static_cast<std::uint16_t>(source_);
     record.line = static_cast<std::uint32_t>(
-        std::min<std::uint64_t>(input_->number, std::numeric_limits<std::uint32_t>::max()));
-    if (options_.kind == Kind::urls && std::strchr(text, '/') == nullptr && !addBareHost(text, record))
-        return;
-    addForms(text, record);
+        std::min<std::uint64_t>(entry->line, std::numeric_limits<std::uint32_t>::max()));
+    if (options_.kind == Kind::urls && entry->text.find('/') == std::string::npos &&
+        !addBareHost(&entry->text))
+        return nullptr;
+    addForms(entry->text.data(), entry->kind == EntryKind::address, record);
+    return nullptr;
 }
 
-// False when the item goes no further.
-bool Builder::addBareHost(char* text, const ItemStore::Record& record) {
+// False if the host is left out.
+bool Builder::addBareHost(std::string* text) {
     ++bareHosts_;
-    if (bareExample_.empty()) bareExample_ = printable(text);
-    if (options_.bareHosts != BareHosts::slash) return options_.bareHosts == BareHosts::keep;
-    std::string withSlash = std::string(text) + "/";
-    addForms(withSlash.data(), record);
-    return false;
+    if (bareExample_.empty()) bareExample_ = printable(*text);
+    if (options_.bareHosts == BareHosts::slash) *text += '/';
+    return options_.bareHosts != BareHosts::skip;
 }
 
-// The item, and what is made of it.
-void Builder::addForms(char* text, ItemStore::Record record) {
+// Adds the item and its other forms.
+void Builder::addForms(char* text, bool isAddress, ItemStore::Record record) {
     items_.add(text, record);
     record.derived = true;
     const bool capitals = hasCapitals(text);
-    const bool www = options_.withWww && std::strncmp(text, "www.", 4) != 0 && !isAddress(text);
+    const bool www = options_.withWww && !isAddress && std::strncmp(text, "www.", 4) != 0;
     if (www) {
         item_ = std::string("www.") + text;
         items_.add(item_.c_str(), record);
         ++www_;
     }
     if (!capitals) return;
-    // A capital letter came from an escape. Where a URL has the letter itself, katd makes it a small one.
+    // A capital letter came from an escape. katd puts the letter itself, in a URL, in lower case.
     Utils::toLower(text);
     items_.add(text, record);
     ++lowered_;
@@ -237,16 +149,6 @@ void Builder::addForms(char* text, ItemStore::Record record) {
     Utils::toLower(item_.data());
     items_.add(item_.c_str(), record);
     ++lowered_;
-}
-
-void Builder::badLine(const std::string& text, const char* reason) {
-    const std::string place = input_->name + ":" + std::to_string(input_->number) + ": ";
-    if (options_.strict) throw Failure(wrong, place + reason + ": [" + printable(text) + "] (--strict)");
-    if (bad_.shows()) {
-        bad_.add(place + "skipped, " + reason + ": [" + printable(text) + "]");
-    } else {
-        bad_.add();
-    }
 }
 
 void Builder::write() {
@@ -285,12 +187,16 @@ void Builder::printSummary() const {
     const auto line = [](std::uint64_t number, const char* text, bool always = false) {
         if (number > 0 || always) std::printf("%12llu %s\n", static_cast<unsigned long long>(number), text);
     };
-    line(lines_, "lines read", true);
-    line(empty_, "comments, empty lines and first lines of lists");
-    line(own_, "names of hosts files about the machine itself left out");
+    const Reader::Counts counts = reader_.counts();
+    line(counts.lines, "lines read", true);
+    line(counts.empty, "comments, empty lines and first lines of lists");
+    line(counts.ownNames, "names of hosts files about the machine itself left out");
     line(foldersSkipped_, "folders without a number left out");
-    line(bad_.count(), "bad lines skipped", true);
-    line(read_, "items read", true);
+    line(counts.bad, "bad lines skipped", true);
+    line(counts.entries, "items read", true);
+    line(exceptions_, "exceptions left out");
+    line(belowOnly_, "items for subdomains alone left out: katd's lists hold exact hosts");
+    line(withBelow_, "items for a host and its subdomains read as the host alone");
     line(www_, "www. names added");
     line(lowered_, "spellings in small letters added");
     const bool isSkipped = options_.bareHosts == BareHosts::skip;

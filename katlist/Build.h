@@ -1,4 +1,4 @@
-// katlist build: from what people have to a list file of katd.
+// katlist build: makes a list file of katd from published lists.
 #ifndef KATLIST_BUILD_H
 #define KATLIST_BUILD_H
 
@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "ExitStatus.h"
 #include "ItemText.h"
 
 namespace katlist {

@@ -5,9 +5,8 @@
 #include <cstring>
 #include <limits>
 
-#include "Console.h"
 #include "KatdUtil/Utils.h"
-#include "LineFile.h"
+#include "Shared.h"
 #include "StringList/StringList.h"
 
 namespace katlist {
@@ -178,7 +177,7 @@ void Checker::checkLine(char* line, std::size_t length, std::uint64_t number) {
 // Three characters, read as katd does.
 void Checker::checkCategory(const char* line, std::uint64_t number) {
     const std::string characters(line, itemStart - 1);
-    if (toCategory(characters) >= 0) return;
+    if (listreader::toCategory(characters, categoryLimit) >= 0) return;
     const std::int32_t category = Utils::toInt32(characters.c_str());
     const std::string reads = "the category " + bracketed(characters) + " is no number from 0 to 255: katd ";
     if (category == -1) return find(number, reads + "takes the item for a miss");
@@ -204,9 +203,8 @@ void Checker::checkSpace(std::size_t bytes, std::size_t itemBytes, std::uint64_t
 
 // What katd would ask for must look like the item.
 void Checker::checkSpelling(const std::string& item, std::uint64_t number) {
-    std::string asked = item;
-    const char* reason = storedToItem(isUrls() ? Kind::urls : Kind::domains, asked.data());
-    asked.resize(std::strlen(asked.c_str()));
+    std::string asked;
+    const char* reason = storedToItem(isUrls() ? Kind::urls : Kind::domains, item, &asked);
     if (item.empty()) {
         find(number, isUrls() ? "the item is empty: every URL begins with it" : "the item is empty");
     } else if (item.size() > itemLimit) {

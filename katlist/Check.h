@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "ExitStatus.h"
 #include "ItemText.h"
+#include "Shared.h"
 
 namespace katlist {
 

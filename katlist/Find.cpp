@@ -3,8 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "Console.h"
-#include "LineFile.h"
+#include "Shared.h"
 #include "UrlContainer/UrlContainer.h"
 
 namespace katlist {

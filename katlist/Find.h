@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "ExitStatus.h"
+#include "Shared.h"
 
 namespace katlist {
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <limits>
 
-#include "ExitStatus.h"
+#include "Shared.h"
 #include "StringList/StringList.h"
 
 namespace katlist {

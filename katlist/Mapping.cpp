@@ -3,9 +3,8 @@
 #include <cerrno>
 #include <fstream>
 
-#include "Console.h"
-#include "ExitStatus.h"
 #include "ItemText.h"
+#include "Shared.h"
 
 namespace katlist {
 
@@ -32,7 +31,8 @@ Mapping Mapping::load(const std::string& path) {
         const std::string where = path + ":" + std::to_string(number) + ": ";
         const std::size_t sign = line.rfind('=');
         const std::string name = sign == std::string::npos ? "" : trimmed(line.substr(0, sign));
-        const std::int32_t category = sign == std::string::npos ? -1 : toCategory(line.substr(sign + 1));
+        const std::int32_t category =
+            sign == std::string::npos ? -1 : listreader::toCategory(line.substr(sign + 1), categoryLimit);
         if (name.empty() || category < 0) {
             throw Failure(wrong, where + "a line is \"name = number\", the number from 0 to 255, not [" +
                                      printable(line) + "]");

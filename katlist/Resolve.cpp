@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "Console.h"
+#include "Shared.h"
 #include "StringList/StringList.h"
 
 namespace katlist {

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "Build.h"
-#include "Inputs.h"
 #include "ItemStore.h"
+#include "Shared.h"
 
 namespace katlist {
 

@@ -6,10 +6,8 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "Console.h"
-#include "ExitStatus.h"
-#include "LineFile.h"
 #include "Mapping.h"
+#include "Shared.h"
 #include "StringList/StringList.h"
 
 namespace katlist {

@@ -5,8 +5,8 @@
 #include <new>
 
 #include "Arguments.h"
-#include "Console.h"
 #include "ProcessStart.h"
+#include "Shared.h"
 
 namespace {
 

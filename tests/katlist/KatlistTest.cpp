@@ -123,11 +123,13 @@ TEST_F(KatlistTest, BuildsDomainsFromFoldersWithMappedNames) {
 TEST_F(KatlistTest, BadLinesAreSkippedShownAndCounted) {
     const std::map<std::string, std::vector<std::string>> bad = {
         {"urls",
-         {"no host here/x", "*.wild.example", "<td>", "a.example/x%20", "a.example/%0a", "a.example/%00x",
-          "http://", "/path", "||ads.example^", "256|a.example", "-01|a.example", "007|",
+         {"no host here/x", "wild*.example", "<td>", "a.example/x%20", "a.example/%0a", "a.example/%00x",
+          "http://", "/path", "||ads.example^$popup", "256|a.example", "-01|a.example", "007|",
           std::string("zero\0byte", 9), std::string(65536, 'x'), "esc\x1b[31m", "#"}},
         {"domains",
-         {"a.example/path", "a b", "*.a.example", "a.example?x", "...", "+|x", "\"quoted\"", "#"}}};
+         {"a.example/path", "a b", "a.*.example", "a.example?x", "...", "1.2.3.0/24", "2001:db8::/32",
+          "2001:db8::1", "a.example:", "a.example:65536", "a.example:x", "a..example", "192.0.2.1-192.0.2.9",
+          "192.0.2.1-9", "[2001:db8::x]", "\xff.example", "+|x", "\"quoted\"", "#"}}};
     for (const auto& [kind, lines] : bad) {
         std::string text = "good.example\n";
         for (const std::string& line : lines)
@@ -148,6 +150,47 @@ TEST_F(KatlistTest, BadLinesAreSkippedShownAndCounted) {
         EXPECT_FALSE(fs::exists(dir / "list"));
         EXPECT_EQ(1, run("katlist build --" + kind + " -o list in")) << "lines without a category";
     }
+}
+
+TEST_F(KatlistTest, ReadsTheFormatsOfOtherFilters) {
+    const std::pair<std::string, std::string> inputs[] = {
+        // what a list of the domain a.example comes from
+        {"[Adblock Plus 2.0]\n! title\n||A.example^\n@@||b.example^\n", "1 exceptions left out"},
+        {".a.example\n*.A.example\nhttp://a.example./\n", "2 items for a host and its subdomains"},
+        {"address=/a.example/\naddress=/a.example/a.example/0.0.0.0\nserver=/a.example/\nserver=/b.example/"
+         "#\n",
+         "1 exceptions"},
+        {"$TTL 300\n@ SOA localhost. root.localhost. (\n 1 ; serial\n 2 )\n  NS localhost.\n"
+         "a.example CNAME . ; why\n*.a.example 300 IN CNAME *.\na.example A 0.0.0.0\n  AAAA ::\n"
+         "b.example CNAME rpz-passthru.\n",
+         "1 items for subdomains alone"},
+        {"$ORIGIN rpz.test.\na.example.rpz.test. IN CNAME .\n", "1 items read"},
+        {"server:\nlocal-zone: \"a.example.\" always_nxdomain\nlocal-zone: b.example transparent\n"
+         "local-data: \"a.example 3600 IN A 0.0.0.0\"\n",
+         "1 exceptions"},
+    };
+    for (const auto& [input, summary] : inputs) {
+        write("in", input);
+        EXPECT_EQ(0, run("katlist build --domains --strict --category 1 -o list in")) << errors;
+        EXPECT_EQ("1|10\n001|a.example\n", read("list")) << input;
+        EXPECT_THAT(output, HasSubstr(summary)) << input;
+    }
+    write(
+        "in",
+        "||a.example/x^\n||a.example^$popup\n@@|http://a.example|\nserver=/a.example/192.0.2.1\naddress=//\n"
+        "a.example CNAME rpz-tcp-only.\n32.1.2.0.192.rpz-ip CNAME .\nlocal-zone: a.example nodefault\n"
+        "local-data: \"a.example MX 10 x\"\nThis A test\n");
+    EXPECT_EQ(1, run("katlist build --domains --category 1 -o list in"));
+    EXPECT_THAT(errors, HasSubstr("in:10: skipped"));
+    write("in",
+          "b\xc3\xbc"
+          "cher.example/\xc3\xbc\n");
+    if (run("katlist build --urls --category 1 -o list in") != 0)
+        EXPECT_THAT(errors, HasSubstr("built without libidn2"));
+    else
+        EXPECT_EQ("1|25\n001|xn--bcher-kva.example/\xc3\xbc\n", read("list"));
+    EXPECT_EQ(1, run("printf '\\037\\213xx' | katlist build --urls --category 1 -o list -"));
+    EXPECT_THAT(errors, HasSubstr("compressed by gzip"));
 }
 
 // Random items, many of which begin with others, and what must come of them by a plain rule: the shortest
@@ -223,7 +266,7 @@ TEST_F(KatlistTest, CheckFindsWhatIsWrongAndGoesOn) {
     // Lines of a list, and "LINE: a part of the finding" for each finding.
     const std::pair<std::string, std::vector<std::string>> lists[] = {
         {"2|4\n001|b\n001|a\n", {"3: wrong order: [a] comes before [b], line 2"}},
-        {"2|6\n001|a\x80\n001|aa\n", {}},
+        {"2|10\n001|x/a\x80\n001|x/aa\n", {}},
         {"3|6\r\n001|a\r\n  2|b\r\n007|c \r\n", {}},
         {"3|6\n001|a\n\n001|b\n12|c\n",
          {"3: this is no item line", "1: wrong count: the first line says 3 items, the file has 2",
@@ -380,7 +423,7 @@ TEST_F(KatlistTest, TheListIsReplacedWholeOrNotAtAll) {
     EXPECT_EQ("old", read("real/list"));
     EXPECT_EQ(
         0, run("umask 027; katlist build -q --urls --category 1 -o link in; stat -c %a real/list; ls real"));
-    EXPECT_EQ("640\nlist\n", output);
+    EXPECT_EQ("644\nlist\n", output);
     EXPECT_EQ("1|11\n001|a.example/\n", read("link"));
     EXPECT_TRUE(fs::is_symlink(dir / "link"));
     // Interrupted while it waits for input.
@@ -413,8 +456,7 @@ TEST_F(KatlistTest, BadUsageIsToldInASentence) {
           "find --urls x --domains pipe x"}) {
         EXPECT_EQ(3, run("katlist " + arguments)) << arguments;
         EXPECT_THAT(errors, StartsWith("katlist: cannot ")) << arguments;
-        EXPECT_THAT(errors,
-                    testing::ContainsRegex("see whether the path is right|save it as one first|make room"))
+        EXPECT_THAT(errors, testing::ContainsRegex("check the path|save it as one first|free space"))
             << arguments;
     }
     for (const std::string arguments : {"--help", "--version", "build --help", "check -h"}) {

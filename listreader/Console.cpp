@@ -1,24 +1,29 @@
-#include "Console.h"
+#include "listreader/Console.h"
 
 #include <unistd.h>
 
-namespace katlist {
+namespace listreader {
 
 namespace {
 
-constexpr std::size_t shownBytes = 100;                 // of a text from outside
-constexpr auto pause = std::chrono::milliseconds(200);  // between two lines of progress
+constexpr std::size_t shownBytes = 100;                 // of a string from outside
+constexpr auto pause = std::chrono::milliseconds(200);  // between two updates
 
-bool lineStands = false;  // a line of progress is on the terminal
+const char* programName = "katlist";
+bool lineIsShown = false;  // a progress line is on the terminal
 
 }  // namespace
 
-void tell(const std::string& text) {
-    Progress::clear();
-    std::fprintf(stderr, "katlist: %s\n", text.c_str());
+void setProgramName(const char* name) {
+    programName = name;
 }
 
-std::string printable(const std::string& text) {
+void tell(const std::string& text) {
+    Progress::clear();
+    std::fprintf(stderr, "%s: %s\n", programName, text.c_str());
+}
+
+std::string printable(std::string_view text) {
     std::string result;
     for (const char c : text) {
         if (result.size() >= shownBytes) return result + "...";
@@ -56,12 +61,12 @@ void Progress::begin(const char* what) {
     if (!terminal_) return;
     clear();
     std::fprintf(stderr, "%s ...", what);
-    lineStands = true;
+    lineIsShown = true;
 }
 
 void Progress::clear() {
-    if (lineStands) std::fputs("\r\033[K", stderr);
-    lineStands = false;
+    if (lineIsShown) std::fputs("\r\033[K", stderr);
+    lineIsShown = false;
 }
 
 void Progress::show(const char* what, std::uint64_t done) {
@@ -70,7 +75,7 @@ void Progress::show(const char* what, std::uint64_t done) {
     next_ = now + pause;
     clear();
     std::fprintf(stderr, "%s: %llu", what, static_cast<unsigned long long>(done));
-    lineStands = true;
+    lineIsShown = true;
 }
 
-}  // namespace katlist
+}  // namespace listreader
