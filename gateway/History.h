@@ -1,0 +1,46 @@
+// What was asked in the last hours, minute by minute, for the administrator's page.
+#ifndef GATEWAY_HISTORY_H
+#define GATEWAY_HISTORY_H
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <vector>
+
+#include "katclient.h"
+
+namespace gateway {
+
+// Thread-safe. Its size does not grow: the oldest minute is overwritten.
+class History {
+public:
+    static constexpr std::size_t minutes = 360;
+
+    struct Minute {
+        std::int64_t number = -1;  // minutes of the clock's epoch; -1: never used
+        std::uint32_t questions = 0;
+        std::uint32_t known = 0;
+        std::uint32_t failed = 0;
+        // Answers that took less than 2^i microseconds and not less than half of that.
+        std::array<std::uint32_t, 32> latencies{};
+        std::array<std::uint32_t, 256> categories{};
+
+        // The time in seconds that the share `q` of the answers stayed below; 0 without answers.
+        double latencySec(double q) const;
+    };
+
+    void add(const katclient_answer& answer, std::chrono::nanoseconds time);
+    // The last `minutes` minutes, the present one last; those without questions are zero.
+    std::vector<Minute> last() const;
+
+private:
+    static std::int64_t now();
+
+    mutable std::mutex mutex_;
+    std::array<Minute, minutes> ring_;  // guarded by mutex_; a minute lies at its number modulo `minutes`
+};
+
+}  // namespace gateway
+
+#endif

@@ -1,0 +1,44 @@
+// The pages that people see.
+#ifndef GATEWAY_PAGES_H
+#define GATEWAY_PAGES_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "History.h"
+#include "Policy.h"
+
+namespace gateway {
+
+// A page and the value of its Content-Security-Policy, which allows this page's own style and script alone.
+struct Page {
+    std::string html;
+    std::string contentSecurityPolicy;
+};
+
+// What somebody sees whose request was refused. `category` is the name of the category that decided; empty: none did.
+Page blockedPage(const Policy& policy, std::string_view url, const std::string& category);
+
+// The same address when the URL is not refused: nobody can send a link around that claims a block.
+Page notBlockedPage(std::string_view url);
+
+// katd gave no answer, or the address of the block page lacks what it needs. `sentence` says which.
+Page problemPage(const std::string& title, const std::string& sentence);
+
+// One URL that an administrator asked for.
+struct LookUp {
+    std::string url;                  // empty: none was asked
+    std::string problem;              // a sentence; empty: there is an answer
+    bool isKnown = false;
+    std::vector<std::string> categories;  // numbers, with their names
+    std::string explanation;          // how katd comes to the answer, lines of text; may be empty
+};
+
+// `names[n]` is the name of category n, empty without one.
+Page administratorPage(const LookUp& lookUp, const std::vector<History::Minute>& minutes,
+                       const std::vector<std::string>& names);
+
+}  // namespace gateway
+
+#endif
