@@ -55,7 +55,8 @@ public:
         const Clock::time_point deadline = Clock::now() + limits_.reply;
         std::size_t sent = 0;
         while (sent < output_.size()) {
-            const ssize_t size = send(socket_, output_.data() + sent, output_.size() - sent, MSG_NOSIGNAL);
+            const ssize_t size = send(socket_, output_.data() + sent, output_.size() - sent,
+                                      MSG_NOSIGNAL | MSG_DONTWAIT);
             if (size > 0) {
                 sent += static_cast<std::size_t>(size);
             } else if (errno == EAGAIN) {
@@ -68,12 +69,21 @@ public:
         return true;
     }
 
+    // A request did not come whole, in time or within its limit: what may follow is not the next one.
+    bool isBroken() const { return isBroken_; }
+
     bool is_readable() const override { return position_ < size_ || waitFor(socket_, POLLIN, deadline_); }
     bool is_writable() const override { return true; }
     ssize_t read(char* to, size_t size) override {
-        if (position_ == size_ && !fill(deadline_)) return atEnd_ ? 0 : -1;
+        if (position_ == size_ && !fill(deadline_)) {
+            isBroken_ = true;
+            return atEnd_ ? 0 : -1;
+        }
         size = std::min({size, size_ - position_, headLeft_});
-        if (size == 0) return -1;
+        if (size == 0) {
+            isBroken_ = true;
+            return -1;
+        }
         std::copy_n(buffer_ + position_, size, to);
         position_ += size;
         headLeft_ -= size;
@@ -96,7 +106,7 @@ public:
 private:
     bool fill(Clock::time_point deadline) {
         for (;;) {
-            const ssize_t size = recv(socket_, buffer_, sizeof buffer_, 0);
+            const ssize_t size = recv(socket_, buffer_, sizeof buffer_, MSG_DONTWAIT);
             if (size > 0) {
                 position_ = 0;
                 size_ = static_cast<std::size_t>(size);
@@ -116,6 +126,7 @@ private:
     std::size_t size_ = 0;
     std::size_t headLeft_ = 0;
     bool atEnd_ = false;
+    bool isBroken_ = false;
     std::string output_;
 };
 
@@ -168,7 +179,7 @@ public:
             mustClose_ = false;
             const bool served =
                 process_request(stream, isStopping, isClosed, [](httplib::Request&) {});
-            if (!stream.flush() || !served || isClosed || mustClose_) break;
+            if (!stream.flush() || !served || isClosed || mustClose_ || stream.isBroken()) break;
         }
     }
 
@@ -235,10 +246,8 @@ public:
             shutdown(socket, SHUT_RD);
         changed_.wait_for(lock, limits_.request + limits_.reply, [this] { return sockets_.empty(); });
     }
-    bool isEmpty() const {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        return sockets_.empty();
-    }
+    // In the calling thread, with a socket that is not counted.
+    void serveHere(int socket, Protocol* protocol) const { protocol->serve(socket, limits_, isStopping_); }
 
 private:
     void end(int socket) {
@@ -262,6 +271,10 @@ HttpServer::HttpServer(const HttpLimits& limits, std::vector<Listener> listeners
 }
 
 HttpServer::~HttpServer() = default;
+
+void HttpServer::serve(int socket, std::size_t listener) {
+    connections_->serveHere(socket, protocols_[listener].get());
+}
 
 void HttpServer::run(int stopDescriptor) {
     std::vector<pollfd> descriptors;

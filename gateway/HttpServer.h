@@ -30,7 +30,8 @@ public:
     // the connection is closed after the reply if there is one.
     using Handler = std::function<void(const httplib::Request&, httplib::Response&)>;
 
-    // Serves `handler` on each listener. They belong to the server from now on.
+    // Serves handlers[i] on listeners[i], which belong to the server from now on. There may be more handlers than
+    // listeners.
     HttpServer(const HttpLimits& limits, std::vector<Listener> listeners, std::vector<Handler> handlers);
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;
@@ -39,6 +40,10 @@ public:
     // Accepts connections until `stopDescriptor` is readable; then waits for requests that are being answered, at most
     // the time of a request and its reply.
     void run(int stopDescriptor);
+
+    // Serves one connected socket in the calling thread as a connection of the listener with that index would be, until
+    // it ends. The socket stays the caller's.
+    void serve(int socket, std::size_t listener);
 
 private:
     class Connections;

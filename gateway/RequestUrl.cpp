@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "HelperLine.h"
+#include "Html.h"
 
 namespace gateway {
 
@@ -39,7 +40,7 @@ std::string askedUrl(std::string_view url) {
     const auto isRefused = [](char c) { return static_cast<unsigned char>(c) <= ' ' || c == 0x7f; };
     std::string asked;
     if (std::none_of(url.begin(), url.end(), isRefused)) katc::appendAsked(url, false, false, &asked);
-    return asked;
+    return hostOf(asked).empty() ? std::string() : asked;
 }
 
 }  // namespace gateway
