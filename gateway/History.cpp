@@ -48,7 +48,7 @@ std::vector<History::Minute> History::last() const {
         const std::int64_t number = present - static_cast<std::int64_t>(minutes - 1 - i);
         const Minute& minute = ring_[static_cast<std::size_t>(number) % minutes];
         if (minute.number == number) result[i] = minute;
-        result[i].number = number;
+        if (number >= first_) result[i].number = number;
     }
     return result;
 }

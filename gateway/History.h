@@ -31,12 +31,13 @@ public:
     };
 
     void add(const katclient_answer& answer, std::chrono::nanoseconds time);
-    // The last `minutes` minutes, the present one last; those without questions are zero.
+    // The last `minutes` minutes, the present one last; those before the object was made have the number -1.
     std::vector<Minute> last() const;
 
 private:
     static std::int64_t now();
 
+    const std::int64_t first_ = now();
     mutable std::mutex mutex_;
     std::array<Minute, minutes> ring_;  // guarded by mutex_; a minute lies at its number modulo `minutes`
 };

@@ -11,8 +11,8 @@ namespace gateway {
 std::string escaped(std::string_view string);
 
 // A URL or host for people, escaped for HTML. Every byte but printable ASCII is shown as a percent escape: no
-// character can change the direction of the text or look like another. At most `most` characters of the URL are shown,
-// then an ellipsis.
+// character can change the direction of the text or look like another. At most `most` characters of the URL
+// are shown, then an ellipsis.
 std::string shownUrl(std::string_view url, std::size_t most = 300);
 
 // The host of a URL, as it was written; empty without one.

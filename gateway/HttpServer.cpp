@@ -29,8 +29,8 @@ bool waitFor(int socket, short events, Clock::time_point deadline) {
     }
 }
 
-// A connection as httplib sees it. Buffered in both directions, since httplib reads byte by byte and writes headers and
-// body apart. Every request has a deadline of its own, however slowly its bytes come.
+// A connection as httplib sees it. Buffered in both directions, since httplib reads byte by byte and writes
+// headers and body apart. Every request has a deadline of its own, however slowly its bytes come.
 class BufferedStream : public httplib::Stream {
 public:
     BufferedStream(int socket, const HttpLimits& limits) : socket_(socket), limits_(limits) {}
@@ -55,8 +55,8 @@ public:
         const Clock::time_point deadline = Clock::now() + limits_.reply;
         std::size_t sent = 0;
         while (sent < output_.size()) {
-            const ssize_t size = send(socket_, output_.data() + sent, output_.size() - sent,
-                                      MSG_NOSIGNAL | MSG_DONTWAIT);
+            const ssize_t size =
+                send(socket_, output_.data() + sent, output_.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
             if (size > 0) {
                 sent += static_cast<std::size_t>(size);
             } else if (errno == EAGAIN) {
@@ -134,8 +134,9 @@ constexpr char json[] = "application/json";
 
 }  // namespace
 
-// httplib's reading and routing of one request. Its own routes are regular expressions, which are slow and recurse on
-// the stack for each byte: requests are handled before it routes, all but POST, whose body is read by then alone.
+// httplib's reading and routing of one request. Its own routes are regular expressions, which are slow and
+// recurse on the stack for each byte: requests are handled before it routes, all but POST, whose body is read
+// by then alone.
 class HttpServer::Protocol : public httplib::Server {
 public:
     Protocol(Handler handler, const HttpLimits& limits) : handler_(std::move(handler)) {
@@ -147,7 +148,8 @@ public:
             current_->endHead();
             const std::size_t lengths = request.get_header_value_count("Content-Length");
             const std::size_t encodings = request.get_header_value_count("Transfer-Encoding");
-            // A front server could read the length of such a request otherwise, and take the rest for another request.
+            // A front server could read the length of such a request otherwise, and take the rest for another
+            // request.
             if (lengths + encodings > 1 || (encodings > 0 && request.version != "HTTP/1.1")) {
                 refuse(response, 400, "the length of the request is given twice");
                 return HandlerResponse::Handled;
@@ -177,8 +179,7 @@ public:
         while (!isStopping && stream.awaitRequest(Clock::now() + limits.idle)) {
             bool isClosed = false;
             mustClose_ = false;
-            const bool served =
-                process_request(stream, isStopping, isClosed, [](httplib::Request&) {});
+            const bool served = process_request(stream, isStopping, isClosed, [](httplib::Request&) {});
             if (!stream.flush() || !served || isClosed || mustClose_ || stream.isBroken()) break;
         }
     }
@@ -187,10 +188,14 @@ private:
     // What httplib itself refuses.
     static const char* reasonOf(int status) {
         switch (status) {
-            case 413: return "the body is too long";
-            case 414: return "the address is too long: POST long URLs to /v1/categories";
-            case 416: return "a part of a page cannot be had";
-            default: return "this is not an HTTP request that can be answered";
+            case 413:
+                return "the body is too long";
+            case 414:
+                return "the address is too long: POST long URLs to /v1/categories";
+            case 416:
+                return "a part of a page cannot be had";
+            default:
+                return "this is not an HTTP request that can be answered";
         }
     }
     static void refuse(httplib::Response& response, int status, const std::string& reason) {
@@ -261,11 +266,15 @@ private:
     std::atomic<bool> isStopping_{false};
     mutable std::mutex mutex_;
     std::condition_variable changed_;
-    std::set<int> sockets_;  // guarded by mutex_; a socket is closed under it too, so that stop() meets no other's
+    std::set<int>
+        sockets_;  // guarded by mutex_; a socket is closed under it too, so that stop() meets no other's
 };
 
-HttpServer::HttpServer(const HttpLimits& limits, std::vector<Listener> listeners, std::vector<Handler> handlers)
-    : limits_(limits), listeners_(std::move(listeners)), connections_(std::make_unique<Connections>(limits_)) {
+HttpServer::HttpServer(const HttpLimits& limits, std::vector<Listener> listeners,
+                       std::vector<Handler> handlers)
+    : limits_(limits),
+      listeners_(std::move(listeners)),
+      connections_(std::make_unique<Connections>(limits_)) {
     for (Handler& handler : handlers)
         protocols_.push_back(std::make_unique<Protocol>(std::move(handler), limits_));
 }

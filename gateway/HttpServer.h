@@ -13,36 +13,36 @@
 namespace gateway {
 
 struct HttpLimits {
-    unsigned connections = 512;             // open at a time; more wait in the kernel's queue
+    unsigned connections = 512;                // open at a time; more wait in the kernel's queue
     std::chrono::milliseconds request{10000};  // from the first byte of a request to its last
     std::chrono::milliseconds reply{10000};    // for sending a reply
     std::chrono::milliseconds idle{60000};     // between two requests of a connection
-    std::size_t headBytes = 64 * 1024;      // of request line and headers together
+    std::size_t headBytes = 64 * 1024;         // of request line and headers together
     std::size_t bodyBytes = 4 * 1024 * 1024;
 };
 
-// httplib reads requests and writes replies; connections are kept here, since httplib 0.11 can neither limit a
-// request's whole time nor the number of connections, nor take sockets of systemd. One thread serves a connection: a
-// slow client holds its own thread and nothing else.
+// httplib reads requests and writes replies; connections are kept here, since httplib 0.11 can neither limit
+// a request's whole time nor the number of connections, nor take sockets of systemd. One thread serves a
+// connection: a slow client holds its own thread and nothing else.
 class HttpServer {
 public:
-    // Called by many threads at once. The body of a POST request has been read; that of any other method has not, and
-    // the connection is closed after the reply if there is one.
+    // Called by many threads at once. The body of a POST request has been read; that of any other method has
+    // not, and the connection is closed after the reply if there is one.
     using Handler = std::function<void(const httplib::Request&, httplib::Response&)>;
 
-    // Serves handlers[i] on listeners[i], which belong to the server from now on. There may be more handlers than
-    // listeners.
+    // Serves handlers[i] on listeners[i], which belong to the server from now on. There may be more handlers
+    // than listeners.
     HttpServer(const HttpLimits& limits, std::vector<Listener> listeners, std::vector<Handler> handlers);
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
 
-    // Accepts connections until `stopDescriptor` is readable; then waits for requests that are being answered, at most
-    // the time of a request and its reply.
+    // Accepts connections until `stopDescriptor` is readable; then waits for requests that are being
+    // answered, at most the time of a request and its reply.
     void run(int stopDescriptor);
 
-    // Serves one connected socket in the calling thread as a connection of the listener with that index would be, until
-    // it ends. The socket stays the caller's.
+    // Serves one connected socket in the calling thread as a connection of the listener with that index would
+    // be, until it ends. The socket stays the caller's.
     void serve(int socket, std::size_t listener);
 
 private:

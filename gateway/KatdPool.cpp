@@ -7,7 +7,8 @@ namespace gateway {
 
 namespace {
 
-// Questions in one round on a connection: enough to fill a write, few enough that a slow one delays few others.
+// Questions in one round on a connection: enough to fill a write, few enough that a slow one delays few
+// others.
 constexpr std::size_t mostTogether = 128;
 
 }  // namespace
@@ -63,8 +64,8 @@ void KatdPool::complete(Batch* batch) {
     }
 }
 
-// One round on an idle connection with the oldest questions of the queue. Called with the lock held, which is free
-// while katd is asked.
+// One round on an idle connection with the oldest questions of the queue. Called with the lock held, which is
+// free while katd is asked.
 void KatdPool::serve(std::unique_lock<std::mutex>* lock) {
     Client client = std::move(idle_.back());
     idle_.pop_back();

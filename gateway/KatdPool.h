@@ -14,13 +14,13 @@
 
 namespace gateway {
 
-// Thread-safe. There is no thread of its own: a thread with a question takes an idle connection and sends along what
-// other threads have queued meanwhile. At low load this costs no thread switch; at high load many questions travel in
-// one write. A lost connection is made again by the next question.
+// Thread-safe. There is no thread of its own: a thread with a question takes an idle connection and sends
+// along what other threads have queued meanwhile. At low load this costs no thread switch; at high load many
+// questions travel in one write. A lost connection is made again by the next question.
 class KatdPool {
 public:
-    // `answerMs` limits the wait for each answer; 0: no limit. Throws std::runtime_error with a sentence if the path
-    // cannot be that of a socket, std::bad_alloc if memory is short. Connects to nothing yet.
+    // `answerMs` limits the wait for each answer; 0: no limit. Throws std::runtime_error with a sentence if
+    // the path cannot be that of a socket, std::bad_alloc if memory is short. Connects to nothing yet.
     KatdPool(const std::string& socketPath, unsigned connections, unsigned answerMs);
     ~KatdPool();
     KatdPool(const KatdPool&) = delete;
@@ -43,8 +43,8 @@ private:
     void serve(std::unique_lock<std::mutex>* lock);
 
     std::mutex mutex_;
-    std::deque<Batch*> queue_;    // batches with questions that no connection has taken; guarded by mutex_
-    std::vector<Client> idle_;    // guarded by mutex_
+    std::deque<Batch*> queue_;  // batches with questions that no connection has taken; guarded by mutex_
+    std::vector<Client> idle_;  // guarded by mutex_
 };
 
 }  // namespace gateway

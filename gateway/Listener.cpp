@@ -20,14 +20,16 @@ namespace gateway {
 namespace {
 
 constexpr char unixPrefix[] = "unix:";
-constexpr int backlog = 511;  // connections that wait to be accepted; the kernel's somaxconn may be lower
+constexpr int backlog = 511;    // connections that wait to be accepted; the kernel's somaxconn may be lower
 constexpr int firstPassed = 3;  // SD_LISTEN_FDS_START
 
 [[noreturn]] void fail(const std::string& address, const std::string& reason) {
     throw std::runtime_error("cannot listen on " + address + ": " + reason);
 }
 
-[[noreturn]] void failWithErrno(const std::string& address) { fail(address, std::strerror(errno)); }
+[[noreturn]] void failWithErrno(const std::string& address) {
+    fail(address, std::strerror(errno));
+}
 
 int newSocket(int family) {
     return socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);

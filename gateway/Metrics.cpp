@@ -9,11 +9,13 @@ namespace {
 const prometheus::Histogram::BucketBoundaries latencyBounds = {
     0.00005, 0.0001, 0.00025, 0.0005, 0.001, 0.0025, 0.005, 0.01, 0.025, 0.05, 0.1, 0.25, 0.5, 1, 2.5, 5, 10};
 
-prometheus::Family<prometheus::Counter>& counters(prometheus::Registry* registry, const char* name, const char* help) {
+prometheus::Family<prometheus::Counter>& counters(prometheus::Registry* registry, const char* name,
+                                                  const char* help) {
     return prometheus::BuildCounter().Name(name).Help(help).Register(*registry);
 }
 
-prometheus::Family<prometheus::Gauge>& gauges(prometheus::Registry* registry, const char* name, const char* help) {
+prometheus::Family<prometheus::Gauge>& gauges(prometheus::Registry* registry, const char* name,
+                                              const char* help) {
     return prometheus::BuildGauge().Name(name).Help(help).Register(*registry);
 }
 
@@ -34,7 +36,9 @@ Metrics::Metrics(unsigned connections)
       passed_(verdicts_.Add({{"verdict", "pass"}})),
       refused_(verdicts_.Add({{"verdict", "refuse"}})),
       undecided_(verdicts_.Add({{"verdict", "fail"}})),
-      connections_(gauges(&registry_, "katd_http_connections", "Connections to katd that this program may open").Add({})),
+      connections_(
+          gauges(&registry_, "katd_http_connections", "Connections to katd that this program may open")
+              .Add({})),
       up_(gauges(&registry_, "katd_up", "1 while katd answers, else 0").Add({})),
       engine_(gauges(&registry_, "katd_engine_urls",
                      "URLs that katd asked its engine for since its start, as its log last said")) {
@@ -62,13 +66,17 @@ void Metrics::addVerdict(Verdict verdict) {
     (verdict == Verdict::pass ? passed_ : verdict == Verdict::refuse ? refused_ : undecided_).Increment();
 }
 
-void Metrics::setAnswers(bool answers) { up_.Set(answers ? 1 : 0); }
+void Metrics::setAnswers(bool answers) {
+    up_.Set(answers ? 1 : 0);
+}
 
 void Metrics::setEngineCounters(double urls, double matched) {
     engine_.Add({{"kind", "asked"}}).Set(urls);
     engine_.Add({{"kind", "matched"}}).Set(matched);
 }
 
-std::string Metrics::page() { return prometheus::TextSerializer().Serialize(registry_.Collect()); }
+std::string Metrics::page() {
+    return prometheus::TextSerializer().Serialize(registry_.Collect());
+}
 
 }  // namespace gateway

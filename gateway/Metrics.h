@@ -2,16 +2,16 @@
 #ifndef GATEWAY_METRICS_H
 #define GATEWAY_METRICS_H
 
-#include <array>
-#include <atomic>
-#include <chrono>
-#include <string>
-
 #include <prometheus/counter.h>
 #include <prometheus/family.h>
 #include <prometheus/gauge.h>
 #include <prometheus/histogram.h>
 #include <prometheus/registry.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <string>
 
 #include "Policy.h"
 #include "katclient.h"

@@ -85,11 +85,12 @@ Page page(const std::string& title, const std::string& body, const std::string& 
         result.contentSecurityPolicy += "; script-src 'nonce-" + word + "'; connect-src 'self'";
         scriptElement = "<script nonce=\"" + word + "\">" + script + "</script>\n";
     }
-    result.html = "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-                  "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
-                  "<meta name=\"robots\" content=\"noindex\">\n<title>" +
-                  title + "</title>\n<style nonce=\"" + word + "\">" + style + "</style>\n</head>\n<body>\n" + body +
-                  scriptElement + "</body>\n</html>\n";
+    result.html =
+        "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+        "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
+        "<meta name=\"robots\" content=\"noindex\">\n<title>" +
+        title + "</title>\n<style nonce=\"" + word + "\">" + style + "</style>\n</head>\n<body>\n" + body +
+        scriptElement + "</body>\n</html>\n";
     return result;
 }
 
@@ -98,10 +99,11 @@ std::string row(const std::string& name, const std::string& html) {
 }
 
 std::string lookUpHtml(const LookUp& lookUp) {
-    std::string html = "<form action=\"/\" method=\"get\" role=\"search\">\n"
-                       "<input type=\"text\" name=\"url\" aria-label=\"URL\" placeholder=\"https://www.example.org/page\" "
-                       "maxlength=\"4000\" autocomplete=\"off\" autocapitalize=\"none\" spellcheck=\"false\" value=\"" +
-                       escaped(lookUp.url.substr(0, 4000)) + "\" autofocus>\n<button>Look up</button>\n</form>\n";
+    std::string html =
+        "<form action=\"/\" method=\"get\" role=\"search\">\n"
+        "<input type=\"text\" name=\"url\" aria-label=\"URL\" placeholder=\"https://www.example.org/page\" "
+        "maxlength=\"4000\" autocomplete=\"off\" autocapitalize=\"none\" spellcheck=\"false\" value=\"" +
+        escaped(lookUp.url.substr(0, 4000)) + "\" autofocus>\n<button>Look up</button>\n</form>\n";
     if (lookUp.url.empty()) return html;
     html += "<section class=\"card\">\n";
     if (!lookUp.problem.empty()) {
@@ -131,9 +133,10 @@ std::string plotsHtml(const std::vector<History::Minute>& minutes, const std::ve
     for (const History::Minute& minute : minutes) {
         const double questions = minute.questions;
         const double answers = questions - minute.failed;
-        rate.values.push_back(questions / 60);
+        const bool isCounted = minute.number >= 0;
+        rate.values.push_back(isCounted ? questions / 60 : none);
         known.values.push_back(answers > 0 ? 100 * minute.known / answers : none);
-        failed.values.push_back(minute.failed);
+        failed.values.push_back(isCounted ? minute.failed : none);
         median.values.push_back(answers > 0 ? minute.latencySec(0.5) * 1e3 : none);
         slow.values.push_back(answers > 0 ? minute.latencySec(0.99) * 1e3 : none);
         for (std::size_t i = 0; i < categories.size(); ++i)
@@ -149,12 +152,13 @@ std::string plotsHtml(const std::vector<History::Minute>& minutes, const std::ve
     for (std::size_t i = 0; i < std::min<std::size_t>(order.size(), 10); ++i) {
         const std::string number = std::to_string(order[i]);
         const std::string& name = names[order[i]];
-        bars.push_back({name.empty() ? number : number + " " + name, static_cast<double>(categories[order[i]])});
+        bars.push_back(
+            {name.empty() ? number : number + " " + name, static_cast<double>(categories[order[i]])});
     }
     const std::int64_t last = minutes.back().number;
     return "<section id=\"plots\">\n<h2>The last six hours</h2>\n" +
-           linePlot("Questions a second", "/s", {rate}, last) + linePlot("Share of known URLs", "%", {known}, last) +
-           barPlot("Most frequent categories", bars) +
+           linePlot("Questions a second", "/s", {rate}, last) +
+           linePlot("Share of known URLs", "%", {known}, last) + barPlot("Most frequent categories", bars) +
            linePlot("Time for an answer", "ms", {median, slow}, last) +
            linePlot("Questions without an answer, a minute", "", {failed}, last) + "</section>\n";
 }
@@ -173,19 +177,22 @@ Page blockedPage(const Policy& policy, std::string_view url, const std::string& 
 }
 
 Page notBlockedPage(std::string_view url) {
-    return page("Not blocked", "<main>\n<h1>This address is not blocked</h1>\n<p><code>" + shownUrl(url) +
-                                   "</code> passes the filter now. If it was refused a moment ago, load it again.</p>\n"
-                                   "</main>\n");
+    return page("Not blocked",
+                "<main>\n<h1>This address is not blocked</h1>\n<p><code>" + shownUrl(url) +
+                    "</code> passes the filter now. If it was refused a moment ago, load it again.</p>\n"
+                    "</main>\n");
 }
 
 Page problemPage(const std::string& title, const std::string& sentence) {
-    return page(escaped(title), "<main>\n<h1>" + escaped(title) + "</h1>\n<p>" + escaped(sentence) + ".</p>\n</main>\n");
+    return page(escaped(title),
+                "<main>\n<h1>" + escaped(title) + "</h1>\n<p>" + escaped(sentence) + ".</p>\n</main>\n");
 }
 
 Page administratorPage(const LookUp& lookUp, const std::vector<History::Minute>& minutes,
                        const std::vector<std::string>& names) {
     return page("katd",
-                "<main>\n<h1>What does katd know?</h1>\n" + lookUpHtml(lookUp) + plotsHtml(minutes, names) + "</main>\n",
+                "<main>\n<h1>What does katd know?</h1>\n" + lookUpHtml(lookUp) + plotsHtml(minutes, names) +
+                    "</main>\n",
                 refreshScript);
 }
 

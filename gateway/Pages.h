@@ -17,7 +17,8 @@ struct Page {
     std::string contentSecurityPolicy;
 };
 
-// What somebody sees whose request was refused. `category` is the name of the category that decided; empty: none did.
+// What somebody sees whose request was refused. `category` is the name of the category that decided; empty:
+// none did.
 Page blockedPage(const Policy& policy, std::string_view url, const std::string& category);
 
 // The same address when the URL is not refused: nobody can send a link around that claims a block.
@@ -28,11 +29,11 @@ Page problemPage(const std::string& title, const std::string& sentence);
 
 // One URL that an administrator asked for.
 struct LookUp {
-    std::string url;                  // empty: none was asked
-    std::string problem;              // a sentence; empty: there is an answer
+    std::string url;      // empty: none was asked
+    std::string problem;  // a sentence; empty: there is an answer
     bool isKnown = false;
     std::vector<std::string> categories;  // numbers, with their names
-    std::string explanation;          // how katd comes to the answer, lines of text; may be empty
+    std::string explanation;              // how katd comes to the answer, lines of text; may be empty
 };
 
 // `names[n]` is the name of category n, empty without one.

@@ -30,7 +30,10 @@ std::string number(double value) {
 std::string shortNumber(double value) {
     char digits[40];
     const char* const suffix = value >= 1e6 ? "M" : value >= 1e3 ? "k" : "";
-    std::snprintf(digits, sizeof digits, "%.3g", value >= 1e6 ? value / 1e6 : value >= 1e3 ? value / 1e3 : value);
+    std::snprintf(digits, sizeof digits, "%.3g",
+                  value >= 1e6   ? value / 1e6
+                  : value >= 1e3 ? value / 1e3
+                                 : value);
     return digits + std::string(suffix);
 }
 
@@ -58,10 +61,11 @@ std::string clockTime(std::int64_t minute) {
     return string;
 }
 
-std::string figure(const std::string& title, const std::string& legend, double figureHeight, const std::string& body) {
-    return "<figure><figcaption>" + escaped(title) + legend + "</figcaption><svg viewBox=\"0 0 " + number(width) +
-           " " + number(figureHeight) + "\" role=\"img\" aria-label=\"" + escaped(title) + "\">" + body +
-           "</svg></figure>\n";
+std::string figure(const std::string& title, const std::string& legend, double figureHeight,
+                   const std::string& body) {
+    return "<figure><figcaption>" + escaped(title) + legend + "</figcaption><svg viewBox=\"0 0 " +
+           number(width) + " " + number(figureHeight) + "\" role=\"img\" aria-label=\"" + escaped(title) +
+           "\">" + body + "</svg></figure>\n";
 }
 
 }  // namespace
@@ -78,14 +82,16 @@ std::string linePlot(const std::string& title, const std::string& unit, const st
     }
     const double limit = unit == "%" ? 100 : roundedUp(largest);
     const double span = std::max<double>(static_cast<double>(count) - 1, 1);
-    const auto x = [&](std::size_t i) { return left + static_cast<double>(i) * (width - left - right) / span; };
+    const auto x = [&](std::size_t i) {
+        return left + static_cast<double>(i) * (width - left - right) / span;
+    };
     const auto y = [&](double value) { return height - bottom - value / limit * (height - top - bottom); };
 
     std::string body;
     for (int i = 0; i <= 4; ++i) {
         const double value = limit * i / 4;
-        body += "<line class=\"grid\" x1=\"" + number(left) + "\" x2=\"" + number(width - right) + "\" y1=\"" +
-                number(y(value)) + "\" y2=\"" + number(y(value)) + "\"/>";
+        body += "<line class=\"grid\" x1=\"" + number(left) + "\" x2=\"" + number(width - right) +
+                "\" y1=\"" + number(y(value)) + "\" y2=\"" + number(y(value)) + "\"/>";
         body += text("y", left - 6, y(value) + 4, shortNumber(value) + (i == 4 ? " " + unit : ""));
     }
     for (std::size_t i = 0; i < count; i += 60)

@@ -13,8 +13,8 @@ struct Series {
     std::vector<double> values;  // one for each minute; NaN: none
 };
 
-// A line plot of series of equal length, one value a minute, the last one at `lastMinute` (minutes of the epoch, shown
-// in local time). `unit` follows the numbers of the axis: "/s", "%", "ms".
+// A line plot of series of equal length, one value a minute, the last one at `lastMinute` (minutes of the
+// epoch, shown in local time). `unit` follows the numbers of the axis: "/s", "%", "ms".
 std::string linePlot(const std::string& title, const std::string& unit, const std::vector<Series>& series,
                      std::int64_t lastMinute);
 

@@ -19,14 +19,14 @@ struct Decision {
 };
 
 struct Policy {
-    std::vector<bool> named;               // by category, 0 to 255: those of `block` or `allow`
-    bool allows = false;                   // `named` are those that pass
-    Verdict onUnknown = Verdict::pass;     // katd has no certain answer, and no named category decided
-    Verdict onFailure = Verdict::fail;     // katd gave no answer
+    std::vector<bool> named;            // by category, 0 to 255: those of `block` or `allow`
+    bool allows = false;                // `named` are those that pass
+    Verdict onUnknown = Verdict::pass;  // katd has no certain answer, and no named category decided
+    Verdict onFailure = Verdict::fail;  // katd gave no answer
     UrlSource source = UrlSource::nginx;
-    unsigned refusedStatus = 403;          // of HTTP
-    std::string blockPage;                 // URL of the block page; empty: no Location is sent
-    std::string title;                     // the words of the block page
+    unsigned refusedStatus = 403;  // of HTTP
+    std::string blockPage;         // URL of the block page; empty: no Location is sent
+    std::string title;             // the words of the block page
     std::string text;
     std::string contact;
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
-
 #include <nlohmann/json.hpp>
 
 #include "Html.h"
@@ -32,8 +31,8 @@ void reply(httplib::Response& response, int status, const std::string& body, con
 }
 
 void replyProblem(httplib::Response& response, int status, const std::string& sentence) {
-    reply(response, status, Json({{"error", sentence}}).dump(-1, ' ', false, Json::error_handler_t::replace) + "\n",
-          jsonType);
+    reply(response, status,
+          Json({{"error", sentence}}).dump(-1, ' ', false, Json::error_handler_t::replace) + "\n", jsonType);
 }
 
 void replyPage(httplib::Response& response, int status, const Page& page) {
@@ -44,9 +43,11 @@ void replyPage(httplib::Response& response, int status, const Page& page) {
     reply(response, status, page.html, htmlType);
 }
 
-Json answerJson(const std::string& url, const katclient_answer& answer, const std::vector<std::string>& names) {
+Json answerJson(const std::string& url, const katclient_answer& answer,
+                const std::vector<std::string>& names) {
     if (answer.status != KATCLIENT_OK) return {{"url", url}, {"error", katclient_status_text(answer.status)}};
-    Json object = {{"url", url}, {"known", answer.known != 0}, {"categories", Json::array()}, {"names", Json::array()}};
+    Json object = {
+        {"url", url}, {"known", answer.known != 0}, {"categories", Json::array()}, {"names", Json::array()}};
     for (unsigned i = 0; i < answer.count; ++i) {
         const std::uint8_t number = answer.categories[i];
         object["categories"].push_back(number);
@@ -55,7 +56,9 @@ Json answerJson(const std::string& url, const katclient_answer& answer, const st
     return object;
 }
 
-std::string line(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n"; }
+std::string line(const Json& json) {
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
 
 std::string nameOf(const std::vector<std::string>& names, int category) {
     if (category < 0) return "";
@@ -68,7 +71,8 @@ std::string headerValue(const katclient_answer& answer, const std::vector<std::s
     std::string value;
     for (unsigned i = 0; i < answer.count; ++i) {
         const std::string name = nameOf(names, answer.categories[i]);
-        const bool isAscii = std::all_of(name.begin(), name.end(), [](char c) { return c >= ' ' && c < 0x7f; });
+        const bool isAscii =
+            std::all_of(name.begin(), name.end(), [](char c) { return c >= ' ' && c < 0x7f; });
         value += (i == 0 ? "" : ", ") + (isAscii ? name : std::to_string(answer.categories[i]));
     }
     return value;
@@ -181,7 +185,8 @@ void Service::oneUrl(const httplib::Request& request, httplib::Response& respons
     const std::string asked = askedUrl(url);
     if (asked.empty()) return replyProblem(response, 400, "url is missing or is not a URL");
     const katclient_answer answer = ask(asked);
-    reply(response, answer.status == KATCLIENT_OK ? 200 : 503, line(answerJson(url, answer, rules()->names)), jsonType);
+    reply(response, answer.status == KATCLIENT_OK ? 200 : 503, line(answerJson(url, answer, rules()->names)),
+          jsonType);
 }
 
 void Service::manyUrls(const httplib::Request& request, httplib::Response& response) {
@@ -194,7 +199,8 @@ void Service::manyUrls(const httplib::Request& request, httplib::Response& respo
         urls.push_back(item.is_string() ? item.get<std::string>() : std::string());
         asked.push_back(askedUrl(urls.back()));
         if (asked.back().empty())
-            return replyProblem(response, 400, "item " + std::to_string(urls.size()) + " of the array is not a URL");
+            return replyProblem(response, 400,
+                                "item " + std::to_string(urls.size()) + " of the array is not a URL");
     }
     std::vector<katclient_answer> answers;
     ask(asked, &answers);
@@ -218,7 +224,8 @@ void Service::authorise(const httplib::Request& request, std::string_view rest, 
     const std::string asked = askedUrl(url);
     if (asked.empty()) {
         metrics_.addVerdict(Verdict::fail);
-        return replyProblem(response, 400, "the request does not name one URL in the headers of this policy's proxy");
+        return replyProblem(response, 400,
+                            "the request does not name one URL in the headers of this policy's proxy");
     }
     const katclient_answer answer = ask(asked);
     const Decision decision = policy.decide(answer);
@@ -232,9 +239,10 @@ void Service::authorise(const httplib::Request& request, std::string_view rest, 
             return replyProblem(response, 503, katclient_status_text(answer.status));
         case Verdict::refuse:
             if (!policy.blockPage.empty()) {
-                response.set_header("Location", policy.blockPage + "?policy=" + urlEncoded(found->first) + "&url=" +
-                                                    urlEncoded(url) + "&category=" +
-                                                    (decision.category < 0 ? "" : std::to_string(decision.category)));
+                response.set_header(
+                    "Location",
+                    policy.blockPage + "?policy=" + urlEncoded(found->first) + "&url=" + urlEncoded(url) +
+                        "&category=" + (decision.category < 0 ? "" : std::to_string(decision.category)));
             }
             // The proxies that pass this reply on show its body.
             replyPage(response, static_cast<int>(policy.refusedStatus),
@@ -248,8 +256,10 @@ void Service::blocked(const httplib::Request& request, httplib::Response& respon
     const std::string url = request.get_param_value("url");
     const std::string asked = askedUrl(url);
     if (found == now->policies.end() || asked.empty())
-        return replyPage(response, 400, problemPage("Not a block page", "The address of this page does not name a policy "
-                                                                        "and a URL"));
+        return replyPage(response, 400,
+                         problemPage("Not a block page",
+                                     "The address of this page does not name a policy "
+                                     "and a URL"));
     const katclient_answer answer = ask(asked);
     const Decision decision = found->second.decide(answer);
     switch (decision.verdict) {
@@ -259,7 +269,8 @@ void Service::blocked(const httplib::Request& request, httplib::Response& respon
             const std::string wanted = request.get_param_value("category");
             for (unsigned i = 0; i < answer.count; ++i) {
                 const int number = answer.categories[i];
-                if (found->second.named[answer.categories[i]] != found->second.allows && wanted == std::to_string(number))
+                if (found->second.named[answer.categories[i]] != found->second.allows &&
+                    wanted == std::to_string(number))
                     category = number;
             }
             return replyPage(response, 403, blockedPage(found->second, url, nameOf(now->names, category)));
@@ -286,7 +297,8 @@ void Service::administrator(const httplib::Request& request, httplib::Response& 
         lookUp.isKnown = answer.known != 0;
         for (unsigned i = 0; i < answer.count; ++i) {
             const std::string& name = now->names[answer.categories[i]];
-            lookUp.categories.push_back(std::to_string(answer.categories[i]) + (name.empty() ? "" : " " + name));
+            lookUp.categories.push_back(std::to_string(answer.categories[i]) +
+                                        (name.empty() ? "" : " " + name));
         }
     }
     replyPage(response, 200, administratorPage(lookUp, history_.last(), now->names));

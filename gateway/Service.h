@@ -55,8 +55,8 @@ private:
     History history_;
     const std::string katdLog_;
     mutable std::mutex mutex_;
-    RulesPointer rules_;                                  // guarded by mutex_
-    bool answers_ = false;                                // of the last check; guarded by mutex_
+    RulesPointer rules_;                                 // guarded by mutex_
+    bool answers_ = false;                               // of the last check; guarded by mutex_
     std::chrono::steady_clock::time_point nextCheck_{};  // guarded by mutex_
 };
 

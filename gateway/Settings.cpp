@@ -20,10 +20,11 @@ namespace {
 constexpr char mainSection[] = "katd-http";
 constexpr char policyPrefix[] = "policy ";
 const std::set<std::string, std::less<>> mainKeys = {
-    "listen",      "admin_listen",   "socket",          "katd_log",     "categories", "connections",
-    "policies",    "answer_timeout", "max_connections", "idle_timeout", "request_timeout"};
-const std::set<std::string, std::less<>> policyKeys = {
-    "block", "allow", "on_unknown", "on_failure", "proxy", "refuse", "block_page", "title", "text", "contact"};
+    "listen",   "admin_listen",   "socket",          "katd_log",     "categories",     "connections",
+    "policies", "answer_timeout", "max_connections", "idle_timeout", "request_timeout"};
+const std::set<std::string, std::less<>> policyKeys = {"block", "allow",  "on_unknown", "on_failure",
+                                                       "proxy", "refuse", "block_page", "title",
+                                                       "text",  "contact"};
 
 std::string_view trimmed(std::string_view string) {
     constexpr char blanks[] = " \t\r";
@@ -35,7 +36,8 @@ std::string_view trimmed(std::string_view string) {
 // The settings file. A misspelt key would be silently without effect: it is refused.
 class File {
 public:
-    File(const std::string& path, const std::string& home) : path_(path), home_(home), ini_(path.c_str(), "r") {
+    File(const std::string& path, const std::string& home)
+        : path_(path), home_(home), ini_(path.c_str(), "r") {
         if (!ini_.opened) throw std::runtime_error("cannot open " + path + " (" + std::strerror(errno) + ")");
         checkNames();
     }
@@ -53,8 +55,9 @@ public:
         if (!string) return otherwise;
         const std::optional<std::uint64_t> result = tools::parseDecimal(*string, most);
         if (!result || *result < least)
-            fail(mainSection, key, "must be a number from " + std::to_string(least) + " to " + std::to_string(most) +
-                                       ", not " + *string);
+            fail(mainSection, key,
+                 "must be a number from " + std::to_string(least) + " to " + std::to_string(most) + ", not " +
+                     *string);
         return static_cast<unsigned>(*result);
     }
     // Index of the value among the words; the first without the key.
@@ -84,7 +87,8 @@ public:
     std::string pathOf(const std::string& string) const {
         return string.empty() || string[0] == '/' ? string : home_ + string;
     }
-    [[noreturn]] void fail(const std::string& section, const std::string& key, const std::string& reason) const {
+    [[noreturn]] void fail(const std::string& section, const std::string& key,
+                           const std::string& reason) const {
         throw std::runtime_error(path_ + ": " + key + " in [" + section + "] " + reason);
     }
 
@@ -96,7 +100,8 @@ private:
         std::size_t number = 0;
         for (std::string line; std::getline(file, line);) {
             ++number;
-            const std::string_view string = trimmed(std::string_view(line).substr(0, line.find_first_of("#;")));
+            const std::string_view string =
+                trimmed(std::string_view(line).substr(0, line.find_first_of("#;")));
             const std::string where = path_ + ", line " + std::to_string(number) + ": ";
             if (line.size() >= KATD_SPACE::IniUtils::valueLimit - 1)
                 throw std::runtime_error(where + "a line has at most 254 bytes");
@@ -128,7 +133,8 @@ Policy readPolicy(File* file, const std::string& section, const tools::CategoryN
     Policy policy;
     const std::optional<std::string> block = file->value(section, "block");
     const std::optional<std::string> allow = file->value(section, "allow");
-    if (block.has_value() == allow.has_value()) file->fail(section, "block", "or allow must be given, one of them");
+    if (block.has_value() == allow.has_value())
+        file->fail(section, "block", "or allow must be given, one of them");
     policy.allows = allow.has_value();
     std::string problem;
     if (!names.resolveList(policy.allows ? *allow : *block, &policy.named, &problem))
@@ -139,8 +145,10 @@ Policy readPolicy(File* file, const std::string& section, const tools::CategoryN
     policy.onUnknown = unknown == "block" ? Verdict::refuse : Verdict::pass;
     constexpr Verdict failureVerdicts[] = {Verdict::fail, Verdict::pass, Verdict::refuse};
     policy.onFailure = failureVerdicts[file->word(section, "on_failure", {"error", "pass", "block"})];
-    constexpr UrlSource sources[] = {UrlSource::nginx, UrlSource::forwarded, UrlSource::forwarded, UrlSource::envoy};
-    if (!file->value(section, "proxy")) file->fail(section, "proxy", "must be nginx, traefik, caddy or envoy");
+    constexpr UrlSource sources[] = {UrlSource::nginx, UrlSource::forwarded, UrlSource::forwarded,
+                                     UrlSource::envoy};
+    if (!file->value(section, "proxy"))
+        file->fail(section, "proxy", "must be nginx, traefik, caddy or envoy");
     policy.source = sources[file->word(section, "proxy", {"nginx", "traefik", "caddy", "envoy"})];
     constexpr unsigned statuses[] = {403, 302};
     policy.refusedStatus = statuses[file->word(section, "refuse", {"403", "302"})];
@@ -177,14 +185,17 @@ Rules readRules(const std::string& path, const std::string& home) {
     Rules rules;
     tools::CategoryNames names;
     std::string problem;
-    if (const std::string namesPath = file.pathOf(file.value(mainSection, "categories", "")); !namesPath.empty()) {
-        if (names.read(namesPath, &problem) != tools::CategoryNames::Status::ok) throw std::runtime_error(problem);
+    if (const std::string namesPath = file.pathOf(file.value(mainSection, "categories", ""));
+        !namesPath.empty()) {
+        if (names.read(namesPath, &problem) != tools::CategoryNames::Status::ok)
+            throw std::runtime_error(problem);
     }
     for (unsigned i = 0; i <= tools::CategoryNames::katdHighest; ++i)
         rules.names.push_back(names.nameOf(i));
     for (const std::string& name : file.list("policies")) {
         // The name is part of a path and of a link.
-        if (name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_") != name.npos)
+        if (name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_") !=
+            name.npos)
             file.fail(mainSection, "policies", "takes names of letters, digits, - and _, not " + name);
         rules.policies.emplace(name, readPolicy(&file, policyPrefix + name, names));
     }

@@ -12,12 +12,13 @@ namespace gateway {
 
 // Read once.
 struct Settings {
-    std::vector<std::string> listen;       // addresses of Listener
-    std::vector<std::string> adminListen;  // of the administrator's page, metrics and health; empty: those of `listen`
-    std::string socket;                    // katd's
-    std::string katdLog;                   // katd's log; empty: katd's own counters are not shown
-    unsigned connections = 4;              // to katd
-    unsigned answerMs = 5000;              // limit of one answer
+    std::vector<std::string> listen;  // addresses of Listener
+    std::vector<std::string>
+        adminListen;           // of the administrator's page, metrics and health; empty: those of `listen`
+    std::string socket;        // katd's
+    std::string katdLog;       // katd's log; empty: katd's own counters are not shown
+    unsigned connections = 4;  // to katd
+    unsigned answerMs = 5000;  // limit of one answer
     HttpLimits limits;
 };
 
@@ -27,8 +28,8 @@ struct Rules {
     std::vector<std::string> names;  // of the categories 0 to 255; empty where there is none
 };
 
-// Both read `path`; paths in the file are relative to `home`, which ends with "/". They throw std::runtime_error with
-// a sentence for whatever is wrong, unknown keys and sections included.
+// Both read `path`; paths in the file are relative to `home`, which ends with "/". They throw
+// std::runtime_error with a sentence for whatever is wrong, unknown keys and sections included.
 Settings readSettings(const std::string& path, const std::string& home);
 Rules readRules(const std::string& path, const std::string& home);
 

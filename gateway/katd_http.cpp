@@ -1,5 +1,5 @@
-// katd-http: answers over HTTP what katd knows: to web servers and proxies that ask before they serve a request, to
-// monitoring, and to people.
+// katd-http: answers over HTTP what katd knows: to web servers and proxies that ask before they serve a
+// request, to monitoring, and to people.
 #include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
@@ -82,10 +82,10 @@ Doors openDoors(const gateway::Settings& settings, gateway::Service* service) {
     return doors;
 }
 
-// Waits for signals in a thread of its own: SIGHUP reads the policies again; SIGINT and SIGTERM close the descriptor,
-// which ends the server.
-void handleSignals(const sigset_t& signals, const std::string& path, const std::string& home, gateway::Service* service,
-                   int stopDescriptor) {
+// Waits for signals in a thread of its own: SIGHUP reads the policies again; SIGINT and SIGTERM close the
+// descriptor, which ends the server.
+void handleSignals(const sigset_t& signals, const std::string& path, const std::string& home,
+                   gateway::Service* service, int stopDescriptor) {
     for (;;) {
         int signal = 0;
         if (sigwait(&signals, &signal) != 0) continue;
@@ -104,7 +104,8 @@ int run(const Arguments& arguments) {
     const char* const variable = std::getenv("KATD_DIR");
     const std::string home = KATD_SPACE::ConfReader::homePathOf(variable);
     if (home.empty() && arguments.settings.empty()) {
-        tools::printError(program, "set KATD_DIR to katd's home directory, or name the settings with --settings");
+        tools::printError(program,
+                          "set KATD_DIR to katd's home directory, or name the settings with --settings");
         return badUsage;
     }
     const std::string path = arguments.settings.empty() ? home + settingsFile : arguments.settings;
@@ -142,7 +143,8 @@ int run(const Arguments& arguments) {
 int main(int argc, char** argv) {
     if (!QOR_SPACE::prepareProcess()) return failed;
     Arguments arguments;
-    tools::CommandLine commandLine(program, KATD_HTTP_VERSION, "Answers over HTTP which categories katd knows of URLs.");
+    tools::CommandLine commandLine(program, KATD_HTTP_VERSION,
+                                   "Answers over HTTP which categories katd knows of URLs.");
     commandLine.text("-s,--settings", "FILE", &arguments.settings,
                      "settings to read; without it conf/katd-http.ini below KATD_DIR");
     commandLine.flag("--check", &arguments.onlyChecks, "read the settings, say what is wrong, and end");

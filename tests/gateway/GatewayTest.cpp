@@ -1,11 +1,10 @@
 // katd-http without its main: raw requests in, raw replies out, a fake daemon behind.
+#include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <future>
 #include <thread>
-
-#include <gmock/gmock.h>
 
 #include "HttpServer.h"
 #include "KatdPool.h"
@@ -138,7 +137,8 @@ struct GatewayTest : testing::Test {
 
     TempDir dir_;
     FakeDaemon daemon_{dir_ / "katd.sock", answerOf};
-    Service service_{gateway::readSettings(settingsFile(), home()), gateway::readRules(settingsFile(), home())};
+    Service service_{gateway::readSettings(settingsFile(), home()),
+                     gateway::readRules(settingsFile(), home())};
     std::unique_ptr<HttpServer> server_;
 };
 
@@ -163,10 +163,12 @@ TEST_F(GatewayTest, AnswersEachRequest) {
         // A port, user information and dots at the end are no part of the question.
         {"/v1/categories?url=http://me@a12.example.:8080/", "", "HTTP/1.1 200", "[12]"},
         {"/v1/auth/nginx", "X-Original-URL: http://a12.example/x?y\r\n", "HTTP/1.1 403",
-         "Location: http://filter.example/blocked?policy=nginx&url=http%3A%2F%2Fa12.example%2Fx%3Fy&category=12\r\n"},
+         "Location: "
+         "http://filter.example/blocked?policy=nginx&url=http%3A%2F%2Fa12.example%2Fx%3Fy&category=12\r\n"},
         {"/v1/auth/nginx", "X-Original-URL: http://a44.example/\r\n", "HTTP/1.1 403",
          "X-Katd-Categories: advertising\r\n"},
-        {"/v1/auth/nginx", "X-Original-URL: http://a9.example/\r\n", "HTTP/1.1 204", "X-Katd-Categories: 9\r\n"},
+        {"/v1/auth/nginx", "X-Original-URL: http://a9.example/\r\n", "HTTP/1.1 204",
+         "X-Katd-Categories: 9\r\n"},
         {"/v1/auth/nginx", "X-Original-URL: http://x.example/\r\n", "HTTP/1.1 204", ""},
         {"/v1/auth/nginx", "X-Original-URL: http://late.example/\r\n", "HTTP/1.1 503", "error"},
         {"/v1/auth/open", "X-Original-URL: http://late.example/\r\n", "HTTP/1.1 204", ""},
@@ -177,8 +179,9 @@ TEST_F(GatewayTest, AnswersEachRequest) {
         // A header of a client beside that of the front server, or instead of it.
         {"/v1/auth/nginx", "X-Original-URL: http://a9.example/\r\nX-Original-URL: http://a12.example/\r\n",
          "HTTP/1.1 400", "error"},
-        {"/v1/auth/nginx", "X-Forwarded-Proto: http\r\nX-Forwarded-Host: a9.example\r\nX-Forwarded-Uri: /\r\n",
-         "HTTP/1.1 400", "error"},
+        {"/v1/auth/nginx",
+         "X-Forwarded-Proto: http\r\nX-Forwarded-Host: a9.example\r\nX-Forwarded-Uri: /\r\n", "HTTP/1.1 400",
+         "error"},
         {"/v1/auth/traefik",
          "X-Forwarded-Proto: https\r\nX-Forwarded-Host: a12.example\r\nX-Forwarded-Uri: /a?b\r\n"
          "X-Original-URL: http://a9.example/\r\n",
@@ -194,9 +197,11 @@ TEST_F(GatewayTest, AnswersEachRequest) {
         {"/healthz", "", "HTTP/1.1 200", "katd answers"},
         {"/metrics", "", "HTTP/1.1 200", "katd_up 1"},
         {"/?url=a60.example", "", "HTTP/1.1 200", "60 &lt;i&gt;odd&lt;/i&gt;"},
-        {"/?url=%22%3E%3Cscript%3Ealert(1)", "", "HTTP/1.1 200", "value=\"&quot;&gt;&lt;script&gt;alert(1)\""},
+        {"/?url=%22%3E%3Cscript%3Ealert(1)", "", "HTTP/1.1 200",
+         "value=\"&quot;&gt;&lt;script&gt;alert(1)\""},
         {"/nothing", "", "HTTP/1.1 404", "error"},
-        {"/v1/categories?url=a12.example", "Content-Length: 1\r\nContent-Length: 2\r\n", "HTTP/1.1 400", "twice"},
+        {"/v1/categories?url=a12.example", "Content-Length: 1\r\nContent-Length: 2\r\n", "HTTP/1.1 400",
+         "twice"},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(std::string(row.target) + " " + row.headers);
@@ -209,7 +214,8 @@ TEST_F(GatewayTest, AnswersEachRequest) {
 
 TEST_F(GatewayTest, AnswersManyUrlsInOrder) {
     const auto post = [this](const std::string& body) {
-        return ask("POST /v1/categories HTTP/1.1\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
+        return ask("POST /v1/categories HTTP/1.1\r\nContent-Length: " + std::to_string(body.size()) +
+                   "\r\n\r\n" + body);
     };
     std::string urls;
     std::string expected;
@@ -239,10 +245,13 @@ TEST_F(GatewayTest, AnAdministratorsPagesHaveAListenerOfTheirOwn) {
 
 TEST_F(GatewayTest, RequestsOnOneConnectionAreAnsweredInOrder) {
     Connection connection(server_.get());
-    connection.send("GET /v1/categories?url=a1.example HTTP/1.1\r\n\r\nGET /v1/categories?url=a2.example HTTP/1.1\r\n\r\n");
+    connection.send(
+        "GET /v1/categories?url=a1.example HTTP/1.1\r\n\r\nGET /v1/categories?url=a2.example "
+        "HTTP/1.1\r\n\r\n");
     // A body that nobody reads must not be taken for the next request.
-    connection.send("GET /v1/categories?url=a3.example HTTP/1.1\r\nContent-Length: 52\r\n\r\n"
-                    "GET /v1/categories?url=a4.example HTTP/1.1\r\nX: y\r\n\r\n");
+    connection.send(
+        "GET /v1/categories?url=a3.example HTTP/1.1\r\nContent-Length: 52\r\n\r\n"
+        "GET /v1/categories?url=a4.example HTTP/1.1\r\nX: y\r\n\r\n");
     const std::string text = connection.receiveAll();
     std::size_t at = 0;
     for (const char* part : {"[1]", "[2]", "[3]"}) {
@@ -275,7 +284,8 @@ TEST_F(GatewayTest, AnswersOfThreadsDoNotMix) {
             const std::string url = "a" + std::to_string(number) + ".example";
             for (int i = 0; i < 200; ++i) {
                 const katclient_answer answer = pool.ask(url);
-                if (answer.status != KATCLIENT_OK || answer.count != 1 || answer.categories[0] != number) return false;
+                if (answer.status != KATCLIENT_OK || answer.count != 1 || answer.categories[0] != number)
+                    return false;
             }
             return true;
         }));
