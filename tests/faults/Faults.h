@@ -1,4 +1,4 @@
-// The faults of one katd: which of its calls fail, and how many did.
+// Makes calls of one katd fail, and counts them.
 #ifndef KATD_TESTS_FAULTS_H
 #define KATD_TESTS_FAULTS_H
 
@@ -14,18 +14,18 @@
 
 namespace katd_test {
 
-// Long forms of the tests, for a run of the test program itself: minutes, some of them many.
+// Whether tests take their long form, of minutes: for a run of the test program itself.
 inline bool isLongRun() {
     return getenv("KATD_TESTS_LONG") != nullptr;
 }
 
 class Faults {
 public:
-    // call and error as FAULT_CALL and FAULT_ERRNO; an error of 0 is "short".
+    // call and error as FAULT_CALL and FAULT_ERRNO (preload/Faults.cpp); an error of 0 is "short".
     Faults(const Home& home, const std::string& call, int error)
-        : call_(call), error_(error), path_(home / "faults"), report_(nullptr) {
-        const int fd = open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-        EXPECT_EQ(0, ftruncate(fd, sizeof(FaultReport)));
+        : call_(call), error_(error), path_(home / "faults") {
+        writeFile(path_, std::string(sizeof(FaultReport), '\0'));
+        const int fd = open(path_.c_str(), O_RDWR | O_CLOEXEC);
         void* shared = mmap(nullptr, sizeof(FaultReport), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
         close(fd);
         if (shared == MAP_FAILED) ADD_FAILURE() << "cannot map " << path_;
@@ -35,7 +35,7 @@ public:
     Faults(const Faults&) = delete;
     Faults& operator=(const Faults&) = delete;
 
-    // The calls with these numbers fail from now on.
+    // The calls with these numbers fail from now on; the first one is 1.
     void arm(std::uint32_t first, std::uint32_t last) {
         report_->last = last;
         report_->first = first;
@@ -45,14 +45,15 @@ public:
     std::uint32_t calls() const { return report_->calls; }
     std::uint32_t failed() const { return report_->failed; }
 
-    // For the katd that is to have them. The engine keeps no trace: its writes would be counted.
-    Daemon::Environment environment(Daemon::Environment variables = {}) const {
-        std::string& libraries = variables["LD_PRELOAD"];
-        libraries = libraries.empty() ? FAULTS : FAULTS ":" + libraries;
-        variables["FAULT_CALL"] = call_;
-        variables["FAULT_ERRNO"] = error_ == 0 ? "short" : std::to_string(error_);
-        variables["FAULT_REPORT"] = path_;
-        variables["ASAPSDK_TRACE"] = "-";
+    // For the katd whose calls are to fail. The engine writes no trace: its writes would be counted.
+    Daemon::Environment environment(const Daemon::Environment& more = {}) const {
+        Daemon::Environment variables = {{"FAULT_CALL", call_},
+                                         {"FAULT_ERRNO", error_ == 0 ? "short" : std::to_string(error_)},
+                                         {"FAULT_REPORT", path_},
+                                         {"ASAPSDK_TRACE", "-"},
+                                         {"LD_PRELOAD", FAULTS}};
+        for (const auto& [name, value] : more)
+            variables[name] = name == "LD_PRELOAD" ? FAULTS ":" + value : value;
         return variables;
     }
 
@@ -60,7 +61,7 @@ private:
     const std::string call_;
     const int error_;
     const std::string path_;
-    FaultReport* report_;
+    FaultReport* report_ = nullptr;
 };
 
 }  // namespace katd_test

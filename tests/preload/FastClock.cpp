@@ -1,9 +1,9 @@
 // Preloaded into katd by tests: hours pass in moments.
 //
-//   The time of day starts at FAST_CLOCK_START (seconds since the epoch; now by default) and only sleep(3) moves it
-//   on. When it reaches FAST_CLOCK_JUMP_AT, it is set FAST_CLOCK_JUMP_BY seconds ahead (negative: back).
-//   sleep(3) takes a millisecond, or its time divided by FAST_CLOCK_FACTOR.
-//   The monotonic clock, which the watchdog uses, runs FAST_CLOCK_LIMIT_FACTOR times as fast.
+//   The time of day starts at FAST_CLOCK_START (seconds since the epoch; now by default) and only sleep(3)
+//   moves it on. When it reaches FAST_CLOCK_JUMP_AT, it is set FAST_CLOCK_JUMP_BY seconds ahead (negative:
+//   back). sleep(3) takes a millisecond, or its time divided by FAST_CLOCK_FACTOR. The monotonic clock, which
+//   the watchdog uses, runs FAST_CLOCK_LIMIT_FACTOR times as fast.
 #include <dlfcn.h>
 #include <errno.h>
 #include <pthread.h>
@@ -90,7 +90,8 @@ int setitimer(__itimer_which_t which, const itimerval* value, itimerval* before)
         next<int(__itimer_which_t, const itimerval*, itimerval*)>(TIME64("setitimer", "__setitimer64"));
     itimerval scaled = *value;
     if (factor != 0 && value->it_value.tv_sec >= 10)
-        scaled.it_value.tv_sec = 2 + static_cast<time_t>(static_cast<double>(value->it_value.tv_sec) / factor);
+        scaled.it_value.tv_sec =
+            2 + static_cast<time_t>(static_cast<double>(value->it_value.tv_sec) / factor);
     return real(which, &scaled, before);
 }
 

@@ -1,14 +1,13 @@
 // Preloaded into katd by tests: makes chosen calls of a function fail.
 //
-//   FAULT_CALL    the functions, by their plain names with commas between; calls of all of them are counted
-//                 together
-//   FAULT_ERRNO   the error number, or "short": one half is read or written. With ENOSPC, calls of write on
-//                 anything but files, and on the terminal's, pass uncounted; with "short", those for one byte
+//   FAULT_CALL    the functions, separated by commas; their calls are counted together
+//   FAULT_ERRNO   the error number, or "short": one half is read or written. With ENOSPC, write(2) on anything but a
+//                 file, or on standard output and error, passes uncounted; with "short", a call for one byte does
 //   FAULT_REPORT  the file with the FaultReport, which says which calls fail
 //
-// Only calls from katd and the engine's library come through here, for malloc those of the C library as well.
-// The functions have the names under which katd calls them: this file is compiled with the same sizes of
-// offsets and times, which the C library's headers turn into names.
+// Intercepts the calls of katd and the engine; for malloc those of the C library as well. The functions have the
+// names under which katd calls them: this file is compiled with the same sizes of offsets and times, which the C
+// library's headers turn into names.
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -39,7 +38,7 @@ using katd_test::FaultReport;
 #define LSTAT "lstat64"
 #endif
 
-// The function behind this one: the C library's, or that of a library preloaded after this one.
+// The intercepted function: the C library's, or that of a library preloaded after this one.
 #define NEXT(function, symbol) reinterpret_cast<decltype(&function)>(dlsym(RTLD_NEXT, symbol))
 
 namespace {
@@ -66,7 +65,7 @@ __attribute__((constructor)) void setUp() {
     if (shared != MAP_FAILED) report = static_cast<FaultReport*>(shared);
 }
 
-// Counts a call of the function, whose name stands between commas, and says whether it is one to fail.
+// Counts a call of the function, given as ",NAME,". Returns whether it is one to fail.
 bool due(const char* name) {
     if (report == nullptr || strstr(chosen, name) == nullptr) return false;
     const std::uint32_t number = report->calls.fetch_add(1) + 1;
@@ -75,7 +74,7 @@ bool due(const char* name) {
     return true;
 }
 
-// The same, setting errno for the failure.
+// The same, with errno set for the failure.
 bool fails(const char* name) {
     if (!due(name)) return false;
     errno = faultErrno;
@@ -122,49 +121,35 @@ ssize_t write(int fd, const void* data, size_t size) {
     return fails(",write,") ? -1 : real(fd, data, size);
 }
 
-// The kernel gives the descriptor back, whatever it reports: close(2).
+// The kernel closes the descriptor whatever it reports: close(2).
 int close(int fd) {
     static const auto real = NEXT(close, "close");
     const int result = real(fd);
     return fails(",close,") ? -1 : result;
 }
 
-int stat(const char* path, struct stat* status) noexcept {
-    static const auto real = NEXT(stat, STAT);
-    return fails(",stat,") ? -1 : real(path, status);
-}
+// A function that returns -1 when it fails; "specifier" as the C library declares it.
+#define FAILING(name, symbol, parameters, arguments, specifier)  \
+    int name parameters specifier {                              \
+        static const auto real = NEXT(name, symbol);             \
+        return fails("," #name ",") ? -1 : real arguments;       \
+    }
+FAILING(stat, STAT, (const char* path, struct stat* status), (path, status), noexcept)
+FAILING(fstat, FSTAT, (int fd, struct stat* status), (fd, status), noexcept)
+FAILING(lstat, LSTAT, (const char* path, struct stat* status), (path, status), noexcept)
+FAILING(access, "access", (const char* path, int mode), (path, mode), noexcept)
+FAILING(rename, "rename", (const char* from, const char* to), (from, to), noexcept)
+FAILING(unlink, "unlink", (const char* path), (path), noexcept)
+FAILING(mkdir, "mkdir", (const char* path, mode_t mode), (path, mode), noexcept)
+FAILING(ftruncate, "ftruncate64", (int fd, off_t length), (fd, length), noexcept)
+FAILING(fsync, "fsync", (int fd), (fd), )
+FAILING(socket, "socket", (int domain, int type, int protocol), (domain, type, protocol), noexcept)
+FAILING(bind, "bind", (int fd, const sockaddr* address, socklen_t length), (fd, address, length), noexcept)
+FAILING(listen, "listen", (int fd, int backlog), (fd, backlog), noexcept)
+// A client that waits stays in the queue.
+FAILING(accept4, "accept4", (int fd, sockaddr* address, socklen_t* length, int flags), (fd, address, length, flags), )
 
-int fstat(int fd, struct stat* status) noexcept {
-    static const auto real = NEXT(fstat, FSTAT);
-    return fails(",fstat,") ? -1 : real(fd, status);
-}
-
-int lstat(const char* path, struct stat* status) noexcept {
-    static const auto real = NEXT(lstat, LSTAT);
-    return fails(",lstat,") ? -1 : real(path, status);
-}
-
-int access(const char* path, int mode) noexcept {
-    static const auto real = NEXT(access, "access");
-    return fails(",access,") ? -1 : real(path, mode);
-}
-
-int rename(const char* from, const char* to) noexcept {
-    static const auto real = NEXT(rename, "rename");
-    return fails(",rename,") ? -1 : real(from, to);
-}
-
-int unlink(const char* path) noexcept {
-    static const auto real = NEXT(unlink, "unlink");
-    return fails(",unlink,") ? -1 : real(path);
-}
-
-int mkdir(const char* path, mode_t mode) noexcept {
-    static const auto real = NEXT(mkdir, "mkdir");
-    return fails(",mkdir,") ? -1 : real(path, mode);
-}
-
-// Only requests for a lock count.
+// Counts requests for a lock only.
 int fcntl(int fd, int command, ...) {
     static const auto real = NEXT(fcntl, FCNTL);
     va_list arguments;
@@ -174,37 +159,6 @@ int fcntl(int fd, int command, ...) {
     const bool locks = (command == F_SETLK || command == F_SETLKW) &&
                        static_cast<const struct flock*>(argument)->l_type != F_UNLCK;
     return locks && fails(",fcntl,") ? -1 : real(fd, command, argument);
-}
-
-int ftruncate(int fd, off_t length) noexcept {
-    static const auto real = NEXT(ftruncate, "ftruncate64");
-    return fails(",ftruncate,") ? -1 : real(fd, length);
-}
-
-int fsync(int fd) {
-    static const auto real = NEXT(fsync, "fsync");
-    return fails(",fsync,") ? -1 : real(fd);
-}
-
-int socket(int domain, int type, int protocol) noexcept {
-    static const auto real = NEXT(socket, "socket");
-    return fails(",socket,") ? -1 : real(domain, type, protocol);
-}
-
-int bind(int fd, const sockaddr* address, socklen_t length) noexcept {
-    static const auto real = NEXT(bind, "bind");
-    return fails(",bind,") ? -1 : real(fd, address, length);
-}
-
-int listen(int fd, int backlog) noexcept {
-    static const auto real = NEXT(listen, "listen");
-    return fails(",listen,") ? -1 : real(fd, backlog);
-}
-
-// A client that waits stays in the queue when descriptors are used up.
-int accept4(int fd, sockaddr* address, socklen_t* length, int flags) {
-    static const auto real = NEXT(accept4, "accept4");
-    return fails(",accept4,") ? -1 : real(fd, address, length, flags);
 }
 
 int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
@@ -256,7 +210,7 @@ void* malloc(size_t size) noexcept {
     return !isResolving && fails(",malloc,") ? nullptr : __libc_malloc(size);
 }
 
-// The C library's look-up of a name aborts for lack of memory; nobody who calls it can help that.
+// The C library's resolver aborts when it runs out of memory, whatever its caller does.
 hostent* gethostbyname(const char* name) {
     static const auto real = NEXT(gethostbyname, "gethostbyname");
     isResolving = true;
