@@ -1,4 +1,4 @@
-// What went wrong, told by any thread. The first finding ends the soak.
+// What went wrong. Thread-safe. The first finding ends the soak.
 #ifndef KATD_TESTS_FINDINGS_H
 #define KATD_TESTS_FINDINGS_H
 
@@ -13,7 +13,7 @@ class Findings {
 public:
     void add(const std::string& text) {
         const std::lock_guard<std::mutex> guard(mutex_);
-        // One fault shows in many places at once.
+        // One fault shows up in many places.
         constexpr std::size_t ENOUGH = 20;
         if (texts_.size() < ENOUGH) texts_.push_back(text);
         any_ = true;

@@ -1,5 +1,6 @@
 #include "Load.h"
 
+#include <fcntl.h>
 #include <sys/time.h>
 
 #include <chrono>
@@ -82,10 +83,10 @@ void Load::stop() {
 std::unique_ptr<Client> Load::connect() {
     auto client = std::make_unique<Client>(home_.socketPath());
     if (!client->connected()) {
-        findings_.add("katd takes no connection");
+        findings_.add("katd accepts no connection");
         return nullptr;
     }
-    // Longer than any answer takes on the slowest machine.
+    // Longer than any reply takes on the slowest machine.
     const timeval limit{60, 0};
     setsockopt(client->fd(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
     return client;
@@ -97,7 +98,7 @@ bool Load::control(Client& client, const std::string& body) {
     if (answered) {
         ++answers;
     } else {
-        findings_.add("no answer, or not an empty one, to the control request " + body);
+        findings_.add("no reply, or one with categories, to the control request " + body);
     }
     return answered;
 }
@@ -134,7 +135,7 @@ Load::Query Load::randomQuery(Random& random) {
     const auto asked = [&](const std::string& url, const std::vector<unsigned>& numbers, bool matched) {
         return Query{prefix + url, {numbers, numbers}, matched, 1, matched ? 1U : 0U};
     };
-    // Longer than the buffer that every connection has.
+    // Longer than the fixed buffer of a connection.
     const auto longPath = [&] { return "/" + std::string(4080 + random.below(8000), 'a'); };
     const unsigned kind = random.below(200);
     if (kind < 70) return listed("HTTP://Shop.example/" + digits(item, 5) + "/cart?number=1");
@@ -173,7 +174,7 @@ void Load::askBatch(Client& client, Random& random) {
     }
     requests += batch.size();
     const unsigned before = reloadStep_;
-    if (!client.send(bytes)) findings_.add("katd reads no request");
+    if (!client.send(bytes)) findings_.add("katd did not read the requests");
     std::vector<std::optional<Reply>> replies;
     for (std::size_t i = 0; i < batch.size(); ++i)
         replies.push_back(client.receive());
@@ -182,7 +183,7 @@ void Load::askBatch(Client& client, Random& random) {
         judge(batch[i], replies[i], reloading, before / 2 % 2);
 }
 
-// The host is Unknown for its first query under new rules.
+// Under new rules the first query of the host is Unknown.
 void Load::askRetried(Client& client, Asker& asker) {
     const std::lock_guard<std::mutex> guard(rulesMutex_);
     const bool known = asker.seenRules == rulesWritten_;
@@ -203,19 +204,19 @@ void Load::mark(unsigned sender) {
 }
 
 void Load::administer() {
-    // At level debug a part of the time. 7 is no level: nothing changes.
+    // At level debug part of the time. 7 is not a level and changes nothing.
     constexpr std::uint32_t levels[] = {1, 3, 2, 7};
     Random random(1000);
     std::unique_ptr<Client> client;
     for (unsigned round = 0; goesOn(); ++round, pauseMs(20)) {
         if (round % 50 == 0) client = connect();
         if (!client) return;
-        switch (round % 7) {
+        switch (round % 8) {
             case 0:
                 control(*client, "log_level=" + number(levels[random.below(4)]));
                 break;
             case 1:
-                // At least one, or askRetried() would be wrong.
+                // At least one: askRetried() depends on it.
                 control(*client, "timeout=" + number(1 + random.below(3)) + number(1 + random.below(3)));
                 break;
             case 2:
@@ -229,6 +230,9 @@ void Load::administer() {
                 break;
             case 5:
                 reload(*client);
+                break;
+            case 6:
+                lockLog(*client);
                 break;
             default:
                 beSilent(*client);
@@ -261,7 +265,7 @@ void Load::writeRules() {
 void Load::reload(Client& client) {
     const unsigned version = (reloadStep_++ / 2 + 1) % 2;
     writeLists(version);
-    // A reload is refused while a look-up still runs that began before the reload before: try again.
+    // katd refuses a reload while a look-up from before the previous reload is still running.
     for (int tries = 0; tries < 200 && control(client, "assis_reload"); ++tries, pauseMs(5)) {
         const std::optional<Reply> reply = client.ask("site00000.example");
         if (!reply) break;
@@ -274,7 +278,7 @@ void Load::reload(Client& client) {
     findings_.add("the lists were not reloaded");
 }
 
-// At level info an error is not logged; the reader of the log knows no such marker.
+// At level info an error is not logged: LogFiles reports such a marker in the log.
 void Load::beSilent(Client& client) {
     const std::lock_guard<std::mutex> guard(levelMutex_);
     for (const std::string& body :
@@ -282,21 +286,41 @@ void Load::beSilent(Client& client) {
         control(client, body);
 }
 
-// Whenever it is looked at, the cache file is a whole one.
-void Load::watchCacheFile() {
+// Locks the log as another process that writes to it would: only a thread with something to log may wait.
+void Load::lockLog(Client& client) {
+    const std::lock_guard<std::mutex> guard(levelMutex_);
+    control(client, "log_level=" + number(1));
+    const int fd = open(("/tmp/" + home_.logName() + ".lock").c_str(), O_RDWR | O_CLOEXEC);
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    if (fcntl(fd, F_SETLKW, &whole) != 0) findings_.add("the log cannot be locked");
+    for (int i = 0; i < 20; ++i) {
+        if (!client.ask("site00000.example")) findings_.add("no answer while the log is locked");
+    }
+    close(fd);
+    ++deeds[LOG_LOCKS];
+}
+
+bool Load::isWholeCache(const std::string& path) {
     void* engine = CSDKMain_Create("WebSecCacheMaxEntries=1000");
+    const bool isWhole = CSDKMain_LoadWebSecCache(engine, path.c_str()) == 0;
+    CSDKMain_Close(engine);
+    return isWhole;
+}
+
+// The cache file is complete at any time.
+void Load::watchCacheFile() {
     const std::string path = home_ / "data/cache";
     for (; goesOn(); pauseMs(5)) {
-        if (!std::filesystem::exists(path)) continue;  // nothing was saved yet
-        if (CSDKMain_LoadWebSecCache(engine, path.c_str()) != 0) findings_.add("the cache file is not whole");
+        if (!std::filesystem::exists(path)) continue;  // nothing saved yet
+        if (!isWholeCache(path)) findings_.add("the cache file is incomplete");
         ++deeds[CACHE_LOOKS];
     }
-    CSDKMain_Close(engine);
 }
 
 void Load::misbehave() {
     Random random(2000);
-    std::vector<std::unique_ptr<Client>> held(20);  // idle, or with answers that nobody reads
+    std::vector<std::unique_ptr<Client>> held(60);  // idle, or with replies that are never read
     for (unsigned round = 0; goesOn(); ++round, pauseMs(2)) {
         std::unique_ptr<Client> client = connect();
         if (!client) return;
@@ -319,7 +343,7 @@ void Load::beRefused(Client& client, unsigned kind) {
         request("GET /index.html"), request("URL0hit.example"), request("url0"), number(0),
         number(0xFFFFFFFF),         number(0x7FFFFFFF)};
     if (!client.send(messages[kind]) || client.receive())
-        findings_.add("katd did not just hang up on bad message " + std::to_string(kind));
+        findings_.add("katd did not close the connection on bad message " + std::to_string(kind));
     ++deeds[REFUSALS];
 }
 
@@ -327,8 +351,8 @@ void Load::hangUp(Client& client, unsigned kind) {
     const std::string messages[] = {request("url0hit.example/left"), request("url0site00000.example"),
                                     number(50) + "url0hit.example",  number(5000) + "url1hit.example",
                                     number(10 << 20) + "ctl:",       "\x05"};
-    if (!client.send(messages[kind])) findings_.add("katd reads no message");
-    // A whole request is served all the same.
+    if (!client.send(messages[kind])) findings_.add("katd did not read a message");
+    // A complete request is served all the same.
     if (kind == 0) ++allUrls;
     if (kind == 0) ++matchedUrls;
     ++deeds[HANG_UPS];

@@ -1,4 +1,4 @@
-// The clients of the soak, good and bad, each in a thread of its own. Every answer is judged.
+// The clients of the soak, well-behaved and not, each in a thread of its own. Every answer is checked.
 #ifndef KATD_TESTS_LOAD_H
 #define KATD_TESTS_LOAD_H
 
@@ -20,24 +20,28 @@ namespace katd_test {
 class Load {
 public:
     static constexpr unsigned ASKERS = 4;   // clients with queries
-    static constexpr unsigned MARKERS = 2;  // clients whose requests are to be found in the log
+    static constexpr unsigned MARKERS = 2;  // clients whose requests must all be in the log
 
-    // Writes lists and rules to the home, for a katd that is started afterwards.
+    // Writes lists and rules to the home; to be called before katd starts.
     Load(const Home& home, Findings& findings);
 
-    // All clients begin; all are gone when stop() returns. Both may be called again.
+    // Whether the engine accepts the cache file.
+    static bool isWholeCache(const std::string& path);
+
+    // Starts all clients, and ends them. Both may be called again.
     void start();
     void stop();
 
-    // What was done so far; for any thread.
-    enum Deed { RETRIES, RELOADS, SAVES, CACHE_LOOKS, REFUSALS, HANG_UPS, DEEDS };
+    // What was done so far. Thread-safe.
+    enum Deed { RETRIES, RELOADS, SAVES, CACHE_LOOKS, REFUSALS, HANG_UPS, LOG_LOCKS, DEEDS };
     static constexpr const char* deedNames[DEEDS] = {"retried queries", "reloads",
-                                                     "cache saves",     "looks at cache files",
-                                                     "refusals",        "clients that hung up in the middle"};
+                                                     "cache saves",     "reads of the cache file",
+                                                     "refusals",        "clients that hung up early",
+                                                     "locks of the log"};
     std::atomic<unsigned> deeds[DEEDS] = {};
     std::atomic<std::uint64_t> requests{0};
-    std::atomic<std::uint64_t> answers{0};  // right ones
-    // What katd's statistics must show when every request was served.
+    std::atomic<std::uint64_t> answers{0};  // correct ones
+    // What katd's statistics must be when every request has been served.
     std::atomic<std::uint32_t> allUrls{0};
     std::atomic<std::uint32_t> matchedUrls{0};
 
@@ -55,9 +59,9 @@ private:
     };
     struct Query {
         std::string message;
-        std::vector<unsigned> categories[2];  // the right answer by the lists of either version
+        std::vector<unsigned> categories[2];  // the answer by the lists of each version
         bool matched;
-        unsigned all;          // by how much the statistics grow
+        unsigned all;          // what it adds to the statistics
         unsigned matchedUrls;  // the same
     };
     struct Asker {
@@ -65,7 +69,7 @@ private:
             : retriedHost("retried" + std::to_string(number) + ".example"), random(number) {}
         std::string retriedHost;
         Random random;
-        unsigned seenRules = 0;  // number of the rules that the host was last asked under
+        unsigned seenRules = 0;  // number of the rules in force when the host was last queried
     };
 
     std::unique_ptr<Client> connect();
@@ -83,6 +87,7 @@ private:
     void writeRules();
     void reload(Client& client);
     void beSilent(Client& client);
+    void lockLog(Client& client);
     void watchCacheFile();
     void misbehave();
     void beRefused(Client& client, unsigned kind);
@@ -90,15 +95,15 @@ private:
 
     const Home& home_;
     Findings& findings_;
-    std::string lists_[2][2];  // texts of the URL and the domain list by version
+    std::string lists_[2][2];  // the URL list and the domain list, by version
     std::vector<Asker> askers_;
     std::vector<std::thread> threads_;
     std::atomic<bool> stop_{false};
-    // Twice the number of reloads; odd while one is under way. Half of it is the lists' version, modulo 2.
+    // Twice the number of reloads, odd during one. Half of it, modulo 2, is the version of the lists.
     std::atomic<unsigned> reloadStep_{0};
-    std::mutex rulesMutex_;      // held by who depends on how far a rule has got
+    std::mutex rulesMutex_;      // held while a rule's sequence must not change
     unsigned rulesWritten_ = 0;  // guarded by rulesMutex_
-    std::mutex levelMutex_;      // held by who depends on errors being logged, or not
+    std::mutex levelMutex_;      // held while the message level must not change
 };
 
 }  // namespace katd_test

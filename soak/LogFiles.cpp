@@ -15,7 +15,7 @@ bool startsWith(std::string_view text, std::string_view start) {
     return text.substr(0, start.size()) == start;
 }
 
-// Where a record's text begins: behind "YYYY-MM-DD hh:mm:ss<tab>debug<tab>". 0 when that is not there.
+// The offset of a record's text, after "YYYY-MM-DD hh:mm:ss<tab>debug<tab>"; 0 for anything else.
 std::size_t textBegin(std::string_view line) {
     constexpr std::string_view form = "0000-00-00 00:00:00\tdebug\t";
     if (line.size() < form.size()) return 0;
@@ -37,7 +37,7 @@ void LogFiles::collect() {
     std::map<ino_t, int> present;
     std::vector<int> unread;
     ino_t newest = 0;
-    // Upwards, as files move: one that moves meanwhile is still ahead. There may be gaps at this moment.
+    // In ascending order, as files move: one that moves now is still ahead. There may be gaps.
     for (int number = 1; number <= limit_; ++number) {
         const int fd = open((path_ + "." + std::to_string(number)).c_str(), O_RDONLY | O_CLOEXEC);
         struct stat file {};
@@ -51,11 +51,11 @@ void LogFiles::collect() {
         } else if (present.emplace(file.st_ino, fd).second) {
             unread.push_back(fd);
         } else {
-            close(fd);  // it moved, and was met again
+            close(fd);  // moved, and met again
         }
     }
     if (newest_ != 0 && present.count(newest_) == 0)
-        findings_.add("the log rotates faster than the soak reads it: nothing can be said about its records");
+        findings_.add("the log rotates faster than the soak reads it: its records cannot be checked");
     if (newest != 0) newest_ = newest;
     std::for_each(unread.rbegin(), unread.rend(), [this](int fd) { readFile(fd); });
     rotations_ += static_cast<unsigned>(unread.size());
@@ -78,8 +78,8 @@ void LogFiles::finish(const std::vector<unsigned>& markersSent) {
     }
     // Each message is three records.
     if (tags_ != empty_ || records_ != 3 * tags_) {
-        findings_.add("log records lost: " + std::to_string(tags_) + " open a message, " +
-                      std::to_string(empty_) + " close one, " + std::to_string(records_) + " in all");
+        findings_.add("log records lost: " + std::to_string(tags_) + " begin a message, " +
+                      std::to_string(empty_) + " end one, " + std::to_string(records_) + " in all");
     }
 }
 
@@ -124,7 +124,7 @@ void LogFiles::readMarker(std::string_view text) {
     char last = 0;
     if (std::sscanf(std::string(text).c_str(), "marker %u %u%c", &client, &number, &last) != 3 ||
         last != ']' || client >= nextMarker_.size()) {
-        findings_.add("a record of a marker that nobody sent to be logged: " + std::string(text));
+        findings_.add("a record of a marker that must not be logged: " + std::string(text));
         return;
     }
     if (number != nextMarker_[client]) {

@@ -1,4 +1,4 @@
-// Reads katd's log while it rotates, every file once and in order, and judges every line.
+// Reads katd's log while it rotates, every file once and in order, and checks every line.
 #ifndef KATD_TESTS_LOGFILES_H
 #define KATD_TESTS_LOGFILES_H
 
@@ -14,24 +14,25 @@
 
 namespace katd_test {
 
-// One thread at a time may call it; rotations() is for all.
+// Not thread-safe, except rotations().
 class LogFiles {
 public:
-    // The log keeps `limit` rotated files beside the one at `path`. `markers` clients send numbered markers.
+    // path: the live file; limit: how many rotated files are kept; markers: how many clients send numbered
+    // markers.
     LogFiles(const std::string& path, int limit, unsigned markers, Findings& findings)
         : path_(path), limit_(limit), findings_(findings), nextMarker_(markers) {}
     ~LogFiles();
     LogFiles(const LogFiles&) = delete;
     LogFiles& operator=(const LogFiles&) = delete;
 
-    // Reads what was rotated since the last call. To be called before another `limit` files are.
+    // Reads what was rotated since the last call. Must be called before another `limit` rotations.
     void collect();
-    // Reads all the rest, when katd writes nothing any more, and judges the whole.
+    // Reads the rest and checks the whole. katd must write nothing any more.
     void finish(const std::vector<unsigned>& markersSent);
 
     unsigned rotations() const { return rotations_; }
     unsigned long records() const { return records_; }
-    // The last message of katd's statistics.
+    // The latest statistics message.
     const std::string& statistics() const { return statistics_; }
 
 private:
@@ -43,13 +44,13 @@ private:
     const int limit_;
     Findings& findings_;
     std::atomic<unsigned> rotations_{0};
-    // The rotated files that were read and are still there, by inode. They are kept open: no new file can get
-    // the inode of one that is among them.
+    // The rotated files that were read and still exist, by inode. They stay open, so that no new file gets
+    // one of these inodes.
     std::map<ino_t, int> read_;
-    ino_t newest_ = 0;  // that of ".1" at the last call; 0: there was none
+    ino_t newest_ = 0;  // of ".1" at the last call; 0: none
     unsigned long records_ = 0;
-    unsigned long tags_ = 0;   // records that open a message
-    unsigned long empty_ = 0;  // records that close one
+    unsigned long tags_ = 0;   // records that begin a message
+    unsigned long empty_ = 0;  // records that end one
     std::vector<unsigned> nextMarker_;
     std::string statistics_;
 };

@@ -321,4 +321,38 @@ INSTANTIATE_TEST_SUITE_P(Faults, OneFault, testing::ValuesIn(table().faults), []
     return param.param.call + "_" + nameOf(param.param.error);
 });
 
+// The one test of a disk that stays full.
+TEST(FullDisk, StopsNothingAndIsOverWhenThereIsSpaceAgain) {
+    for (const std::string full : {"write", "fwrite", "write,fwrite"}) {  // the log's, the cache's, both
+        SCOPED_TRACE(full);
+        const Home home;
+        const std::string cache = home / "data/cache";
+        home.rules("host first.example 5\nhost second.example 6\nhost third.example 7\n");
+        Faults faults(home, full, ENOSPC);
+        Daemon katd(home, {}, faults.environment());
+        ASSERT_TRUE(katd.waitUntilServing());
+        Client client(home.socketPath());
+        const auto learnAndSave = [&](const std::string& url, unsigned category) {
+            const auto reply = client.ask(url);
+            return reply && reply->categories == std::vector{category} && client.control("save_cache");
+        };
+        ASSERT_TRUE(learnAndSave("first.example", 5));
+        faults.armAll();
+        const unsigned rounds = isLongRun() ? 2000 : 20;
+        for (unsigned i = 0; i < rounds; ++i)
+            ASSERT_TRUE(learnAndSave("second.example", 6));
+        EXPECT_GE(faults.failed(), rounds);
+        EXPECT_EQ(full != "fwrite", contains(katd.output(), "No space left on device\n"));
+        EXPECT_EQ(full == "fwrite", contains(home.log(), "SaveWebSecCache Failed : Type=3, Code=28"));
+        EXPECT_EQ(std::vector{5U}, cachedCategories(cache, "first.example"));
+        EXPECT_EQ(full == "write" ? std::vector{6U} : std::vector<unsigned>(),
+                  cachedCategories(cache, "second.example"));
+        faults.disarm();
+        ASSERT_TRUE(learnAndSave("third.example", 7));
+        EXPECT_TRUE(client.control("space again"));
+        EXPECT_THAT(home.log(), testing::HasSubstr("\tdebug\tUnknown ctrl request [space again]\n"));
+        EXPECT_EQ(std::vector{7U}, cachedCategories(cache, "third.example"));
+    }
+}
+
 }  // namespace
