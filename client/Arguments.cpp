@@ -28,8 +28,6 @@ constexpr const char* footer =
 
 const std::vector<std::string> levels = {"info", "error", "warning", "debug"};  // by the daemon's numbers
 
-using Request = std::function<int(katclient*)>;
-
 // Operands of the requests.
 struct Operands {
     std::string level;
@@ -38,7 +36,7 @@ struct Operands {
 };
 
 // The requests below "ctl". Each stores itself in *request. `operands` must outlive the parsing.
-void addRequests(tools::Command* ctl, Operands* operands, Request* request) {
+void addRequests(tools::Command* ctl, Operands* operands, ControlRequest* request) {
     auto& level = ctl->command("log_level", "Set the message level: info, error, warning or debug");
     level.word("LEVEL", levels, &operands->level, "info, error, warning or debug").required();
     level.check([=] {
@@ -77,15 +75,22 @@ bool parseArguments(int argc, const char* const* argv, Arguments* arguments, Exi
     line.setFooter(footer);
     line.text("-s,--socket", "SOCKET", &arguments->socket,
               "katd's socket; default: the settings in KATD_DIR name it");
+    const auto asHelper = line.flag("--as-helper", &arguments->query.asHelper,
+                                    "Ask as katc helper acl does: without port, user information and\n"
+                                    "dots at the end of the host");
+    const auto keepPort =
+        line.flag("--keep-port", &arguments->query.keepsPort, "With --as-helper: ask for the port too");
+    line.require(keepPort, asHelper);
     const tools::Option ofUrls[] = {
-        line.flag("-r,--retry", &arguments->withRetry,
+        asHelper, keepPort,
+        line.flag("-r,--retry", &arguments->query.withRetry,
                   "Have katd ask the engine again while it answers Unknown"),
         line.flag("--json", &arguments->json,
                   "Print each answer as a JSON object with url, known, categories and\n"
                   "names, or with url and error"),
         line.text("--categories", "FILE", &arguments->namesFile,
                   "Print categories by name: a file of lines name = number")};
-    line.seconds("--timeout", &arguments->answerMs,
+    line.seconds("--timeout", &arguments->query.answerMs,
                  "Wait at most this long for an answer; default 0, no limit");
     unsigned waitMs = 0;
     const auto wait =

@@ -8,24 +8,25 @@
 #include <vector>
 
 #include "ExitStatus.h"
+#include "QueryRunner.h"
 #include "katclient.h"
 
 namespace katc {
 
+// Makes a control request; returns a katclient_status.
+using ControlRequest = std::function<int(katclient*)>;
+
 struct Arguments {
-    std::string socket;              // of -s; empty: the settings name it
-    bool withRetry = false;          // -r
+    std::string socket;              // -s; empty: the settings name it
+    QueryOptions query;              // all but lostMs
     bool json = false;               // --json
-    std::string namesFile;           // --names; empty: none
-    unsigned answerMs = 0;           // --timeout; 0: no limit
+    std::string namesFile;           // --categories; empty: none
     std::optional<unsigned> waitMs;  // --wait
     std::vector<std::string> urls;   // "-" stands for standard input; empty for a control request
-    // Makes the control request; empty for URLs. Returns a katclient_status.
-    std::function<int(katclient*)> control;
+    ControlRequest control;          // empty for URLs
 };
 
-// Reads the command line. True: katc goes on with `arguments`. False: it ends with `status`, everything
-// having been printed: help or version on standard output, what is wrong on standard error.
+// Reads the command line. True: go on with `arguments`. False: end with *status, all output has been printed.
 bool parseArguments(int argc, const char* const* argv, Arguments* arguments, ExitStatus* status);
 
 }  // namespace katc

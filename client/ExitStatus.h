@@ -6,9 +6,9 @@ namespace katc {
 
 enum ExitStatus {
     answered = 0,    // every URL, or the control request, got its reply
-    unanswered = 1,  // one did not, or its answer could not be printed
-    badUsage = 2,    // the arguments or the settings cannot be used
-    noDaemon = 3     // nobody listens on the socket
+    unanswered = 1,  // one did not, or its answer could not be written
+    badUsage = 2,    // the arguments, the settings or the names cannot be used
+    noDaemon = 3     // no daemon listens on the socket
 };
 
 }  // namespace katc

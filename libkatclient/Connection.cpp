@@ -15,7 +15,7 @@ namespace katclient_internal {
 
 namespace {
 
-constexpr std::int64_t firstPauseMs = 5;  // between attempts to connect; doubled up to the longest
+constexpr std::int64_t firstPauseMs = 5;  // between attempts to connect; doubled up to longestPauseMs
 constexpr std::int64_t longestPauseMs = 100;
 
 int pollTime(std::int64_t limitMs) {
@@ -23,7 +23,7 @@ int pollTime(std::int64_t limitMs) {
     return static_cast<int>(std::min<std::int64_t>(limitMs, std::numeric_limits<int>::max()));
 }
 
-// A connect(2) that waits for room in the daemon's queue is ended by the limit for sending: see socket(7).
+// The send timeout also limits a connect(2) that waits for a place in the daemon's queue: see socket(7).
 void limitConnect(int fd, std::int64_t limitMs) {
     timeval limit{};
     limit.tv_sec = static_cast<time_t>(limitMs / 1000);
@@ -54,16 +54,16 @@ int Connection::open(unsigned connectMs, unsigned answerMs) {
         const int error = attempt(queueMs < 0 ? -1 : std::max<std::int64_t>(queueMs - passed, 1));
         if (error == 0) return 0;
         const std::int64_t left = connectMs - (nowMs() - start);
-        // Without a descriptor no attempt can succeed; with EINTR, none was made.
-        if (error != EINTR && (fd_ < 0 || left <= 0)) return error;
+        const bool hadDescriptor = isOpen();  // else no attempt can succeed
         close();
         if (error == EINTR) continue;
+        if (!hadDescriptor || left <= 0) return error;
         poll(nullptr, 0, pollTime(std::min(pause, left)));
         pause = std::min(pause * 2, longestPauseMs);
     }
 }
 
-// Leaves the descriptor open also when the connection failed.
+// Leaves the descriptor open if connect(2) fails.
 int Connection::attempt(std::int64_t limitMs) {
     close();
     fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -90,9 +90,9 @@ Connection::Io Connection::send(const char* first, std::size_t firstSize, const 
     }
 }
 
-Connection::Io Connection::receive(char* to, std::size_t room, bool wait, std::size_t* received) {
+Connection::Io Connection::receive(char* to, std::size_t size, bool wait, std::size_t* received) {
     for (;;) {
-        const ssize_t result = recv(fd_, to, room, wait ? 0 : MSG_DONTWAIT);
+        const ssize_t result = recv(fd_, to, size, wait ? 0 : MSG_DONTWAIT);
         if (result > 0) {
             *received = static_cast<std::size_t>(result);
             return Io::DONE;

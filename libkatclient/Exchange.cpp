@@ -5,25 +5,20 @@
 #include <cstdio>
 #include <cstring>
 
+#include "UrlServer/Protocol.h"
+
 namespace katclient_internal {
 
 namespace {
 
-constexpr std::size_t prefixSize = 4;
-constexpr std::size_t largestMessage = std::size_t{16} * 1024 * 1024;  // katd refuses more
-constexpr char control[] = "ctl:";
-
-struct ReplyHeader {
-    std::int32_t result;   // 0
-    std::uint32_t length;  // category bytes behind the header
-    std::uint8_t matched;  // 0 or 1
-    std::uint8_t zeros[3];
-};
-static_assert(sizeof(ReplyHeader) == 12, "the header is 12 bytes on the wire");
+using KATD_SPACE::ReplyHeader;
+constexpr std::size_t prefixSize = KATD_SPACE::prefixLength;
+static_assert(static_cast<unsigned>(KATCLIENT_MAX_CATEGORIES) == KATD_SPACE::maxCategories,
+              "any reply fits an answer");
 
 // A zero byte would end the URL for katd, which would then answer for another one.
 bool isUrl(const char* text, std::size_t length) {
-    return length != 0 && length <= largestMessage - prefixSize && std::memchr(text, 0, length) == nullptr;
+    return length != 0 && length <= KATD_MAX_MESSAGE - prefixSize && std::memchr(text, 0, length) == nullptr;
 }
 
 }  // namespace
@@ -38,7 +33,7 @@ int Exchange::failToConnect(int error) {
     char text[128] = "";
     const char* const remedy = error == EACCES ? "use an account that may enter the socket's folder"
                                                : "start katd, or name the path of its socket";
-    // The GNU one: it may return another text than the buffer.
+    // The GNU version: it may return a string other than the buffer.
     std::snprintf(message_, sizeof message_, "no daemon answers on %s (%s): %s", connection_.path(),
                   strerror_r(error, text, sizeof text), remedy);
     return KATCLIENT_NO_DAEMON;
@@ -56,16 +51,14 @@ int Exchange::run(const Requests& requests, katclient_answer* answers) {
     attempts_ = 0;
     isFresh_ = isAlone_ = false;
     first_ = KATCLIENT_OK;
-    const bool isControl = std::memcmp(requests.prefix, control, prefixSize) == 0;
     for (std::size_t i = 0; i < requests.count; ++i) {
         const char* const body = requests.bodies[i];
-        const bool isGood = body != nullptr && (isControl || isUrl(body, lengthOf(i)));
+        const bool isGood = body != nullptr && (isControl() || isUrl(body, lengthOf(i)));
         answers[i].status = isGood ? pending : KATCLIENT_BAD_ARGUMENT;
         answers[i].known = 0;
         answers[i].count = 0;
         if (!isGood && first_ == KATCLIENT_OK) {
-            first_ = fail(KATCLIENT_BAD_ARGUMENT,
-                          "a URL is a text of 1 byte to 16 MiB without a zero byte: ask for such a one");
+            first_ = fail(KATCLIENT_BAD_ARGUMENT, "a URL must have 1 byte to 16 MiB and no zero byte");
         }
     }
     skipSettled();
@@ -73,12 +66,12 @@ int Exchange::run(const Requests& requests, katclient_answer* answers) {
     inFlight_ = inEnd_ = outStart_ = outEnd_ = tailSize_ = 0;
     while (answered_ < requests.count && prepare())
         step();
-    // What is unasked for belongs to no later question.
+    // Bytes that no request asked for must not become the answer to the next one.
     if (inEnd_ != 0) connection_.close();
     return first_;
 }
 
-// A connection. False when none can be made: nothing is pending then.
+// Makes a connection. False if that fails: nothing is pending then.
 bool Exchange::prepare() {
     if (connection_.isOpen()) return true;
     const int error = connection_.open(connectMs, answerMs);
@@ -94,8 +87,8 @@ bool Exchange::prepare() {
     return true;
 }
 
-// One turn of sending and receiving. Both go on side by side: a daemon that waits for its replies to be taken
-// reads no further request.
+// Sends and receives once. Both must go on side by side, because the daemon reads no requests while its
+// replies are not read.
 void Exchange::step() {
     gather();
     if (outgoing() && !send()) return;
@@ -125,7 +118,7 @@ void Exchange::gather() {
     }
 }
 
-// False when there is no room, or nothing may come behind.
+// False if the buffer is full, or ends with a body that is sent from the caller's memory.
 bool Exchange::put(const char* body, std::size_t length) {
     const auto size = static_cast<std::int32_t>(prefixSize + length);
     const std::size_t needed = sizeof size + prefixSize + length;
@@ -150,7 +143,7 @@ bool Exchange::send() {
         connection_.send(out_ + outStart_, outEnd_ - outStart_, tail_, tailSize_, &count);
     if (io == Connection::Io::AGAIN) return true;
     if (io != Connection::Io::DONE) {
-        // Replies that came before the end may still be there.
+        // Replies that arrived before the connection ended can still be read.
         while (connection_.isOpen() && receive()) {
         }
         if (connection_.isOpen()) lost(false);
@@ -164,7 +157,7 @@ bool Exchange::send() {
     return true;
 }
 
-// False when nothing came.
+// False if nothing was received.
 bool Exchange::receive() {
     std::size_t count = 0;
     const bool mayWait = answerMs == 0 && !outgoing();
@@ -205,14 +198,14 @@ void Exchange::takeReplies() {
     if (inFlight_ == 0 && inEnd_ != 0) connection_.close();  // more replies than requests
 }
 
-// What is left of the time for the next answer, rounded up; negative without a limit.
+// The rest of the time limit for the next answer, rounded up; negative if there is no limit.
 std::int64_t Exchange::leftMs() const {
     return answerMs == 0 ? -1 : std::max<std::int64_t>(since_ + answerMs + 1 - nowMs(), 0);
 }
 
-// The request whose turn it was may be what the daemon did not like, or the daemon ended: which one shows
-// when that request is made again, alone. When the daemon did not even read it, it does not count: it was
-// about to end.
+// Either the daemon refused the request answered_, or it ended. Asking that request again, alone, shows
+// which. A connection that ended before the daemon read everything does not count as a refusal the first
+// time: the daemon was about to end.
 void Exchange::lost(bool wasRead) {
     connection_.close();
     isAlone_ = true;
@@ -220,7 +213,7 @@ void Exchange::lost(bool wasRead) {
     if (++attempts_ >= (wasRead ? 2U : 3U)) giveUp(KATCLIENT_CLOSED);
 }
 
-// No answer comes for the request whose turn it is.
+// Gives up the request answered_.
 void Exchange::giveUp(int status) {
     connection_.close();
     isAlone_ = true;
@@ -244,15 +237,22 @@ void Exchange::skipSettled() {
 
 void Exchange::describe(int status) {
     if (status == KATCLIENT_TIMED_OUT) {
-        std::snprintf(message_, sizeof message_,
-                      "no answer within %u.%03u seconds: look into katd's log, or wait longer",
-                      answerMs / 1000, answerMs % 1000);
+        std::snprintf(
+            message_, sizeof message_,
+            isControl()
+                ? "no answer within %u.%03u seconds: the request may still be carried out, see katd's log"
+                : "no answer within %u.%03u seconds: see katd's log, or wait longer",
+            answerMs / 1000, answerMs % 1000);
     } else if (status == KATCLIENT_BAD_REPLY) {
         std::snprintf(message_, sizeof message_,
                       "what answers on %s is not katd: name the path of katd's socket", connection_.path());
     } else {
         fail(status, katclient_status_text(status));
     }
+}
+
+bool Exchange::isControl() const {
+    return std::memcmp(requests_.prefix, KATD_SPACE::prefixControl, prefixSize) == 0;
 }
 
 std::size_t Exchange::lengthOf(std::size_t index) const {

@@ -9,6 +9,7 @@
 #include <new>
 
 #include "Exchange.h"
+#include "UrlServer/Protocol.h"
 
 using katclient_internal::Exchange;
 using katclient_internal::Requests;
@@ -21,7 +22,6 @@ struct katclient {
 
 namespace {
 
-// A keyword and its operands, which are raw bytes in the machine's order.
 int control(katclient* client, const char* keyword, const uint32_t* operands, std::size_t count) {
     char body[32];
     const std::size_t keywordSize = std::strlen(keyword);
@@ -30,7 +30,7 @@ int control(katclient* client, const char* keyword, const uint32_t* operands, st
     const char* const bodies[] = {body};
     const std::size_t lengths[] = {keywordSize + count * sizeof *operands};
     katclient_answer answer;
-    return client->exchange.run(Requests{"ctl:", bodies, lengths, 1}, &answer);
+    return client->exchange.run(Requests{KATD_SPACE::prefixControl, bodies, lengths, 1}, &answer);
 }
 
 }  // namespace
@@ -69,7 +69,8 @@ int katclient_ask(katclient* client, const char* url, unsigned flags, katclient_
 
 int katclient_ask_many(katclient* client, const char* const* urls, const size_t* lengths, size_t count,
                        unsigned flags, katclient_answer* answers) {
-    const char* const prefix = (flags & KATCLIENT_RETRY) != 0 ? "url1" : "url0";
+    const char* const prefix =
+        (flags & KATCLIENT_RETRY) != 0 ? KATD_SPACE::prefixRetriedQuery : KATD_SPACE::prefixQuery;
     return client->exchange.run(Requests{prefix, urls, lengths, count}, answers);
 }
 
@@ -77,24 +78,24 @@ int katclient_log_level(katclient* client, enum katclient_level level) {
     const auto number = static_cast<uint32_t>(level);
     if (number > KATCLIENT_LEVEL_DEBUG)
         return client->exchange.fail(KATCLIENT_BAD_ARGUMENT, "a message level is a number from 0 to 3");
-    return control(client, "log_level=", &number, 1);
+    return control(client, KATD_SPACE::controlLogLevel, &number, 1);
 }
 
 int katclient_retry_times(katclient* client, uint32_t times, uint32_t interval_ms) {
     const uint32_t operands[] = {times, interval_ms};
-    return control(client, "timeout=", operands, 2);
+    return control(client, KATD_SPACE::controlTimeout, operands, 2);
 }
 
 int katclient_save_cache(katclient* client) {
-    return control(client, "save_cache", nullptr, 0);
+    return control(client, KATD_SPACE::controlSaveCache, nullptr, 0);
 }
 
 int katclient_urls_stat(katclient* client) {
-    return control(client, "urls_stat", nullptr, 0);
+    return control(client, KATD_SPACE::controlUrlsStat, nullptr, 0);
 }
 
 int katclient_reload(katclient* client) {
-    return control(client, "assis_reload", nullptr, 0);
+    return control(client, KATD_SPACE::controlReload, nullptr, 0);
 }
 
 const char* katclient_message(const katclient* client) {
@@ -110,12 +111,11 @@ const char* katclient_status_text(int status) {
         case KATCLIENT_CLOSED:
             return "the daemon closed the connection: its log says why";
         case KATCLIENT_TIMED_OUT:
-            return "no answer within the time limit: look into katd's log, or wait longer";
+            return "no answer within the time limit: see katd's log, or wait longer";
         case KATCLIENT_BAD_REPLY:
             return "what answers is not katd: name the path of katd's socket";
         case KATCLIENT_BAD_ARGUMENT:
-            return "a URL is a text of 1 byte to 16 MiB without a zero byte, a socket's path one of 1 to 107 "
-                   "bytes";
+            return "a URL must have 1 byte to 16 MiB and no zero byte, the path of a socket 1 to 107 bytes";
         case KATCLIENT_NO_MEMORY:
             return "there is not enough memory: free some and ask again";
         default:

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <iostream>
 #include <iterator>
 
 #include "tools/Numbers.h"
@@ -230,7 +231,7 @@ bool CommandLine::parse(int argc, const char* const* argv, int* status) {
         return true;
     } catch (const CLI::Success& e) {
         app_->exit(e);
-        const bool isWritten = std::fflush(stdout) == 0;
+        const bool isWritten = std::cout.good() && std::fflush(stdout) == 0;
         if (!isWritten)
             printError(name_, std::string("cannot write to standard output (") + std::strerror(errno) + ")");
         *status = isWritten ? 0 : 1;

@@ -1,258 +1,228 @@
-// The real katc, in front of a daemon that answers as the test wants.
-#include <gmock/gmock.h>
-
-#include <future>
-#include <map>
+// katc and katc helper, run by shell lines.
 #include <optional>
 
+#include "client/ShellTest.h"
 #include "support/Daemon.h"
-#include "support/FakeDaemon.h"
 #include "support/Home.h"
 
 namespace katd_test {
 namespace {
 
-using KATD_SPACE::Utils;
 using testing::HasSubstr;
 
-std::string answerAll(const std::string&) {
-    return reply(1, "\x05");
-}
+class KatcTest : public ShellTest {};
 
-class KatcTest : public testing::Test {
-protected:
-    // Runs a shell line in the folder; the exit status.
-    int run(const std::string& line) {
-        const std::string script = "cd " + dir.path() +
-                                   "; unset KATD_DIR; PATH=$(dirname " KATC_BINARY "):$PATH; { " + line +
-                                   "\n} </dev/null >out 2>err";
-        const int status = std::system(script.c_str());
-        output = readFile(dir / "out");
-        errors = readFile(dir / "err");
-        return WEXITSTATUS(status);
-    }
-
-    TempDir dir;
-    const std::string socket = dir / "socket";
-    std::string output, errors;
+// clang-format off
+struct Row {
+    std::string line;
+    int status;
+    std::string output;
+    std::string errors;  // a part of standard error; empty: nothing is written there
+    std::string asked;   // messages to the daemon, with | between; "*": not compared
 };
 
+// A line that feeds lines to the helper.
+std::string helper(const std::string& options, const std::string& lines) {
+    return "printf %s '" + lines + "' | katc helper " + options + " -s socket";
+}
+
+TEST_F(KatcTest, Answers) {
+    const std::string redirect = "OK status=302 url=\"http://b.example/?", noHost = "BH message=\"the URL has no host\"\n";
+    const std::string noUrl = "BH message=\"the line has no URL where --url-field says, or is too long\"\n";
+    const std::string late = "BH message=\"no answer within the time limit: see katd's log, or wait longer\"\n";
+    const std::string ads = "OK category_=12 log=12 message=\"category 12\"\n", adsLine = "ads.example\tknown\t12\n";
+    const std::string named = "OK category_=12 name_=\"a\\\"b\\\\c\" log=\"a\\\"b\\\\c\" message=\"a\\\"b\\\\c\"\n";
+    const Row rows[] = {
+        // Plain and JSON output.
+        {"katc -s socket ads.example -r -- multi.example ctl -r", 0,
+         adsLine + "multi.example\tknown\t5,44,200\nctl\tunknown\t\n-r\tunknown\t\n", "",
+         "url1ads.example|url1multi.example|url1ctl|url1-r"},
+        {"katc -s socket --categories names multi.example none.example", 0,
+         "multi.example\tknown\t5,online games,200\nnone.example\tknown\t\n", "", "*"},
+        {"printf 'ads.example/\\t\\033\\302\\233\\344\\r\\n\\n \\nb\\0c\\nd' | katc -s socket -", 1,
+         "ads.example/\\x09\\x1b\\xc2\\x9b\xe4\tknown\t12\n \tunknown\t\nd\tunknown\t\n", "zero byte",
+         "url0ads.example/\t\x1b\xc2\x9b\xe4|url0 |url0d"},
+        {"katc -s socket 'refused!' \"$(printf 'silent\\033')\" --timeout 0.05", 1, "",
+         "no reply for [silent\\x1b], no answer within", "*"},
+        {"katc -s socket --json --categories names multi.example", 0, "{\"url\":\"multi.example\",\"known\":true,"
+         "\"categories\":[5,44,200],\"names\":[null,\"online games\",null]}\n", "", "*"},
+        {"printf 'none.example \"\\\\\\303\\244\\377\\t\\n\\nrefused!\\n' | katc -s socket --json -", 1,
+         "{\"url\":\"none.example \\\"\\\\\xc3\xa4\xef\xbf\xbd\\t\",\"known\":true,\"categories\":[]}\n"
+         "{\"url\":\"\",\"error\":\"an empty URL is not asked: write one URL per line\"}\n"
+         "{\"url\":\"refused!\",\"error\":\"the daemon closed the connection: its log says why\"}\n", "", "*"},
+        {"katc -s socket --as-helper http://u@news.example.:81/a:1 :1; katc -s socket --as-helper --keep-port news.example:81",
+         0, "http://u@news.example.:81/a:1\tknown\t34\nnews.example:81\tknown\t34\n", "[:1], the URL has no host",
+         "url0http://news.example/a:1|url0news.example:81"},
+        // Control requests.
+        {"for r in 'log_level Warning' 'timeout 010 4294967295' urls_stat reload; do katc -s socket ctl $r; done", 0, "", "",
+         "ctl:log_level=" + number(2) + "|ctl:timeout=" + number(10) + number(4294967295) + "|ctl:urls_stat|ctl:assis_reload"},
+        {"katc -s socket ctl save_cache --timeout .05", 1, "", "0.050 seconds: the request may still be carried out", "*"},
+        // The socket.
+        {"chmod 400 conf/katd.ini; KATD_DIR=. katc ads.example && KATD_DIR=$PWD/ katc ads.example", 0, adsLine + adsLine, "", "*"},
+        {"KATD_DIR=. katc -s missing a b", 3, "", "no daemon answers on missing (No such file or directory)", ""},
+        {"if [ -e /run/katd ]; then echo /run/katd/katd.sock >&2; exit 3; fi; katc a", 3, "", "/run/katd/katd.sock", ""},
+        {"KATD_DIR=conf katc a", 2, "", "-s.", ""},
+        {"KATD_DIR=empty katc a", 2, "", "no data_conn_string", ""},
+        {"katc -s missing --json a b | cut -c 1-49", 0, "{\"url\":\"a\",\"error\":\"no daemon answers on missing \n", "", ""},
+        {"katc -s missing --wait 0.05 ctl reload", 3, "", "no daemon", ""},
+        {"{ sleep 0.05; ln -s socket late; } & katc -s late --wait 30 ads.example", 0, adsLine, "", "*"},
+        {"{ sleep 0.05; ln -s socket later; } & echo ads.example | katc helper acl -s later --wait 30", 0, ads, "", "*"},
+        // Input and output that fail.
+        {"katc -s socket a b >/dev/full", 1, "", "No space left", "url0a"},
+        {"katc -s socket a >&-", 1, "", "standard output", "url0a"},
+        {"katc --help >/dev/full", 1, "", "No space left", ""},
+        {"katc -s socket - <.", 1, "", "cannot read standard input (Is a directory)", ""},
+        {"echo a | katc helper acl -s socket >/dev/full", 1, "", "cannot write an answer (No space left", "*"},
+        {"katc helper acl --concurrency -s socket <.", 1, "", "cannot read standard input (Is a directory)", ""},
+        {"{ yes none.example 2>yes.err | katc helper acl -s socket; echo $? >status; } | head -n 1; grep -x 0 status", 0,
+         "ERR\n0\n", "", "*"},
+        // katc helper acl.
+        {helper("acl --categories names --block 12,44",
+                "http://ads.example/ -\nhttp://u:p@ss@NEWS.example.:8080/a?b#c\nads.example:443 1.2.3.4 GET\n"
+                "https://multi.example/\n%61ds.example\nads.example%00.x/%61%2561"), 0,
+         named + "ERR\n" + named + "OK category_=5 category_=44 category_=200 name_=\"online games\" "
+         "log=\"5,online games,200\" message=\"online games\"\n" + named + named, "",
+         "url0http://ads.example/|url0http://NEWS.example/a?b#c|url0ads.example|url0https://multi.example/|url0ads.example|"
+         "url0ads.example%00.x/%61%2561"},
+        {helper("acl --categories names --allow 'last, a\"b\\c' --batch 08", "ads.example\nnews.example\nnone.example\n"), 0,
+         named + "ERR category_=34 log=\"34\"\nERR\n", "", "*"},
+        {helper("acl", "-\n\n:443\nu@.:81\n"), 0, noUrl + noUrl + noHost + noHost, "", ""},
+        {helper("acl --url-field 3", "x %5B::1%5D:443 ads.example\nx y\n"), 0, ads + noUrl, "", "url0ads.example"},
+        {helper("acl --url-field 2", "x %5B::1%5D:443 ads.example\nx ::1\n"), 0, "ERR\nERR\n", "", "url0[::1]|url0::1"},
+        {helper("acl --keep-port --retry", "http://u@ads.example..:81/\n"), 0, ads, "", "url1http://ads.example:81/"},
+        {helper("acl --on-unknown ok", "x.example\nnone.example\n"), 0, "OK\nERR\n", "", "*"},
+        {helper("acl --on-unknown bh", "x.example\n"), 0, "BH message=\"katd has no certain answer\"\n", "", "*"},
+        // katc helper rewrite.
+        {helper("rewrite --categories names --block 9-12 --block 44 --redirect 'http://b.example/?c={category}&n={name}&u={url}'",
+                "http://ads.example/a?b=%20\"&\xc3\xa9 1.2.3.4/x - GET myip=1\nmulti.example:443 1.2.3.4/x - CONNECT\n"
+                "http://news.example/\nhttp://b.example/?c=12 -\nhttp://%61ds.example/%61\n"), 0,
+         redirect + "c=12&n=a%22b%5Cc&u=http%3A%2F%2Fads.example%2Fa%3Fb%3D%2520%22%26%C3%A9\"\n" + redirect +
+         "c=44&n=online%20games&u=multi.example%3A443\"\nOK\nOK\nOK\n", "", "*"},
+        {helper("rewrite --allow 200 --status 307 --redirect https://b.example",
+                "ads.example\nmulti.example\nx.example\nhttps://b.example/x\n"), 0,
+         "OK status=307 url=\"https://b.example\"\nOK\nOK status=307 url=\"https://b.example\"\nOK\n", "", "*"},
+        // Late answers are reported once.
+        {"{ " + helper("acl --timeout 0.1 --batch 1", "silent\nads.example\nsilent\n") + "; } 2>late.err; wc -l <late.err", 0,
+         late + ads + late + "1\n", "", "*"},
+        // Squid has concurrency, and the helper does not know: squid must get its channel-IDs back, or it aborts.
+        {helper("acl", "7 http://ads.example/ -\n"), 0,
+         "7 BH message=\"the line has a number for a URL: with concurrency in squid.conf, give --concurrency\"\n", "", ""},
+        {helper("acl --url-field 2", "0 1.2.3.4 ads.example\n12 1.2.3.4 ads.example\n") + " | cut -c 1-23", 0,
+         "0 BH message=\"the line \n12 BH message=\"the line\n", "", ""},
+        {helper("acl --concurrency", "no channel\n5 ads.example\n") + " | cut -c 1-33 | sort", 0,
+         "5 OK category_=12 log=12 message=\nBH message=\"the line has no chann\n", "", "*"},
+    };
+    for (const char* folder : {"conf", "empty/conf"})
+        std::filesystem::create_directories(dir / folder);
+    writeFile(dir / "conf/katd.ini", "[katd]\ndata_conn_string = socket ; here\n");
+    writeFile(dir / "empty/conf/katd.ini", "[katd]\ndata_conn_string =\n");
+    writeFile(dir / "names", "\xef\xbb\xbf# lists\n\n online games = 44 # and odds\r\na\"b\\c=012\nlast = 44\nlast=44\n");
+    FakeDaemon daemon(socket, answer);
+    std::size_t seen = 0;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.line);
+        EXPECT_EQ(row.status, run(row.line));
+        EXPECT_EQ(row.output, output);
+        EXPECT_THAT(errors, row.errors.empty() ? testing::Matcher<std::string>("") : HasSubstr(row.errors));
+        std::string asked;
+        for (const Texts all = daemon.received(); seen < all.size(); ++seen)
+            asked += (asked.empty() ? "" : "|") + all[seen].substr(all[seen].find(' ') + 1);
+        EXPECT_EQ(row.asked == "*" ? asked : row.asked, asked);
+    }
+}
+
+TEST_F(KatcTest, TheBlockPageIsNotRedirected) {
+    FakeDaemon daemon(socket, answer);
+    // The page, a URL of it in squid's form, and one that is not.
+    const Texts pages[] = {
+        {"HTTP://u@B.Example./b?u={url}", "http://b.example/b?u=x", "http://b.example/c"},
+        {"http://b.example:80/b?u={url}", "http://b.example/b?u=x", "http://b.example:81/b?u=x"},
+        {"http://b.example?u={url}", "http://b.example/?u=x", "http://b.example/b?u=x"},
+        {"http://b.example/b#u={url}", "http://b.example/b", "http://a.example/b"},
+        {"http://b.example:8080/b", "http://b.example:8080/b", "http://b.example/b"},
+        {"https://b.example/b?u={url}", "b.example:443", "b.example:80"},
+        {"https://b.example:8443/b", "b.example:8443", "b.example:443"}};
+    for (const Texts& row : pages) {
+        EXPECT_EQ(
+            0, run(helper("rewrite --allow 200 --redirect '" + row[0] + "'", row[1] + "\n" + row[2] + "\n")));
+        EXPECT_EQ(0U, output.find("OK\nOK status=302")) << row[0] << output;
+    }
+}
+
+TEST_F(KatcTest, BadUsageIsReportedAndAsksNothing) {
+    FakeDaemon daemon(socket, answer);
+    for (const std::string line : {"none", "good = 2", "12 = 1", "33-34 = 1", "a, b = 1", "= 3", "x = 256", "x = 0x1"}) {
+        writeFile(dir / "bad", "good = 1\ngood=1\n" + line + "\n");
+        EXPECT_EQ(2, run("katc --categories bad a")) << line;
+        EXPECT_THAT(errors, HasSubstr("bad, line 3: ")) << line;
+    }
+    writeFile(dir / "good", "news = 12\n");
+    const std::string tooLong(108, 'x'), acl = "|helper acl ", to = "|helper rewrite --block 5 --redirect http://";
+    std::istringstream lines(
+        "-r|--|-x a|--unknown|-s|-r helper|-s " + tooLong + " a|ctl|ctl restart|ctl reload now|ctl reload urls_stat|"
+        "-r ctl reload|a ctl reload|ctl reload -- a|ctl log_level|ctl log_level verbose|ctl log_level 3|ctl timeout 1|"
+        "ctl timeout 1 2 3|ctl timeout 1 4294967296|ctl timeout -1 1|ctl timeout 1 +1|ctl timeout 1 0x10|ctl timeout 1 ''|"
+        "--json ctl reload|ctl reload --categories good|--as-helper ctl reload|--keep-port a|--timeout -1 a|--timeout 1e3 a|"
+        "--timeout . a|--wait inf a|--wait 4000001 a|--wait '' a|--categories missing a|--categories . a|helper |helper no" +
+        acl + "more" + acl + "--no-such" + acl + "--block 256" + acl + "--block 9-5" + acl + "--categories good --block games" +
+        acl + "--block ," + acl + "--block ''" + acl + "--block 1 --allow 2" + acl + "--categories missing" + acl +
+        "--url-field 0" + acl + "--concurrency --connections 65" + acl + "--connections 2" + acl + "--batch 0" + acl +
+        "--batch 0x10" + acl + "--timeout 0x10" + acl + "--wait soon" + acl + "--on-failure redirect" + acl +
+        "--on-unknown no" + acl + "--redirect http://b.example/" + acl + "--status 301" + acl + "-s " + tooLong +
+        "|helper rewrite --redirect http://b.example/|helper rewrite --block 5|helper rewrite --block 5 --redirect b.example" +
+        to + "'b.example/ x'" + to + "{url}" + to + "b.example{url}/" + to + "b.example/{no}" + to + "b.example/{url" + to +
+        "/" + to + ":80/" + to + "b.example --status 300");
+    for (std::string arguments; std::getline(lines, arguments, '|');) {
+        SCOPED_TRACE(arguments);
+        const bool isHelper = arguments.find("helper ") == 0;
+        EXPECT_EQ(2, run("echo ads.example | katc " + arguments));
+        EXPECT_EQ(0U, errors.find(isHelper ? "katc helper: " : "katc: ")) << errors;
+        EXPECT_EQ("", output);
+        EXPECT_EQ(2, run("echo ads.example | katc " + (isHelper ? arguments + " -s socket" : "-s socket " + arguments)));
+    }
+    EXPECT_EQ(Texts(), daemon.received());
+    for (const std::string line : {"katc --help", "katc -h", "katc --version", "katc helper --help", "katc helper --version"}) {
+        EXPECT_EQ(0, run(line));
+        EXPECT_THAT(output, HasSubstr("katc"));
+    }
+}
+// clang-format on
+
 TEST_F(KatcTest, PrintsEachAnswerAsItComes) {
-    FakeDaemon daemon(socket, answerAll);
-    // Each line is written when the answer of the one before has been printed.
+    FakeDaemon daemon(socket, answer);
+    // Each line is written after the answer of the one before has been printed.
     EXPECT_EQ(0, run("for n in 1 2 3; do printf $n.example; [ $n = 3 ] || echo\n"
                      "i=0; while [ $n != 3 ] && ! grep -q $n.example out && [ $i != 3000 ]; do\n"
-                     "sleep 0.01; i=$((i + 1)); done; [ $i != 3000 ] || echo late; done | katc -s socket -"))
-        << errors;
-    EXPECT_EQ("1.example\tknown\t5\n2.example\tknown\t5\n3.example\tknown\t5\n", output);
-    EXPECT_EQ((Texts{"1 url01.example", "1 url02.example", "1 url03.example"}), daemon.received());
+                     "sleep 0.01; i=$((i + 1)); done; [ $i != 3000 ] || echo late; done | katc -s socket -"));
+    EXPECT_EQ("1.example\tunknown\t\n2.example\tunknown\t\n3.example\tunknown\t\n", output);
 }
 
-TEST_F(KatcTest, AsksManyLinesInOrder) {
+TEST_F(KatcTest, ManyLinesKeepTheirOrder) {
     FakeDaemon daemon(
         socket, [](const std::string& message) { return reply(1, message.substr(message.size() - 1)); });
-    std::string lines, expected;
-    for (int i = 0; i < 20000; ++i) {
-        const std::string url = std::string(static_cast<std::size_t>(i % 300), 'x') + std::to_string(i);
+    std::string lines, plain, acl;
+    for (std::size_t i = 0; i < 20000; ++i) {
+        const std::string url = std::string(i % 5000 == 7 ? 200000 : i % 300, 'x') + std::to_string(i);
+        const std::string category = std::to_string(url.back());
         lines += url + "\n";
-        expected += url + "\tknown\t" + std::to_string(url.back()) + "\n";
+        plain += url + "\tknown\t" + category + "\n";
+        acl += "OK category_=" + category + " log=" + category + " message=\"category " + category + "\"\n";
     }
     writeFile(dir / "lines", lines);
-    EXPECT_EQ(0, run("katc -s socket --timeout 60 - <lines")) << errors;
-    EXPECT_TRUE(expected == output);
-    EXPECT_EQ(20000U, daemon.received().size());
+    EXPECT_EQ(0, run("katc -s socket - <lines")) << errors;
+    EXPECT_TRUE(plain == output);
+    EXPECT_EQ(0, run("katc helper acl -s socket <lines")) << errors;
+    EXPECT_TRUE(acl == output);
+    EXPECT_EQ(40000U, daemon.received().size());
 }
 
-TEST_F(KatcTest, PrintsWhatTheReplyHolds) {
-    const std::string longUrl(100000, 'x');
-    std::string sevens;
-    while (sevens.size() < 510)
-        sevens += "7,";
-    const std::map<std::string, std::pair<std::string, std::string>> replies = {
-        {"http://a.example/ b?c=%20", {reply(1, "\x05\x2c\xff"), "known\t5,44,255\n"}},
-        {"none", {reply(1, ""), "known\t\n"}},
-        {"ctl", {reply(0, ""), "unknown\t\n"}},
-        {"-r", {reply(0, "\x03"), "unknown\t3\n"}},
-        {longUrl, {reply(1, std::string(256, '\x07')), "known\t" + sevens + "7\n"}}};
-    FakeDaemon daemon(socket,
-                      [&](const std::string& message) { return replies.at(message.substr(4)).first; });
-    std::string line = "katc -s socket -r none --", expected = "none\tknown\t\n";
-    Texts received = {"1 url1none"};
-    for (const auto& [url, both] : replies) {
-        line += " '" + url + "'";
-        expected += url + "\t" + both.second;
-        received.push_back("1 url1" + url);
-    }
-    EXPECT_EQ(0, run(line)) << errors;
-    EXPECT_EQ(expected, output);
-    EXPECT_EQ(received, daemon.received());
-}
-
-TEST_F(KatcTest, ControlRequestsHaveTheirOperandsInRawBytes) {
-    const std::pair<std::string, std::string> requests[] = {
-        {"log_level info", "log_level=" + number(0)},
-        {"log_level error", "log_level=" + number(1)},
-        {"log_level Warning", "log_level=" + number(2)},
-        {"log_level debug", "log_level=" + number(3)},
-        {"timeout 010 4294967295", "timeout=" + number(10) + number(4294967295)},
-        {"save_cache", "save_cache"},
-        {"urls_stat", "urls_stat"},
-        {"reload", "assis_reload"}};
-    FakeDaemon daemon(socket, [](const std::string&) { return reply(0, ""); });
-    Texts expected;
-    for (const auto& [arguments, message] : requests) {
-        EXPECT_EQ(0, run("katc -s socket ctl " + arguments));
-        EXPECT_EQ("", output + errors);
-        expected.push_back(std::to_string(expected.size() + 1) + " ctl:" + message);
-    }
-    EXPECT_EQ(expected, daemon.received());
-}
-
-TEST_F(KatcTest, BadUsageIsToldAndAsksNothing) {
-    FakeDaemon daemon(socket, answerAll);
-    std::istringstream bad(
-        "-r|--|-x a|--unknown|ctl|ctl restart|ctl reload now|ctl reload urls_stat|-r ctl reload|a ctl reload|"
-        "ctl reload -- a|ctl log_level|ctl log_level verbose|ctl log_level 3|ctl timeout 1|ctl timeout 1 2 3|"
-        "ctl timeout 1 4294967296|ctl timeout -1 1|ctl timeout 1 +1|ctl timeout 1 0x10|ctl timeout 1 ''|"
-        "--json ctl reload|ctl reload --categories good|--timeout -1 a|--timeout 1e3 a|--wait inf a|--wait "
-        "4000001 a|"
-        "--wait '' a|--categories missing a|--categories . a|--categories bad a|-r helper|");
-    writeFile(dir / "good", "news = 12\n");
-    writeFile(dir / "bad", "news = 12\nsport: 13\n");
-    for (std::string arguments; std::getline(bad, arguments, '|');) {
-        EXPECT_EQ(2, run("katc -s socket " + arguments)) << arguments;
-        EXPECT_EQ(0U, errors.find("katc: ")) << errors;
-        EXPECT_EQ("", output);
-    }
-    EXPECT_EQ(2, run("katc -s socket"));
-    EXPECT_EQ(2, run("katc a -s"));
-    EXPECT_EQ(Texts(), daemon.received());
-    for (const std::string option : {"--help", "-h", "--version"}) {
-        EXPECT_EQ(0, run("katc " + option));
-        EXPECT_THAT(output, HasSubstr("katc"));
-        EXPECT_EQ("", errors);
-    }
-}
-
-TEST_F(KatcTest, WithoutADaemonTheStatusIsThree) {
-    close(Utils::createLocalTcpService((dir / "dead").c_str(), 1));
-    for (const std::string& path : Texts{"missing", "dead"}) {
-        for (const std::string request : {"a b", "ctl reload"}) {
-            EXPECT_EQ(3, run("katc --socket " + path + " " + request));
-            EXPECT_THAT(errors, HasSubstr(path));
-            EXPECT_EQ(std::string::npos, errors.find("[b]")) << "goes on without a daemon: " << errors;
-        }
-    }
-    EXPECT_EQ(2, run("katc -s " + std::string(108, 'x') + " a"));
-    EXPECT_THAT(errors, HasSubstr("-s."));
-}
-
-TEST_F(KatcTest, GoesOnOverANewConnectionWhenTheDaemonCloses) {
-    FakeDaemon daemon(
-        socket, [](const std::string& message) { return message == "url0refused!" ? "" : reply(1, "\x07"); });
-    EXPECT_EQ(1, run("{ printf 'first\\nrefused!\\nlast!\\n'\n"
-                     "while [ ! -e socket.closed3 ]; do sleep 0.01; done\necho next; } | katc -s socket -"));
-    EXPECT_EQ("first\tknown\t7\nlast!\tknown\t7\nnext\tknown\t7\n", output);
-    EXPECT_THAT(errors, HasSubstr("[refused!]"));
-    EXPECT_EQ((Texts{"1 url0first", "1 url0refused!", "2 url0refused!", "3 url0last!", "4 url0next"}),
-              daemon.received());
-}
-
-TEST_F(KatcTest, RefusesWhatTheDaemonWouldMisunderstand) {
-    FakeDaemon daemon(socket, answerAll);
-    EXPECT_EQ(1, run("printf '\\na\\nb\\0c\\n \\n\\nd\\r\\n' | katc -s socket -"));
-    EXPECT_EQ("a\tknown\t5\n \tknown\t5\nd\tknown\t5\n", output);
-    EXPECT_EQ(1, run("katc -s socket '' e"));
-    EXPECT_EQ((Texts{"1 url0a", "1 url0 ", "1 url0d", "2 url0e"}), daemon.received());
-}
-
-TEST_F(KatcTest, ReplyThatIsNoneIsNoAnswer) {
-    const std::string longest = reply(1, std::string(256, 'x'));
-    for (const std::string& bytes :
-         {longest.substr(0, 11), longest.substr(0, 267), reply(1, std::string(257, 'x')), reply(2, ""),
-          number(1) + longest.substr(4)}) {
-        FakeDaemon daemon(socket, [&](const std::string&) { return bytes; });
-        EXPECT_EQ(1, run("katc -s socket a!")) << testing::PrintToString(bytes);
-        EXPECT_EQ("", output);
-        EXPECT_THAT(errors, HasSubstr("[a!]"));
-    }
-}
-
-TEST_F(KatcTest, NamesAndJson) {
-    FakeDaemon daemon(socket, [](const std::string& message) {
-        if (message == "url0refused!") return std::string();
-        return message == "url0none" ? reply(0, "") : reply(1, "\x05\x0c\xff");
-    });
-    writeFile(dir / "names", "# of the lists\n\n news and \"press\" = 12\r\nads=255 # bad\nother = 255\n");
-    EXPECT_EQ(0, run("katc -s socket --categories names a none")) << errors;
-    EXPECT_EQ("a\tknown\t5,news and \"press\",ads\nnone\tunknown\t\n", output);
-
-    writeFile(dir / "lines", "a \"\\\xc3\xa4\xff\t\n\nrefused!\nnone\n");
-    EXPECT_EQ(1, run("katc -s socket --json - <lines"));
-    EXPECT_EQ("", errors);
-    EXPECT_EQ(
-        "{\"url\":\"a \\\"\\\\\xc3\xa4\xef\xbf\xbd\\t\",\"known\":true,\"categories\":[5,12,255]}\n"
-        "{\"url\":\"\",\"error\":\"an empty URL is not asked: write one URL a line\"}\n"
-        "{\"url\":\"refused!\",\"error\":\"the daemon closed the connection: its log says why\"}\n"
-        "{\"url\":\"none\",\"known\":false,\"categories\":[]}\n",
-        output);
-    EXPECT_EQ(0, run("katc -s socket --json --categories names a")) << errors;
-    EXPECT_EQ(
-        "{\"url\":\"a\",\"known\":true,\"categories\":[5,12,255],"
-        "\"names\":[null,\"news and \\\"press\\\"\",\"ads\"]}\n",
-        output);
-    // The daemon's absence ends the questions, with an object that says so.
-    EXPECT_EQ(3, run("katc -s missing --json a b"));
-    EXPECT_THAT(output,
-                testing::MatchesRegex("[{]\"url\":\"a\",\"error\":\"no daemon answers on missing .*\"}\n"));
-}
-
-TEST_F(KatcTest, TimeLimits) {
-    std::promise<void> release;
-    const std::shared_future<void> released(release.get_future());
-    std::optional<FakeDaemon> daemon(std::in_place, socket, [&](const std::string& message) {
-        if (message == "url0hangs!" || message == "ctl:urls_stat") released.wait();
-        return answerAll(message);
-    });
-    EXPECT_EQ(1, run("katc -s socket --timeout .05 hangs!"));
-    EXPECT_THAT(errors, HasSubstr("[hangs!], no answer within 0.050 seconds"));
-    EXPECT_EQ(1, run("katc -s socket ctl urls_stat --timeout 0.05"));
-    EXPECT_THAT(errors, HasSubstr("no answer within 0.050 seconds"));
-    release.set_value();
-    daemon.reset();
-    std::filesystem::remove(socket);
-    EXPECT_EQ(3, run("katc -s socket --wait 0.05 a"));
-    // It is started while katc tries.
-    std::thread later([&] {
-        usleep(50000);
-        daemon.emplace(socket, answerAll);
-    });
-    EXPECT_EQ(0, run("katc -s socket --wait 30 ctl reload")) << errors;
-    later.join();
-}
-
-TEST_F(KatcTest, OutputOrInputThatFailsIsNoSuccess) {
-    FakeDaemon daemon(socket, answerAll);
-    EXPECT_EQ(1, run("katc -s socket a b >/dev/full"));
-    EXPECT_THAT(errors, HasSubstr("No space left"));
-    EXPECT_EQ(Texts{"1 url0a"}, daemon.received());
-    EXPECT_EQ(1, run("katc -s socket - <."));
-    EXPECT_THAT(errors, HasSubstr("standard input"));
-}
-
-TEST_F(KatcTest, SettingsNameTheSocket) {
-    std::filesystem::create_directory(dir / "conf");
-    writeFile(dir / "conf/katd.ini", "[katd]\ndata_conn_string = socket ; here\n");
-    FakeDaemon daemon(socket, answerAll);
-    // Reading them is enough.
-    EXPECT_EQ(0, run("chmod 400 conf/katd.ini; KATD_DIR=. katc a && KATD_DIR=$PWD/ katc a")) << errors;
-    EXPECT_EQ(3, run("KATD_DIR=. katc -s other a"));
-    for (const std::string line :
-         {"katc a", "KATD_DIR=conf katc a",
-          "chmod 600 conf/katd.ini; echo '[katd]\ndata_conn_string =' >conf/katd.ini; KATD_DIR=. katc a"}) {
-        EXPECT_EQ(2, run(line)) << line;
-        EXPECT_THAT(errors, HasSubstr("-s."));
-    }
+TEST_F(KatcTest, ALineThatIsTooLongIsNotAskedInPart) {
+    FakeDaemon daemon(socket, answer);
+    const std::string tooLong = "http://ads.example/" + std::string(2000000, 'x');
+    writeFile(dir / "lines", tooLong + "\nnone.example\n" + tooLong);
+    EXPECT_EQ(0, run("katc helper acl -s socket <lines | cut -c 1-24"));
+    EXPECT_EQ("BH message=\"the line has\nERR\nBH message=\"the line has\n", output);
+    EXPECT_EQ(Texts{"1 url0none.example"}, daemon.received());
 }
 
 TEST_F(KatcTest, ARestartOfKatdInTheMiddleLosesNothing) {
@@ -262,11 +232,10 @@ TEST_F(KatcTest, ARestartOfKatdInTheMiddleLosesNothing) {
     ASSERT_TRUE(first.waitUntilServing());
     std::string lines, expected;
     for (int i = 0; i < 3000; ++i) {
-        const std::string url = i == 1500    ? "slow.example"
-                                : i % 2 == 0 ? "ads.example"
-                                             : "shop.example/tools/x";
+        const bool isSlow = i == 1500, isOdd = i % 2 != 0;
+        const std::string url = isSlow ? "slow.example" : isOdd ? "shop.example/tools/x" : "ads.example";
         lines += url + "\n";
-        expected += url + "\tknown\t" + (i == 1500 ? "7" : i % 2 == 0 ? "12" : "5") + "\n";
+        expected += url + "\tknown\t" + (isSlow ? "7" : isOdd ? "5" : "12") + "\n";
     }
     writeFile(dir / "lines", lines);
     std::optional<Daemon> second;
@@ -277,7 +246,7 @@ TEST_F(KatcTest, ARestartOfKatdInTheMiddleLosesNothing) {
         home.rules("host slow.example 7\n");
         second.emplace(home);
     });
-    EXPECT_EQ(0, run("katc -s " + home.socketPath() + " - <lines")) << errors;
+    EXPECT_EQ(0, run("katc -s " + home.socketPath() + " - <lines"));
     restart.join();
     EXPECT_EQ("", errors);
     EXPECT_TRUE(expected == output) << output.size();

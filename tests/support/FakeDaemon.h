@@ -26,7 +26,8 @@ inline std::string reply(char matched, const std::string& categories) {
 // Speaks the daemon's side of the protocol on a socket of its own, with replies that the test chooses.
 class FakeDaemon {
 public:
-    // What to send for a message, the bytes behind its length. A "!" at its end ends the connection as well.
+    // What to send for a message, which is the bytes after its length; empty: nothing. A "!" at the end of
+    // the message closes the connection after that.
     using Handler = std::function<std::string(const std::string& message)>;
 
     FakeDaemon(const std::string& path, Handler handler)
@@ -77,8 +78,9 @@ private:
         const std::string reply = handler_(message);
         const std::lock_guard<std::mutex> guard(mutex_);
         received_.push_back(std::to_string(connection) + " " + message);
-        return KATD_SPACE::Utils::writen(fd, reply.data(), static_cast<unsigned>(reply.size())) != 0 &&
-               message.back() != '!';
+        const bool isSent = reply.empty() || KATD_SPACE::Utils::writen(
+                                                 fd, reply.data(), static_cast<unsigned>(reply.size())) != 0;
+        return isSent && message.back() != '!';
     }
 
     const std::string path_;

@@ -1,4 +1,4 @@
-#include "HelperAnswer.h"
+#include "helper/AnswerLine.h"
 
 #include <charconv>
 
@@ -8,7 +8,7 @@ namespace {
 
 struct Decision {
     Verdict verdict;
-    int category;  // that decided; -1: none
+    int category;  // the one that decided; -1: none
 };
 
 Decision decide(const HelperOptions& options, const katclient_answer& answer) {
@@ -34,37 +34,57 @@ void appendNumber(unsigned number, std::string* out) {
     out->append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
 }
 
-void appendQuoted(std::string_view text, std::string* out) {
-    *out += '"';
+void appendEscaped(std::string_view text, std::string* out) {
     for (const char c : text) {
         if (c == '"' || c == '\\') *out += '\\';
         *out += c;
     }
+}
+
+void appendQuoted(std::string_view text, std::string* out) {
+    *out += '"';
+    appendEscaped(text, out);
     *out += '"';
 }
 
-void appendChannel(const HelperLine& line, std::string* out) {
+void appendChannel(const RequestLine& line, std::string* out) {
     if (line.channel.empty()) return;
     *out += line.channel;
     *out += ' ';
 }
 
-// The URL's categories as annotations of the request, and as one word for squid's log.
-void appendCategories(const katclient_answer& answer, std::string* out) {
+// The categories as annotations of the request, by number and by name, and all of them as one value for
+// squid's log.
+void appendCategories(const tools::CategoryNames& names, const katclient_answer& answer, std::string* out) {
+    if (answer.count == 0) return;
     for (unsigned i = 0; i < answer.count; ++i) {
         *out += " category_=";
         appendNumber(answer.categories[i], out);
     }
     for (unsigned i = 0; i < answer.count; ++i) {
-        *out += i == 0 ? " log=" : ",";
-        appendNumber(answer.categories[i], out);
+        const std::string& name = names.nameOf(answer.categories[i]);
+        if (name.empty()) continue;
+        *out += " name_=";
+        appendQuoted(name, out);
     }
+    const char* const quote = names.empty() ? "" : "\"";
+    *out += " log=";
+    *out += quote;
+    for (unsigned i = 0; i < answer.count; ++i) {
+        if (i != 0) *out += ',';
+        const std::string& name = names.nameOf(answer.categories[i]);
+        if (name.empty())
+            appendNumber(answer.categories[i], out);
+        else
+            appendEscaped(name, out);
+    }
+    *out += quote;
 }
 
 // For squid's error page.
 void appendMessage(const tools::CategoryNames& names, unsigned category, std::string* out) {
     *out += " message=";
-    const std::string& name = names.nameOf(static_cast<std::uint8_t>(category));
+    const std::string& name = names.nameOf(category);
     if (!name.empty()) {
         appendQuoted(name, out);
     } else {
@@ -74,11 +94,11 @@ void appendMessage(const tools::CategoryNames& names, unsigned category, std::st
     }
 }
 
-void appendRedirect(const HelperOptions& options, const HelperLine& line, int category, std::string* out) {
+void appendRedirect(const HelperOptions& options, const RequestLine& line, int category, std::string* out) {
     std::string number;
     if (category >= 0) appendNumber(static_cast<unsigned>(category), &number);
     const std::string_view name =
-        category < 0 ? std::string_view() : options.names.nameOf(static_cast<std::uint8_t>(category));
+        category < 0 ? std::string_view() : options.names.nameOf(static_cast<unsigned>(category));
     *out += "OK status=";
     appendNumber(options.redirectStatus, out);
     *out += " url=\"";
@@ -88,10 +108,10 @@ void appendRedirect(const HelperOptions& options, const HelperLine& line, int ca
 
 }  // namespace
 
-void appendAnswer(const HelperOptions& options, const HelperLine& line, const katclient_answer& answer,
+void appendAnswer(const HelperOptions& options, const RequestLine& line, const katclient_answer& answer,
                   std::string* out) {
     Decision decision = decide(options, answer);
-    // The page that says why is shown whatever its category.
+    // A block page that is itself blocked would be redirected to itself.
     if (decision.verdict == Verdict::redirect && options.redirect.leadsTo(line.url))
         decision.verdict = Verdict::ok;
     if (decision.verdict == Verdict::bh) return appendProblem(line, reasonOf(answer), out);
@@ -103,7 +123,7 @@ void appendAnswer(const HelperOptions& options, const HelperLine& line, const ka
     } else {
         *out += decision.verdict == Verdict::ok ? "OK" : "ERR";
         if (!options.rewrites) {
-            appendCategories(answer, out);
+            appendCategories(options.names, answer, out);
             if (decision.category >= 0)
                 appendMessage(options.names, static_cast<unsigned>(decision.category), out);
         }
@@ -111,7 +131,7 @@ void appendAnswer(const HelperOptions& options, const HelperLine& line, const ka
     *out += '\n';
 }
 
-void appendProblem(const HelperLine& line, const char* problem, std::string* out) {
+void appendProblem(const RequestLine& line, const char* problem, std::string* out) {
     appendChannel(line, out);
     *out += "BH message=";
     appendQuoted(problem, out);

@@ -1,20 +1,26 @@
-#include "Settings.h"
+#include "SocketPath.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "KatdConf/ConfReader.h"
 #include "KatdUtil/IniUtils.h"
+#include "katclient.h"
 
 namespace katc {
 
-bool socketFromSettings(std::string* path) {
+namespace {
+
+constexpr char serviceSocket[] = "/run/katd/katd.sock";
+
+}  // namespace
+
+bool findSocket(std::string* path, std::string* problem) {
     const char* const variable = std::getenv("KATD_DIR");
     if (variable == nullptr || *variable == '\0') {
-        std::fputs("katc: set KATD_DIR to katd's home directory, or name katd's socket with -s.\n", stderr);
-        return false;
+        *path = serviceSocket;
+        return true;
     }
     const std::string home = KATD_SPACE::ConfReader::homePathOf(variable);
     const std::string settingsPath = home + KATD_SPACE::ConfReader::settingsFile;
@@ -22,22 +28,25 @@ bool socketFromSettings(std::string* path) {
     char value[KATD_SPACE::IniUtils::valueLimit + 1] = "";
     if (!settings.opened) {
         const int error = errno;
-        const char* const remedy = error == EACCES ? "use an account of the group that may ask"
-                                                   : "set KATD_DIR to katd's home directory";
-        std::fprintf(stderr, "katc: cannot open %s (%s): %s, or name katd's socket with -s.\n",
-                     settingsPath.c_str(), std::strerror(error), remedy);
+        *problem = "cannot open " + settingsPath + " (" + std::strerror(error) + "): " +
+                   (error == EACCES ? "use an account of the group that may ask"
+                                    : "set KATD_DIR to katd's home directory") +
+                   ", or name katd's socket with -s";
         return false;
     }
     if (settings.QueryConfValue(KATD_SPACE::ConfReader::katdSection, "data_conn_string", value,
                                 KATD_SPACE::IniUtils::valueLimit) != 0 ||
         value[0] == '\0') {
-        std::fprintf(stderr,
-                     "katc: %s has no data_conn_string in its section katd: name katd's socket with -s.\n",
-                     settingsPath.c_str());
+        *problem = settingsPath + " has no data_conn_string in its section katd: name katd's socket with -s";
         return false;
     }
     *path = home + value;
     return true;
+}
+
+std::string openProblem(int status, const std::string& path) {
+    if (status == KATCLIENT_NO_MEMORY) return katclient_status_text(status);
+    return "the path " + path + " is too long for a socket: name katd's socket with -s";
 }
 
 }  // namespace katc

@@ -1,4 +1,4 @@
-#include "HelperRedirect.h"
+#include "helper/Redirect.h"
 
 #include <algorithm>
 #include <cctype>
@@ -7,7 +7,7 @@ namespace katc {
 
 namespace {
 
-void appendEscaped(std::string_view value, std::string* out) {
+void appendEncoded(std::string_view value, std::string* out) {
     constexpr char digits[] = "0123456789ABCDEF";
     for (const char c : value) {
         const auto byte = static_cast<unsigned char>(c);
@@ -24,14 +24,15 @@ void appendEscaped(std::string_view value, std::string* out) {
     }
 }
 
-std::string inSmallLetters(std::string_view text) {
-    std::string small(text);
-    for (char& c : small)
+std::string toLower(std::string_view text) {
+    std::string lower(text);
+    for (char& c : lower)
         if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    return small;
+    return lower;
 }
 
-// The host and always a port; without user information, as squid hands URLs over, or dots at the host's end.
+// host:port, with the scheme's default port if there is none, without user information or dots at the host's
+// end.
 std::string hostAndPort(std::string_view authority, std::string_view scheme) {
     if (const std::size_t at = authority.rfind('@'); at != authority.npos) authority.remove_prefix(at + 1);
     std::string_view port;
@@ -44,16 +45,16 @@ std::string hostAndPort(std::string_view authority, std::string_view scheme) {
     while (!authority.empty() && authority.back() == '.')
         authority.remove_suffix(1);
     if (port.empty()) port = scheme == "https" ? "443" : "80";
-    return inSmallLetters(authority) + ":" + std::string(port);
+    return toLower(authority) + ":" + std::string(port);
 }
 
-// Two URLs that mean the same, squid's form of one and what a user wrote, become the same text.
+// Equivalent URLs become equal: squid's form of a URL and the one that an administrator wrote.
 std::string comparable(std::string_view url) {
     const std::size_t separator = url.find("://");
     if (separator == url.npos) return hostAndPort(url, "https");
-    const std::string scheme = inSmallLetters(url.substr(0, separator));
+    const std::string scheme = toLower(url.substr(0, separator));
     url.remove_prefix(separator + 3);
-    url = url.substr(0, url.find('#'));  // browsers keep it to themselves
+    url = url.substr(0, url.find('#'));  // browsers do not send it
     const std::size_t path = std::min(url.find_first_of("/?"), url.size());
     std::string text = scheme + "://" + hostAndPort(url.substr(0, path), scheme);
     if (path == url.size() || url[path] != '/') text += '/';
@@ -62,20 +63,20 @@ std::string comparable(std::string_view url) {
 
 }  // namespace
 
-std::string HelperRedirect::set(std::string_view text) {
+std::string Redirect::set(std::string_view text) {
     const std::size_t scheme = text.find("://");
-    const std::string schemeName = inSmallLetters(text.substr(0, std::min(scheme, text.size())));
+    const std::string schemeName = toLower(text.substr(0, std::min(scheme, text.size())));
     if (scheme == text.npos || (schemeName != "http" && schemeName != "https"))
         return "must begin with http:// or https://";
     for (const char c : text) {
         if (static_cast<unsigned char>(c) <= ' ' || c == '"' || c == '\\' || c == 0x7f)
-            return "must not hold blanks, quotes, backslashes or control characters";
+            return "must not contain blanks, quotes, backslashes or control characters";
     }
     const std::size_t host = scheme + 3;
     const std::size_t path = text.find_first_of("/?#", host);
     hostPort_ = hostAndPort(text.substr(host, path == text.npos ? path : path - host), schemeName);
     if (hostPort_[0] == ':' || text[host] == '{') return "must name a host";
-    if (text.find('{') < path) return "must have its {...} behind the host and a /";
+    if (text.find('{') < path) return "must have its {...} after the host and a /";
 
     pieces_.clear();
     for (std::size_t at = 0; at < text.size();) {
@@ -91,7 +92,7 @@ std::string HelperRedirect::set(std::string_view text) {
         } else if (word == "{url}") {
             pieces_.push_back({Kind::url, {}});
         } else {
-            return "knows {category}, {name} and {url} alone, not " + std::string(word);
+            return "may contain only {category}, {name} and {url}, not " + std::string(word);
         }
         at = open + word.size();
     }
@@ -99,26 +100,26 @@ std::string HelperRedirect::set(std::string_view text) {
     return {};
 }
 
-bool HelperRedirect::leadsTo(std::string_view url) const {
+bool Redirect::leadsTo(std::string_view url) const {
     const std::string asked = comparable(url);
     return asked == hostPort_ || asked.compare(0, fixed_.size(), fixed_) == 0;
 }
 
-void HelperRedirect::append(std::string_view category, std::string_view name, std::string_view url,
-                            std::string* out) const {
+void Redirect::append(std::string_view category, std::string_view name, std::string_view url,
+                      std::string* out) const {
     for (const Piece& piece : pieces_) {
         switch (piece.kind) {
             case Kind::text:
                 *out += piece.text;
                 break;
             case Kind::category:
-                appendEscaped(category, out);
+                appendEncoded(category, out);
                 break;
             case Kind::name:
-                appendEscaped(name, out);
+                appendEncoded(name, out);
                 break;
             case Kind::url:
-                appendEscaped(url, out);
+                appendEncoded(url, out);
                 break;
         }
     }

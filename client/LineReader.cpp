@@ -1,4 +1,4 @@
-#include "HelperInput.h"
+#include "LineReader.h"
 
 #include <poll.h>
 #include <unistd.h>
@@ -11,29 +11,28 @@ namespace katc {
 
 namespace {
 
-constexpr std::size_t longestLine = std::size_t{1024} * 1024;
-constexpr std::size_t longestWord = 64;  // kept of a line that is too long: a channel-ID is shorter
+constexpr std::size_t maxWord = 64;  // kept of a line that is cut: a channel-ID is shorter
 
 }  // namespace
 
-bool HelperInput::take(std::size_t limit, std::string* lines) {
+bool LineReader::take(std::size_t limit, std::string* lines) {
     std::size_t size = 0;
     while ((size = wholeLines(limit)) == 0 && !isAtEnd_) {
-        makeRoom();
+        makeSpace();
         receive();
     }
-    if (size == 0 && begin_ == end_) return false;
-    const bool isCut = size == 0;
-    if (isCut) size = end_ - begin_;
+    if (size == 0 && (begin_ == end_ || error_ != 0)) return false;
+    const bool lacksFeed = size == 0;
+    if (lacksFeed) size = end_ - begin_;
     lines->assign(&buffer_[begin_], size);
-    if (isCut) *lines += '\n';
+    if (lacksFeed) *lines += '\n';
     begin_ += size;
     searched_ = begin_;
     return true;
 }
 
-// The bytes of at most `limit` lines at the front of the buffer; 0 when there is not even one.
-std::size_t HelperInput::wholeLines(std::size_t limit) {
+// The size of the first lines in the buffer, at most `limit` of them; 0 if there is no whole line.
+std::size_t LineReader::wholeLines(std::size_t limit) {
     std::size_t lineEnd = begin_;
     for (std::size_t from = searched_; limit > 0 && from < end_; --limit) {
         const void* const feed = std::memchr(&buffer_[from], '\n', end_ - from);
@@ -44,7 +43,7 @@ std::size_t HelperInput::wholeLines(std::size_t limit) {
     return lineEnd - begin_;
 }
 
-void HelperInput::makeRoom() {
+void LineReader::makeSpace() {
     if (begin_ > 0) {
         std::memmove(buffer_.data(), &buffer_[begin_], end_ - begin_);
         end_ -= begin_;
@@ -52,18 +51,18 @@ void HelperInput::makeRoom() {
         begin_ = 0;
     }
     if (end_ < buffer_.size()) return;
-    if (buffer_.size() < longestLine) {
+    if (buffer_.size() < maxLine_) {
         buffer_.resize(buffer_.size() * 2);
         return;
     }
     char* const front = buffer_.data();
-    if (!hasChannels_) *front = ' ';  // half a URL would be another one
-    const char* const wordEnd = hasChannels_ ? std::find(front, front + longestWord, ' ') : front + 1;
+    if (!keepsFirstWord_) *front = ' ';
+    const char* const wordEnd = keepsFirstWord_ ? std::find(front, front + maxWord, ' ') : front + 1;
     end_ = searched_ = static_cast<std::size_t>(wordEnd - front);
     isDropping_ = true;
 }
 
-void HelperInput::receive() {
+void LineReader::receive() {
     const ssize_t size = read(fd_, &buffer_[end_], buffer_.size() - end_);
     if (size > 0) {
         if (isDropping_) {
@@ -74,7 +73,7 @@ void HelperInput::receive() {
     } else if (size == 0) {
         isAtEnd_ = true;
     } else if (errno == EAGAIN) {
-        // Whoever shares the pipe may have made it so.
+        // Another process that shares the pipe may have made it non-blocking.
         pollfd events{fd_, POLLIN, 0};
         poll(&events, 1, -1);
     } else if (errno != EINTR) {
@@ -83,7 +82,7 @@ void HelperInput::receive() {
     }
 }
 
-void HelperInput::dropRestOfLine(std::size_t received) {
+void LineReader::dropRestOfLine(std::size_t received) {
     char* const fresh = &buffer_[end_];
     const void* const feed = std::memchr(fresh, '\n', received);
     if (feed == nullptr) return;

@@ -1,22 +1,20 @@
-// Answers as JSON.
+#include "tools/AnswerJson.h"
+
 #include <nlohmann/json.hpp>
 
-#include "Answers.h"
-
-namespace katc {
+namespace tools {
 
 namespace {
 
 using Json = nlohmann::ordered_json;
 
-std::string line(const Json& object) {
-    return object.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
+std::string dump(const Json& object) {
+    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 }  // namespace
 
-std::string jsonAnswer(std::string_view url, const katclient_answer& answer,
-                       const tools::CategoryNames* names) {
+std::string answerJson(std::string_view url, const katclient_answer& answer, const CategoryNames* names) {
     Json object = {{"url", url}, {"known", answer.known != 0}, {"categories", Json::array()}};
     for (unsigned i = 0; i < answer.count; ++i)
         object["categories"].push_back(answer.categories[i]);
@@ -27,11 +25,11 @@ std::string jsonAnswer(std::string_view url, const katclient_answer& answer,
             list.push_back(name.empty() ? Json() : Json(name));
         }
     }
-    return line(object);
+    return dump(object);
 }
 
-std::string jsonFailure(std::string_view url, std::string_view sentence) {
-    return line({{"url", url}, {"error", sentence}});
+std::string failureJson(std::string_view url, std::string_view reason) {
+    return dump({{"url", url}, {"error", reason}});
 }
 
-}  // namespace katc
+}  // namespace tools

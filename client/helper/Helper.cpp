@@ -1,4 +1,4 @@
-#include "Helper.h"
+#include "helper/Helper.h"
 
 #include <poll.h>
 #include <unistd.h>
@@ -18,12 +18,14 @@
 #include <vector>
 
 #include "ExitStatus.h"
-#include "HelperAnswer.h"
-#include "HelperInput.h"
-#include "HelperLine.h"
-#include "HelperOptions.h"
-#include "Settings.h"
+#include "LineReader.h"
+#include "SocketPath.h"
+#include "helper/AnswerLine.h"
+#include "helper/AskedUrl.h"
+#include "helper/HelperOptions.h"
+#include "helper/RequestLine.h"
 #include "katclient.h"
+#include "tools/Text.h"
 
 namespace katc {
 
@@ -31,13 +33,15 @@ namespace {
 
 using Client = std::unique_ptr<katclient, decltype(&katclient_close)>;
 
+constexpr std::size_t maxLine = std::size_t{1024} * 1024;
+
 // Squid shows standard error in its cache.log.
-void tell(const std::string& sentence) {
-    std::fprintf(stderr, "katc helper: %s.\n", sentence.c_str());
+void report(const std::string& sentence) {
+    tools::printError("katc helper", sentence);
 }
 
-// Writes all of the text, one call if it can. What cannot be written ends the process: the other threads are
-// reading from a squid that is gone, or whose answers are.
+// Writes all of the text, with one call if possible. Ends the process if that fails: squid has gone, or will
+// miss answers.
 void writeOrEnd(std::string_view text) {
     while (!text.empty()) {
         const ssize_t size = write(STDOUT_FILENO, text.data(), text.size());
@@ -49,18 +53,18 @@ void writeOrEnd(std::string_view text) {
         } else if (errno == EPIPE) {
             _exit(answered);
         } else if (errno != EINTR) {
-            tell(std::string("cannot write an answer (") + std::strerror(errno) + ")");
+            report(std::string("cannot write an answer (") + std::strerror(errno) + ")");
             _exit(unanswered);
         }
     }
 }
 
-// Says once that katd has gone, and once that it is back; and at most once a minute that an answer was late,
-// which one URL can be the reason of. For all threads.
-class Presence {
+// Reports once that katd has gone and once that it is back; and at most once a minute that an answer was
+// late, for which one URL may be the reason. Thread-safe.
+class AvailabilityReporter {
 public:
-    // `first` is the status of the first answer of a batch that is none, with the client's message; `last`
-    // that of the last answer.
+    // `first` is the first status of a batch that is not KATCLIENT_OK, which the client's message describes;
+    // `last` is the status of its last answer.
     void note(int first, int last, const katclient* client) {
         if (first == KATCLIENT_TIMED_OUT) noteLate();
         const bool isAway =
@@ -68,15 +72,15 @@ public:
         if (isAway == isAway_.load(std::memory_order_relaxed) || (!isAway && last != KATCLIENT_OK)) return;
         if (isAway_.exchange(isAway) == isAway) return;
         if (isAway) {
-            tellFailure(last == first ? katclient_message(client) : katclient_status_text(last));
+            reportFailure(last == first ? katclient_message(client) : katclient_status_text(last));
         } else {
-            tell("katd answers again");
+            report("katd answers again");
         }
     }
 
 private:
-    static void tellFailure(const std::string& sentence) {
-        tell(sentence + "; URLs are answered as --on-failure says");
+    static void reportFailure(const std::string& sentence) {
+        report(sentence + "; URLs are answered as --on-failure says");
     }
     void noteLate() {
         const std::int64_t now = std::chrono::duration_cast<std::chrono::seconds>(
@@ -84,35 +88,34 @@ private:
                                      .count();
         std::int64_t next = nextLateSec_.load();
         if (now >= next && nextLateSec_.compare_exchange_strong(next, now + 60))
-            tellFailure(katclient_status_text(KATCLIENT_TIMED_OUT));
+            reportFailure(katclient_status_text(KATCLIENT_TIMED_OUT));
     }
 
     std::atomic<bool> isAway_{false};
-    std::atomic<std::int64_t> nextLateSec_{0};  // before it, on the steady clock, late answers are not told
+    std::atomic<std::int64_t> nextLateSec_{0};  // on the steady clock; earlier late answers are not reported
 };
 
-// What a thread needs for the lines that it has taken. All of it is kept for the next ones: nothing is
-// allocated for a line once the longest has come by.
+// The lines that a thread has taken. The buffers are kept for its next ones, so that few lines need an
+// allocation.
 struct Batch {
     explicit Batch(std::size_t limit) : lines(limit), lengths(limit), urls(limit), answers(limit) {}
 
-    std::string text;                  // the lines as they came
-    std::vector<HelperLine> lines;     // taken apart; parts of `text`
-    std::string asked;                 // what katd is asked, one after the other
+    std::string text;                  // the lines as received
+    std::vector<RequestLine> lines;    // parsed; parts of `text`
+    std::string asked;                 // the URLs for katd, one after the other
     std::vector<std::size_t> lengths;  // of each that is asked
     std::vector<const char*> urls;     // parts of `asked`
     std::vector<katclient_answer> answers;
     std::string output;
 };
 
-// The threads take turns: one reads what squid has sent, and while it asks katd and answers, the next one
-// reads.
-class Helper {
+// The threads take turns: one reads lines, and while it asks katd and answers, the next one reads.
+class Pipeline {
 public:
-    explicit Helper(const HelperOptions& options)
-        : options_(options), input_(STDIN_FILENO, options.hasChannels) {}
+    explicit Pipeline(const HelperOptions& options)
+        : options_(options), input_(STDIN_FILENO, maxLine, options.hasChannels) {}
 
-    // Serves with one client until the input ends. For each of the threads.
+    // Serves with one client until the input ends. Each thread calls it.
     void serve(katclient* client) {
         try {
             Batch batch(options_.batch);
@@ -122,7 +125,7 @@ public:
                 writeOrEnd(batch.output);
             }
         } catch (const std::exception& e) {
-            tell(e.what() + std::string(": free some memory"));
+            report(e.what() + std::string(": free some memory"));
             _exit(unanswered);
         }
     }
@@ -135,37 +138,48 @@ private:
         return input_.take(options_.batch, lines);
     }
     void answer(katclient* client, Batch* batch);
-    // The number of lines.
-    std::size_t parse(Batch* batch) const;
+    // Returns the number of lines.
+    std::size_t parse(Batch* batch);
 
     const HelperOptions& options_;
     std::mutex inputMutex_;
-    HelperInput input_;       // guarded by inputMutex_
-    std::mutex outputMutex_;  // answers of different threads do not mix
-    Presence presence_;
+    LineReader input_;        // guarded by inputMutex_
+    std::mutex outputMutex_;  // for standard output
+    AvailabilityReporter reporter_;
+    // Without --concurrency, and so with one thread: squid.conf has concurrency. Answers must repeat the
+    // channel-IDs, or squid aborts.
+    bool hasUnexpectedChannels_ = false;
+    bool isFirst_ = true;
 };
 
-std::size_t Helper::parse(Batch* batch) const {
+std::size_t Pipeline::parse(Batch* batch) {
     std::string_view rest = batch->text;
+    // Squid numbers the channels of each helper from 0.
+    if (!options_.hasChannels && isFirst_) {
+        hasUnexpectedChannels_ = rest.substr(0, 2) == "0 ";
+        isFirst_ = false;
+    }
     std::size_t count = 0;
     for (; !rest.empty(); ++count) {
         const std::size_t size = rest.find('\n');
-        HelperLine& line = batch->lines[count];
-        line = parseHelperLine(rest.substr(0, size), options_.hasChannels, options_.urlField);
+        RequestLine& line = batch->lines[count];
+        line = parseRequestLine(rest.substr(0, size), options_.hasChannels || hasUnexpectedChannels_,
+                                options_.urlField);
+        if (hasUnexpectedChannels_ && line.problem == nullptr) line.problem = missingConcurrency;
         rest.remove_prefix(size + 1);
     }
     return count;
 }
 
-void Helper::answer(katclient* client, Batch* batch) {
+void Pipeline::answer(katclient* client, Batch* batch) {
     const std::size_t lineCount = parse(batch);
     std::size_t count = 0;
     batch->asked.clear();
     for (std::size_t i = 0; i < lineCount; ++i) {
-        HelperLine& line = batch->lines[i];
+        RequestLine& line = batch->lines[i];
         if (line.problem != nullptr) continue;
         const std::size_t begin = batch->asked.size();
-        appendAsked(line.url, !options_.rewrites, options_.keepsPort, &batch->asked);
+        appendAskedUrl(line.url, !options_.rewrites, options_.keepsPort, &batch->asked);
         const std::size_t length = batch->asked.size() - begin;
         if (length == 0) {
             line.problem = "the URL has no host";
@@ -179,12 +193,12 @@ void Helper::answer(katclient* client, Batch* batch) {
     if (count > 0) {
         const int first = katclient_ask_many(client, batch->urls.data(), batch->lengths.data(), count,
                                              options_.withRetry ? KATCLIENT_RETRY : 0, batch->answers.data());
-        presence_.note(first, batch->answers[count - 1].status, client);
+        reporter_.note(first, batch->answers[count - 1].status, client);
     }
     batch->output.clear();
     const katclient_answer* next = batch->answers.data();
     for (std::size_t i = 0; i < lineCount; ++i) {
-        const HelperLine& line = batch->lines[i];
+        const RequestLine& line = batch->lines[i];
         if (line.problem != nullptr) {
             appendProblem(line, line.problem, &batch->output);
         } else {
@@ -193,16 +207,14 @@ void Helper::answer(katclient* client, Batch* batch) {
     }
 }
 
-// False, with a sentence on standard error, when there can be no client.
+// False, with a message on standard error, if a client cannot be made.
 bool openClients(const HelperOptions& options, std::vector<Client>* clients) {
-    // Without channel-IDs squid knows an answer by its place: one thread keeps them in order.
+    // Without channel-IDs squid expects the answers in the order of the lines: one thread keeps it.
     for (unsigned i = options.hasChannels ? options.connections : 1; i > 0; --i) {
         katclient* client = nullptr;
         const int status = katclient_open(options.socket.c_str(), &client);
         if (status != KATCLIENT_OK) {
-            tell(status == KATCLIENT_NO_MEMORY
-                     ? "there is too little memory: free some"
-                     : "the path " + options.socket + " cannot be a socket's: name katd's socket with -s");
+            report(openProblem(status, options.socket));
             return false;
         }
         clients->emplace_back(client, katclient_close);
@@ -218,25 +230,29 @@ int helperMain(int argc, const char* const* argv) {
     HelperOptions options;
     int status = answered;
     if (!parseHelperOptions(argc, argv, &options, &status)) return status;
-    if (options.socket.empty() && !socketFromSettings(&options.socket)) return badUsage;
+    std::string problem;
+    if (options.socket.empty() && !findSocket(&options.socket, &problem)) {
+        report(problem);
+        return badUsage;
+    }
     std::vector<Client> clients;
     if (!openClients(options, &clients)) return badUsage;
 
-    Helper helper(options);
+    Pipeline pipeline(options);
     std::vector<std::thread> threads;
     for (std::size_t i = 1; i < clients.size(); ++i) {
         try {
-            threads.emplace_back(&Helper::serve, &helper, clients[i].get());
+            threads.emplace_back(&Pipeline::serve, &pipeline, clients[i].get());
         } catch (const std::system_error&) {
-            break;  // fewer serve as well, if more slowly
+            break;  // fewer threads do, if more slowly
         }
     }
-    helper.serve(clients[0].get());
+    pipeline.serve(clients[0].get());
     for (std::thread& thread : threads)
         thread.join();
-    if (helper.inputError() == 0) return answered;
-    tell(std::string("cannot read standard input (") + std::strerror(helper.inputError()) +
-         "): squid starts this program with a pipe");
+    if (pipeline.inputError() == 0) return answered;
+    report(std::string("cannot read standard input (") + std::strerror(pipeline.inputError()) +
+           "): squid starts this program with a pipe");
     return unanswered;
 }
 

@@ -1,22 +1,10 @@
-#include "HelperLine.h"
+#include "helper/AskedUrl.h"
 
 #include <algorithm>
 
 namespace katc {
 
 namespace {
-
-bool isNumber(std::string_view text) {
-    return !text.empty() && text.find_first_not_of("0123456789") == text.npos;
-}
-
-// Takes the next value from the front of a line; empty when there is none.
-std::string_view takeValue(std::string_view* line) {
-    line->remove_prefix(std::min(line->find_first_not_of(' '), line->size()));
-    const std::string_view value = line->substr(0, line->find(' '));
-    line->remove_prefix(value.size());
-    return value;
-}
 
 int hexDigit(char c) {
     if (c >= '0' && c <= '9') return c - '0';
@@ -25,9 +13,8 @@ int hexDigit(char c) {
     return -1;
 }
 
-// The bytes of `text` from `begin` on, unescaped in place. A zero byte would end the URL for katd: it stays
-// as it is.
-void unescape(std::string* text, std::size_t begin) {
+// Percent-decodes `text` in place from `begin` on. %00 stays, because a zero byte would end the URL for katd.
+void decode(std::string* text, std::size_t begin) {
     std::size_t to = text->find('%', begin);
     if (to == text->npos) return;
     for (std::size_t from = to; from < text->size(); ++from, ++to) {
@@ -42,15 +29,15 @@ void unescape(std::string* text, std::size_t begin) {
     text->resize(to);
 }
 
-// Leaves the host, without dots at its end, of the authority "user:password@host:port" that `text` ends with
-// from `begin` on; and the port if it is to be kept.
+// Reduces the authority "user:password@host:port", which is `text` from `begin` on, to the host without dots
+// at its end and, if keepsPort, the port.
 void strip(std::string* text, std::size_t begin, bool keepsPort) {
     std::string_view authority = std::string_view(*text).substr(begin);
     if (const std::size_t at = authority.rfind('@'); at != authority.npos) authority.remove_prefix(at + 1);
     const std::size_t colon = authority.rfind(':');
-    // Several colons without brackets are an IPv6 address by itself.
+    // Several colons without brackets are a bare IPv6 address.
     const bool isPort = colon != authority.npos && (authority.find(':') == colon || authority[0] == '[') &&
-                        (colon + 1 == authority.size() || isNumber(authority.substr(colon + 1)));
+                        authority.find_first_not_of("0123456789", colon + 1) == authority.npos;
     std::string_view host = isPort ? authority.substr(0, colon) : authority;
     const std::size_t portSize = authority.size() - host.size();
     while (!host.empty() && host.back() == '.')
@@ -65,41 +52,14 @@ void strip(std::string* text, std::size_t begin, bool keepsPort) {
 
 }  // namespace
 
-HelperLine parseHelperLine(std::string_view line, bool hasChannels, unsigned urlField) {
-    HelperLine parsed;
-    if (hasChannels) {
-        std::string_view rest = line;
-        const std::string_view channel = takeValue(&rest);
-        if (!isNumber(channel)) {
-            parsed.problem =
-                "the line has no channel-ID: set concurrency in squid.conf, or leave --concurrency out";
-            return parsed;
-        }
-        parsed.channel = channel;
-        line = rest;
-    }
-    std::string_view value;
-    for (unsigned i = 0; i < urlField; ++i)
-        value = takeValue(&line);
-    if (value.empty() || value == "-") {
-        parsed.problem = "the line has no URL where --url-field says, or is too long";
-    } else if (!hasChannels && isNumber(value) && !takeValue(&line).empty()) {
-        parsed.problem =
-            "the line has a number for a URL: with concurrency in squid.conf, give --concurrency";
-    } else {
-        parsed.url = value;
-    }
-    return parsed;
-}
-
-void appendAsked(std::string_view url, bool isEscaped, bool keepsPort, std::string* out) {
+void appendAskedUrl(std::string_view url, bool isEscaped, bool keepsPort, std::string* out) {
     const std::size_t separator = url.find("://");
     const std::size_t host = separator < url.find('/') ? separator + 3 : 0;
     const std::size_t path = std::min(url.find_first_of("/?#", host), url.size());
     out->append(url.substr(0, host));
     const std::size_t begin = out->size();
     out->append(url.substr(host, path - host));
-    if (isEscaped) unescape(out, begin);
+    if (isEscaped) decode(out, begin);
     strip(out, begin, keepsPort);
     out->append(url.substr(path));
 }
