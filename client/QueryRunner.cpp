@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "LineReader.h"
-#include "helper/AskedUrl.h"
+#include "tools/AskedUrl.h"
 
 namespace katc {
 
@@ -67,7 +67,7 @@ void QueryRunner::prepare(const std::vector<std::string_view>& urls) {
     asked_.clear();
     for (const std::string_view url : urls) {
         const std::size_t begin = asked_.size();
-        if (options_.asHelper) appendAskedUrl(url, true, options_.keepsPort, &asked_);
+        if (options_.asHelper) tools::appendAskedUrl(url, true, options_.keepsPort, &asked_);
         lengths_.push_back(options_.asHelper ? asked_.size() - begin : url.size());
     }
     const char* next = asked_.data();

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "HelperLine.h"
+#include "tools/AskedUrl.h"
 #include "Html.h"
 
 namespace gateway {
@@ -39,7 +39,7 @@ std::string requestUrl(UrlSource source, const httplib::Request& request, std::s
 std::string askedUrl(std::string_view url) {
     const auto isRefused = [](char c) { return static_cast<unsigned char>(c) <= ' ' || c == 0x7f; };
     std::string asked;
-    if (std::none_of(url.begin(), url.end(), isRefused)) katc::appendAsked(url, false, false, &asked);
+    if (std::none_of(url.begin(), url.end(), isRefused)) tools::appendAskedUrl(url, false, false, &asked);
     return hostOf(asked).empty() ? std::string() : asked;
 }
 

@@ -21,10 +21,10 @@
 #include "LineReader.h"
 #include "SocketPath.h"
 #include "helper/AnswerLine.h"
-#include "helper/AskedUrl.h"
 #include "helper/HelperOptions.h"
 #include "helper/RequestLine.h"
 #include "katclient.h"
+#include "tools/AskedUrl.h"
 #include "tools/Text.h"
 
 namespace katc {
@@ -179,7 +179,7 @@ void Pipeline::answer(katclient* client, Batch* batch) {
         RequestLine& line = batch->lines[i];
         if (line.problem != nullptr) continue;
         const std::size_t begin = batch->asked.size();
-        appendAskedUrl(line.url, !options_.rewrites, options_.keepsPort, &batch->asked);
+        tools::appendAskedUrl(line.url, !options_.rewrites, options_.keepsPort, &batch->asked);
         const std::size_t length = batch->asked.size() - begin;
         if (length == 0) {
             line.problem = "the URL has no host";

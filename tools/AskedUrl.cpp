@@ -1,8 +1,8 @@
-#include "helper/AskedUrl.h"
+#include "tools/AskedUrl.h"
 
 #include <algorithm>
 
-namespace katc {
+namespace tools {
 
 namespace {
 
@@ -64,4 +64,4 @@ void appendAskedUrl(std::string_view url, bool isEscaped, bool keepsPort, std::s
     out->append(url.substr(path));
 }
 
-}  // namespace katc
+}  // namespace tools

@@ -1,11 +1,11 @@
-// The URL that katd is asked about for a URL of squid.
-#ifndef KATC_HELPER_ASKEDURL_H
-#define KATC_HELPER_ASKEDURL_H
+// The URL for which katd is asked when a proxy hands over a URL.
+#ifndef KATD_TOOLS_ASKEDURL_H
+#define KATD_TOOLS_ASKEDURL_H
 
 #include <string>
 #include <string_view>
 
-namespace katc {
+namespace tools {
 
 // Appends the URL to `out` without user information and without the dots that may end a host; also without
 // the port unless keepsPort, because lists contain bare hosts. host:port, as in CONNECT, becomes the host.
@@ -14,6 +14,6 @@ namespace katc {
 // nothing if there is no host.
 void appendAskedUrl(std::string_view url, bool isEscaped, bool keepsPort, std::string* out);
 
-}  // namespace katc
+}  // namespace tools
 
 #endif
