@@ -171,7 +171,7 @@ done
 [[ ${#steps[@]} -gt 0 ]] || steps=("${all[@]}")
 
 scripts/packages.sh cmake ninja-build g++ g++-multilib googletest libcli11-dev libidn2-dev nlohmann-json3-dev libbenchmark-dev libcpp-httplib-dev prometheus-cpp-dev \
-    clang clang-tidy shellcheck squid curl busybox mandoc systemd
+    clang clang-tidy shellcheck squid curl busybox iproute2 mandoc systemd
 mkdir -p build
 failed=()
 notes=()

@@ -1,8 +1,8 @@
 #!/bin/sh
-# Passes on why katd gives up: to the system log and, when told, by mail. katd runs it as the program of
-# WRITE_SYSLOG, with the event as its one argument, and ends when it has ended.
-set -u
-# katd's own mask is 0 and is inherited.
+# Reports why katd gives up, to the system log and, if configured, by mail. katd runs it as the program of WRITE_SYSLOG
+# with the event as its only argument, waits for it (for at most 60 seconds), and ends.
+set -fu
+# The umask inherited from katd is 0.
 umask 077
 PATH=${PATH:-/usr/sbin:/usr/bin:/sbin:/bin}
 
@@ -10,7 +10,8 @@ usage() {
     cat << 'END'
 Usage: katd-syslog CheckDnsFail|CheckNetFail
 
-Writes to the system log, by logger(1) with the tag katd and the priority daemon.err, why katd ends:
+Writes the reason why katd ends to the system log, by logger(1), with tag katd and priority
+daemon.err:
 
   CheckDnsFail  the name of the classification service cannot be resolved
   CheckNetFail  the classification service does not answer
@@ -20,11 +21,11 @@ Writes to the system log, by logger(1) with the tag katd and the priority daemon
 
 Environment:
 
-  KATD_SYSLOG_MAIL    addresses that get the same sentence by mail, with blanks between
-  KATD_SYSLOG_MAILER  the mail command, called with "-s SUBJECT ADDRESS..." and the text on its
-                      standard input; without the variable: mail
+  KATD_SYSLOG_MAIL    addresses that get the same message by mail, separated by blanks
+  KATD_SYSLOG_MAILER  the mail command, called with "-s SUBJECT ADDRESS..." and the message on
+                      its standard input; default: mail
 
-Exit status: 0 passed on; 1 the log or the mail command failed; 2 bad usage.
+Exit status: 0 reported; 1 logger or the mail command failed; 2 bad usage.
 END
 }
 
@@ -46,29 +47,30 @@ the name and this machine's resolver"
 proxy and server_address in katd.ini"
         ;;
     1:*)
-        echo "katd-syslog: there is no event $1: give CheckDnsFail or CheckNetFail." >&2
+        echo "katd-syslog: unknown event $1: use CheckDnsFail or CheckNetFail" >&2
         exit 2
         ;;
     *)
-        echo "katd-syslog: one event is needed, CheckDnsFail or CheckNetFail; katd-syslog --help tells more." >&2
+        echo "katd-syslog: give one event, CheckDnsFail or CheckNetFail; see katd-syslog --help" >&2
         exit 2
         ;;
 esac
 
+# logger blocks while the system log's buffer is full. All limits together stay below the 60 seconds.
+to_log() { timeout -k 2 8 logger -t katd -p daemon.err -- "$1"; }
+
 status=0
-# Without a system log the sentence still reaches whoever keeps katd's standard error.
-if ! logger -t katd -p daemon.err -- "$text ($1)"; then
+if ! to_log "$text ($1)"; then
     echo "katd-syslog: logger failed; the message was: $text ($1)" >&2
     status=1
 fi
 
 if [ -n "${KATD_SYSLOG_MAIL:-}" ]; then
-    # katd waits for this program: a mail command that hangs must not keep it from being started anew.
     # shellcheck disable=SC2086 # a command with its arguments, and several addresses
     if ! printf '%s.\n\nHost: %s\nTime: %s\n' "$text" "$(uname -n)" "$(date)" |
-        timeout -k 5 60 ${KATD_SYSLOG_MAILER:-mail} -s "katd on $(uname -n): $1" $KATD_SYSLOG_MAIL; then
-        logger -t katd -p daemon.err -- "katd-syslog: the mail to $KATD_SYSLOG_MAIL was not sent" || true
-        echo "katd-syslog: the mail to $KATD_SYSLOG_MAIL was not sent: check KATD_SYSLOG_MAILER." >&2
+        timeout -k 5 30 ${KATD_SYSLOG_MAILER:-mail} -s "katd on $(uname -n): $1" $KATD_SYSLOG_MAIL; then
+        echo "katd-syslog: the mail to $KATD_SYSLOG_MAIL was not sent: check KATD_SYSLOG_MAILER" >&2
+        to_log "katd-syslog: the mail to $KATD_SYSLOG_MAIL was not sent"
         status=1
     fi
 fi

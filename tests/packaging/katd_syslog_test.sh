@@ -1,64 +1,42 @@
 #!/usr/bin/env bash
-# katd-syslog, with a logger and a mail command that write down how they were called.
-# Usage: katd_syslog_test.sh KATD_SYSLOG, as it is built
-set -uo pipefail
-
-katd_syslog=$1
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-failures=0
-fail() {
-    echo "katd_syslog_test: $*; calls were:" >&2
-    cat "$scratch/calls" >&2
-    failures=$((failures + 1))
+# katd-syslog, with commands that record how they are called. Usage: katd_syslog_test.sh KATD_SYSLOG
+# shellcheck source=scripts/lib.sh
+. "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
+make_scratch
+cd "$scratch" || exit 1
+# The variables $logger and $mailer are their exit statuses; mailer records its input too.
+# shellcheck disable=SC2016 # their scripts
+{
+    printf '#!/bin/sh\necho logger "$@" >> calls\nexit ${logger:-0}\n' > ./logger
+    printf '#!/bin/sh\n{ echo mailer "$@"; head -n 1; } >> calls\nexit ${mailer:-0}\n' > ./mailer
+    printf '#!/bin/sh\nprintf "%%s: " "$3" >> calls\nshift 3\nexec "$@"\n' > ./timeout
 }
+chmod +x logger mailer timeout
+PATH=$scratch:$PATH
 
-for tool in logger mailer; do
-    cat > "$scratch/$tool" << END
-#!/bin/sh
-echo "$tool" "\$@" >> "$scratch/calls"
-[ $tool = logger ] || cat >> "$scratch/calls"
-exit "\$(cat "$scratch/$tool.status" 2> /dev/null || echo 0)"
-END
-    chmod +x "$scratch/$tool"
-done
-export PATH=$scratch:$PATH
-
-# run STATUS WORD...
-run() {
-    local expected=$1 status=0
-    shift
-    : > "$scratch/calls"
-    "$katd_syslog" "$@" > "$scratch/output" 2>&1 || status=$?
-    [[ $status == "$expected" ]] || fail "katd-syslog $*: status $status instead of $expected"
-}
-called() { grep -qE -- "$1" "$scratch/calls" || fail "there is no call like: $1"; }
-
-run 0 CheckDnsFail
-called '^logger -t katd -p daemon.err -- .*cannot be resolved.*\(CheckDnsFail\)$'
-[[ $(grep -c . "$scratch/calls") == 1 ]] || fail "a mail without being told"
-
-export KATD_SYSLOG_MAIL="root ops@mail.example" KATD_SYSLOG_MAILER="mailer -q"
-run 0 CheckNetFail
-called '^logger -t katd -p daemon.err -- .*no answer.*\(CheckNetFail\)$'
-called "^mailer -q -s katd on .*: CheckNetFail root ops@mail.example\$"
-called '^katd ends: .*no answer'
-
-# The one that fails does not keep the other from being told.
-echo 1 > "$scratch/logger.status"
-run 1 CheckNetFail
-called '^mailer '
-grep -q 'katd ends: ' "$scratch/output" || fail "without a logger the sentence is lost"
-rm "$scratch/logger.status"
-echo 1 > "$scratch/mailer.status"
-run 1 CheckNetFail
-called '^logger .*mail to root ops@mail.example was not sent'
-
-for words in "" "Other" "-x" "CheckDnsFail CheckNetFail"; do
+# expect STATUS "EVENT..." CALL...: the calls, each with its time limit in front, or the message, as patterns.
+expect() {
+    local status=0 pattern
+    : > calls
     # shellcheck disable=SC2086 # words
-    run 2 $words
-    grep -q '^katd-syslog: .*CheckDnsFail' "$scratch/output" || fail "no sentence for bad usage: $words"
-    [[ ! -s $scratch/calls ]] || fail "bad usage is passed on"
+    "$program" $2 2> message || status=$?
+    [[ $status == "$1" ]] || problem "$2: status $status, not $1"
+    [[ $(wc -l < calls) == $(($# - 2)) ]] || problem "$2: calls $(cat calls)"
+    for pattern in "${@:3}"; do grep -qE "^$pattern" calls || problem "$2: no $pattern but $(cat calls)"; done
+}
+program=$1
+text='katd ends: .*no answer'
+log='8: logger -t katd -p daemon.err --'
+expect 0 CheckDnsFail "$log katd ends: .*cannot be resolved.*\(CheckDnsFail\)$"
+for arguments in "" Other -x "CheckDnsFail CheckNetFail"; do
+    expect 2 "$arguments"
+    grep -q '^katd-syslog: .*CheckDnsFail' message || problem "no message for bad usage: $arguments"
 done
-
-exit "$((failures != 0))"
+# An asterisk is not expanded, and a command that fails does not keep the other from being called.
+export KATD_SYSLOG_MAIL='root * ops@mail.example' KATD_SYSLOG_MAILER="mailer -q"
+mail='30: mailer -q -s katd on .*: CheckNetFail root \* ops@mail.example$'
+expect 0 CheckNetFail "$log $text.*\(CheckNetFail\)$" "$mail" "$text"
+logger=1 expect 1 CheckNetFail "$log $text" "$mail" "$text"
+grep -q "$text" message || problem "a message that logger refuses is lost"
+mailer=1 expect 1 CheckNetFail "$log $text" "$mail" "$text" "$log .*mail to root \* ops@mail.example was not sent"
+end_of_test

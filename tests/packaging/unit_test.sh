@@ -1,21 +1,19 @@
 #!/usr/bin/env bash
-# The systemd unit: no complaint, and no weaker than it was.
-# Usage: unit_test.sh UNIT KATD KATC KATD_SYSLOG, as they are built
-set -euo pipefail
+# The units: systemd has no complaint, and they are no weaker than they were.
+# Usage: unit_test.sh FOLDER KATD KATC KATD_SYSLOG KATD_UPDATE: the folder of the units, and the programs, as they are built
+# shellcheck source=scripts/lib.sh
+. "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
+make_scratch
 
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-# The programs are not installed where the unit looks for them.
-sed -E "s#[^ =-]*/sbin/katd-syslog#$4#; s#[^ =-]*/sbin/katd #$2 #; s#[^ =-]*/bin/katc #$3 #" "$1" > "$scratch/katd.service"
-
-complaints=$(systemd-analyze verify --man=no "$scratch/katd.service" 2>&1 | grep -F katd.service || true)
-if [[ -n $complaints ]]; then
-    echo "unit_test: systemd-analyze verify complains: $complaints" >&2
-    exit 1
-fi
-# Tenths of the exposure level, of 100.
-systemd-analyze security --offline=true --no-pager --threshold=15 "$scratch/katd.service" > "$scratch/report" || {
-    tail -n 1 "$scratch/report" >&2
-    exit 1
-}
-tail -n 1 "$scratch/report"
+# The programs are not installed where the units look for them.
+cp "$1"/*.service "$source_tree/systemd/katd-update.timer" "$scratch"
+for program in "${@:2}"; do sed -i -E "s#[^ =+-]*/s?bin/${program##*/}( |\$)#$program\1#" "$scratch"/*.service; done
+complaints=$(systemd-analyze verify --man=no "$scratch"/katd* 2>&1 | grep -F katd)
+[[ -z $complaints ]] || problem "systemd-analyze verify: $complaints"
+# In tenths of the exposure level.
+for limit in katd:15 katd-update:30; do
+    systemd-analyze security --offline=true --no-pager --threshold="${limit#*:}" "$scratch/${limit%:*}.service" |
+        tail -n 1
+    ((PIPESTATUS[0] == 0)) || problem "${limit%:*}.service has become weaker"
+done
+end_of_test
