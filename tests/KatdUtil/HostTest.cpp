@@ -34,7 +34,7 @@ TEST_F(Host, SleepGoesOnAfterSignals) {
     EXPECT_EQ(expected, 0);
 }
 
-TEST_F(Host, TimeAndNameAreChecked) {
+TEST_F(Host, ChecksTimeAndNameAndMakesFolders) {
     std::time_t now = std::time(nullptr);
     while (now % 60 > 55)
         now = std::time(nullptr);  // the minute must not end in between
@@ -42,8 +42,9 @@ TEST_F(Host, TimeAndNameAreChecked) {
     localtime_r(&now, &local);
     EXPECT_TRUE(Utils::checkTime(-1, local.tm_min));
     EXPECT_FALSE(Utils::checkTime((local.tm_hour + 1) % 24, local.tm_min));
-    // "%d" stands for 1.
-    EXPECT_TRUE(Utils::checkDNS("127.0.0.%d"));
+    EXPECT_TRUE(Utils::checkDNS("127.0.0.%d"));  // "%d" becomes 1
+    Utils::makeParentDir((dir / "a/b//c/").c_str());
+    EXPECT_TRUE(std::filesystem::exists(dir / "a/b/c"));
 }
 
 TEST_F(Host, SystemLogProgramGetsTheEventAsOneWordAndFreshSignals) {
@@ -52,8 +53,8 @@ TEST_F(Host, SystemLogProgramGetsTheEventAsOneWordAndFreshSignals) {
     sigset_t oldMask;
     pthread_sigmask(SIG_SETMASK, nullptr, &oldMask);
     katd_test::Ticks::blockInThisThread();
-    // Built-in words alone: a shell blocks signals while it starts a program.
-    katd_test::writeFile(program, "#!/bin/sh\nexec > " + result +
+    // No interpreter line. Built-in commands alone: a shell blocks signals while it starts a program.
+    katd_test::writeFile(program, "exec > " + result +
                                       "\nprintf '%s:%s\\n' $# \"$1\"\n"
                                       "while read -r line; do\ncase $line in SigBlk*|SigIgn*) echo "
                                       "\"$line\";; esac\ndone < /proc/$$/status\nexit 3\n");

@@ -1,3 +1,5 @@
+#include <fcntl.h>
+
 #include "KatdUtil/IniUtils.h"
 #include "support/CapturedMessages.h"
 #include "support/TempDir.h"
@@ -10,7 +12,7 @@ using Texts = std::vector<std::string>;
 
 class IniFile : public testing::Test {
 protected:
-    // The value of a key, or "-" when there is none.
+    // The value of a key, or "-" if there is none.
     std::string query(const std::string& text, const char* section, const char* key, int size = 256) const {
         writeFile(path, text);
         IniUtils ini(path.c_str(), "r");
@@ -27,14 +29,12 @@ protected:
 
 TEST_F(IniFile, FindsTheValueOfAKeyInItsSection) {
     for (const std::string text :
-         {"[s]\nk=v", "[s]\n\t k \t= \t v \t\n", " \t[ \ts ] rest\nk=v\n", "[s]\r\nk = v\r\n",
+         {"[s]\n\t k \t= \t v \t\n", " \t[ \ts ] rest\nk=v\n", "[s]\r\nk = v\r\n",
           "k=0\n[ss]\nk=1\n[S]\nk=2\n[s\nk=3\n[s]\nk=v\n", "[s]\nkk=1\nk2=2\nk x=3\n=4\nk =v\nk=w\n",
           "[s]\n#k=1\n ;k=2\n\n \t\nk=v\n", "[s]\nk=v ; c # d\n", "[s]\nk=v#c;d\n"})
         EXPECT_EQ(query(text, "s", "k"), "v") << text;
-    for (const char* text : {"[s]\nK=v\n", "[s]\nx=1\n [t]\n[s]\nk=v\n", "[s]\n#k=v\n", "[t]\nk=v\n"})
+    for (const char* text : {"[s]\nK=v\n", "[s]\nx=1\n [t]\n[s]\nk=v\n"})
         EXPECT_EQ(query(text, "s", "k"), "-") << text;
-    EXPECT_EQ(query("[s]\nk= a = b\n", "s", "k"), "a = b");
-    EXPECT_EQ(query("[s]\nk= \t\n", "s", "k"), "");
     // A line of 255 characters is whole; what follows them is judged as a line of its own.
     EXPECT_EQ(query("[s]\nk=" + std::string(252, 'v') + "\n", "s", "k"), std::string(252, 'v'));
     EXPECT_EQ(query("[s]\nx=" + std::string(253, 'x') + "k=v\n", "s", "k"), "v");
@@ -60,46 +60,35 @@ TEST_F(IniFile, RefusesBadArgumentsAndMissingFiles) {
                      "ERR fail to open ini file [" + missing + "]"}));
 }
 
+// The corpus of the ini fuzzer has more of these.
 TEST_F(IniFile, ChangesOnlyTheKeyInQuestion) {
     const std::string bytes("\0\x01\xFF", 3);
-    struct Case {
-        std::string before;
-        const char* value;
-        std::string after;
-    };
-    const Case cases[] = {
-        // An old line, in the place of which the new one stands; blanks at the end of what got shorter.
-        {"[s]\nk=1\nx=2\n", "newvalue", "[s]\nk = newvalue\t;c\nx=2\n"},
-        {"[r]\nk=0\n[s]\n #k\n k = 1 ; old\r\nk=2\n[t]\nk=3", "9",
-         "[r]\nk=0\n[s]\n #k\nk = 9\t;c\nk=2\n[t]\nk=3     "},
-        {"[s]\nk=1", nullptr, "[s]\nk = \t;c\n"},
-        {"[s]\n;" + bytes + "\nk=1\n" + bytes, "v", "[s]\n;" + bytes + "\nk = v\t;c\n" + bytes},
-        // A new line at the section's end.
-        {"[s]\nx=2\n\n# end\n [t]\nk=3\n", "v", "[s]\nx=2\n\n# end\nk = v\t;c\n [t]\nk=3\n"},
-        {"[s]\nx=2\n", "v", "[s]\nx=2\nk = v\t;c\n"},
-        {"[s]\nx=2", "v", "[s]\nx=2\nk = v\t;c\n"},
-        // A new section.
-        {"[t]\nk=1", "v", "[t]\nk=1\n\n[s]\t\t\t#Added by program\nk=v\t\t#c\n"},
-        {"", nullptr, "\n\n[s]\t\t\t#Added by program\nk=\t\t#c\n"}};
-    for (const Case& c : cases) {
-        writeFile(path, c.before);
-        EXPECT_EQ(IniUtils(path.c_str()).ModifyConfValue("s", "k", c.value, "c"), 0);
-        EXPECT_EQ(readFile(path), c.after) << c.before;
+    const std::pair<std::string, std::string> cases[] = {
+        {"[r]\nk=0\n[s]\n #k\n k = 1 ; old\r\nk=2\n[t]\nk=3",
+         "[r]\nk=0\n[s]\n #k\nk = v\t;c\nk=2\n[t]\nk=3     "},
+        {"[s]\n;" + bytes + "\nx=2\n\n [t]\nk=3\n", "[s]\n;" + bytes + "\nx=2\n\nk = v\t;c\n [t]\nk=3\n"},
+        {"[s]\nx=2", "[s]\nx=2\nk = v\t;c\n"},
+        {"[t]\nk=1", "[t]\nk=1\n\n[s]\t\t\t#Added by program\nk=v\t\t#c\n"}};
+    for (const auto& [before, after] : cases) {
+        writeFile(path, before);
+        EXPECT_EQ(IniUtils(path.c_str()).ModifyConfValue("s", "k", "v", "c"), 0);
+        EXPECT_EQ(readFile(path), after) << before;
     }
-    EXPECT_EQ(messages.texts(), Texts(2, "DBG Can not find section [s]"));
+    EXPECT_EQ(messages.texts(), Texts{"DBG Can not find section [s]"});
 }
 
-TEST_F(IniFile, ReadsWhatItHasWritten) {
-    writeFile(path, "[t]\nlong = " + std::string(1000, 'x') + "\n[s]\nk=a rather long value\n");
-    IniUtils ini(path.c_str());
-    char value[257] = "";
-    for (const char* text : {"b", "longer than ever before", "", "c"}) {
-        for (const char* section : {"s", "u"}) {
-            EXPECT_EQ(ini.ModifyConfValue(section, "k", text, "a note"), 0);
-            EXPECT_EQ(ini.QueryConfValue(section, "k", value, 256), 0);
-            EXPECT_STREQ(value, text);
-        }
+TEST_F(IniFile, StaysAsItIsWhenItCannotBeRead) {
+    writeFile(path, "[s]\nk=1\n");
+    {
+        const int writable = open(path.c_str(), O_WRONLY);
+        const int next = dup(writable);
+        close(next);
+        IniUtils ini(path.c_str());
+        ASSERT_EQ(dup2(writable, next), next);  // the descriptor of its stream
+        EXPECT_EQ(ini.ModifyConfValue("s", "k", "v", "c"), -1);
+        close(writable);
     }
+    EXPECT_EQ(readFile(path), "[s]\nk=1\n");
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include "support/TempDir.h"
 #include "util/Log.h"
@@ -7,13 +8,6 @@ using namespace QOR_SPACE;
 using namespace katd_test;
 
 namespace {
-
-class OpenFileLog : public FileLog {
-public:
-    using FileLog::fd;
-    using FileLog::FileLog;
-    using FileLog::stream;
-};
 
 // Each line without "DATE TIME<tab>".
 std::string withoutDates(const std::string& lines) {
@@ -53,31 +47,34 @@ TEST(FileLog, WritesDatedLines) {
 
 TEST(FileLog, FollowsItsPath) {
     TempDir folder;
-    const std::string path = folder / "f.log", moved = folder / "moved", missing = folder / "missing/f.log";
-    OpenFileLog log(path.c_str());
-    OutputStream* const stream = log.stream;
-    EXPECT_TRUE(log.setPath(path.c_str()));
-    EXPECT_EQ(stream, log.stream);  // unchanged: kept open
+    const std::string path = folder / "f.log", moved = folder / "moved", fifo = folder / "fifo";
+    const int lowest = dup(0);
+    close(lowest);
+    FileLog log(path.c_str());
     log.write("one");
-    std::filesystem::rename(path, moved);
     EXPECT_TRUE(log.setPath(path.c_str()));
+    std::filesystem::rename(path, moved);
     log.write("two");
-    EXPECT_EQ("one\n", withoutDates(readFile(moved)));
-    EXPECT_EQ("two\n", withoutDates(readFile(path)));
+    EXPECT_TRUE(log.setPath(path.c_str()));
+    log.write("lost");
     log.clear();
     log.write("three");
+    EXPECT_EQ("one\ntwo\n", withoutDates(readFile(moved)));
 
-    const int fd = log.fd;
-    EXPECT_FALSE(log.setPath(""));
-    EXPECT_EQ(-1, fcntl(fd, F_GETFD));  // its own file is closed
+    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
     testing::internal::CaptureStderr();
+    EXPECT_FALSE(log.setPath(""));
     log.write("error output");
-    EXPECT_FALSE(log.setPath(missing.c_str()));
+    for (const bool hasReader : {false, true}) {
+        const int reader = hasReader ? open(fifo.c_str(), O_RDONLY | O_NONBLOCK) : -1;
+        EXPECT_FALSE(log.setPath(fifo.c_str()));
+        close(reader);
+    }
     log.write("error output again");
     EXPECT_EQ("error output\nerror output again\n", withoutDates(testing::internal::GetCapturedStderr()));
-    std::filesystem::create_directory(folder / "missing");
-    EXPECT_TRUE(log.setPath(missing.c_str()));
-    log.write("four");
+    EXPECT_TRUE(log.setPath("/dev/null"));
+    EXPECT_TRUE(log.setPath(moved.c_str()));
     EXPECT_EQ("three\n", withoutDates(readFile(path)));
-    EXPECT_EQ("four\n", withoutDates(readFile(missing)));
+    log.close();
+    EXPECT_EQ(-1, fcntl(lowest, F_GETFD));  // no file is left open
 }

@@ -1,9 +1,11 @@
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <functional>
-#include <map>
+#include <set>
 #include <thread>
 
 #include "Exception.h"
@@ -30,12 +32,14 @@ public:
     static bool isFree(Mutex& mutex) QOR_NO_THREAD_SAFETY_ANALYSIS {
         return mutex.trylock() == 0 && mutex.unlock() == 0;
     }
-    bool isFree() { return isFree(writeMutex) && isFree(rotateMutex); }
+    std::string held() {
+        return std::string(isFree(writeMutex) ? "" : "write") + (isFree(rotateMutex) ? "" : "rotate");
+    }
 
     std::function<void()> atSetPath = [] {}, atShift = [] {};
 };
 
-// The log file's name is unique, since its lock files lie in /tmp for all.
+// The log file's name is unique: its lock files are in /tmp.
 class RotationTest : public testing::Test {
 protected:
     ~RotationTest() override {
@@ -53,6 +57,13 @@ protected:
                 found += std::to_string(number) + ":" + readFile(numbered(number)) + " ";
         }
         return found;
+    }
+    // Asks for a lock that conflicts even with a record lock of this process. Closing the descriptor releases
+    // that.
+    static bool isLocked(int fd) {
+        struct flock lock {};
+        lock.l_type = F_WRLCK;
+        return fcntl(fd, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
     }
 
     TempDir folder;
@@ -77,7 +88,6 @@ TEST_F(RotationTest, StartsANewFileBeyondTheThreshold) {
     EXPECT_EQ(1124, File(path).length());
     log.write(line);
     EXPECT_EQ(1124, File(numbered(1)).length());
-    EXPECT_EQ(1100, File(numbered(2)).length());
 }
 
 TEST_F(RotationTest, ShiftsTheUnbrokenRunWithinTheLimit) {
@@ -87,8 +97,8 @@ TEST_F(RotationTest, ShiftsTheUnbrokenRunWithinTheLimit) {
     } cases[] = {{4, "", "1:live "},
                  {4, "13", "1:live 2:1 3:3 "},             // the gap is filled
                  {4, "12345", "1:live 2:1 3:2 4:3 5:5 "},  // 4 went, 5 is beyond
-                 {1, "1", "1:live "},
-                 {4, "01", "1:live 2:0 3:1 "}};  // left by a rotation that was cut short
+                 {4, "01", "1:live 2:0 3:1 "},             // left by a rotation that was cut short
+                 {1, "1", "1:live "}};
     for (const auto& c : cases) {
         Log::setExtensionLimits(c.limit);
         for (const char number : c.before)
@@ -101,119 +111,165 @@ TEST_F(RotationTest, ShiftsTheUnbrokenRunWithinTheLimit) {
         log.clear();
         EXPECT_EQ("", rotated());
     }
-}
-
-TEST_F(RotationTest, LosesNothingWhenTheLastFileCannotBeRemoved) {
-    Log::setExtensionLimits(2);
-    ASSERT_TRUE(File(numbered(2) + "/inside").mkdirs());
-    OpenRotationLog log(path);
-    for (const char* text : {"first", "second", "third"}) {
-        log.write(text);
-        log.reqRotation();
-    }
-    EXPECT_EQ(-1, log.reqRotation());
-    EXPECT_NE(std::string::npos, readFile(numbered(1)).find("first"));
-    EXPECT_NE(std::string::npos, readFile(numbered(0)).find("second"));
-    EXPECT_NE(std::string::npos, readFile(path).find("third"));
+    ASSERT_TRUE(File(numbered(1) + "/inside").mkdirs());  // cannot be removed
+    writeFile(path, "live");
+    EXPECT_EQ(-1, OpenRotationLog(path).reqRotation());
+    EXPECT_EQ("live", readFile(numbered(0)));
 }
 
 TEST_F(RotationTest, DeletesBySizeAndClears) {
     OpenRotationLog log(path);
-    for (const int number : {1, 2, 3, 4, 5, 7})
-        writeFile(numbered(number), "x");
-    writeFile(folder / "other", "x");
+    for (const std::string& file : {numbered(1), numbered(2), numbered(3), numbered(5), folder / "other"})
+        writeFile(file, "x");
     Log::setRotationSize(1024);
-    log.deleteBySize(3072);
-    EXPECT_EQ("1:x 2:x 3:x 7:x ", rotated());
+    log.deleteBySize(1024);
+    EXPECT_EQ("1:x 5:x ", rotated());
     log.clear();
-    std::vector<std::string> left;
-    File(folder.path()).list(left);
-    EXPECT_EQ(std::vector<std::string>{"other"}, left);
+    EXPECT_EQ("", rotated());
+    EXPECT_TRUE(File(folder / "other").exists());
 }
 
-TEST_F(RotationTest, SharesLockFilesButFollowsNoLink) {
-    const std::string victim = folder / "victim", absent = folder / "absent";
+TEST_F(RotationTest, SharesLockFilesButNoFileThatIsLinkedThere) {
+    using std::filesystem::perms;
+    const std::string victim = folder / "victim";
     writeFile(victim, "secret");
-    const auto modeOf = [](const std::string& file) { return std::filesystem::status(file).permissions(); };
-    const auto before = modeOf(victim);
+    std::filesystem::permissions(victim, perms::owner_read);
     std::filesystem::create_symlink(victim, lockFiles[0]);
-    std::filesystem::create_symlink(absent, lockFiles[1]);
+    std::filesystem::create_hard_link(victim, lockFiles[1]);
     const mode_t mask = umask(077);
     OpenRotationLog log(path);
-    EXPECT_EQ(before, modeOf(victim));
-    EXPECT_FALSE(File(absent).exists());
-    for (const char* text : {"creates them", "and once more when they were removed"}) {
+    EXPECT_EQ(perms::owner_read, std::filesystem::status(victim).permissions());
+    for (const char* text : {"creates them", "and again after their removal"}) {
         for (const std::string& file : lockFiles)
             unlink(file.c_str());
         log.write(text);
         for (const std::string& file : lockFiles)
-            EXPECT_EQ(0666, static_cast<int>(modeOf(file)));
+            EXPECT_EQ(0666, static_cast<int>(std::filesystem::status(file).permissions()));
     }
     umask(mask);
 }
 
-TEST_F(RotationTest, KeepsEveryRecordOfThreadsAndProcesses) {
-    constexpr int processes = 3, records = 150;  // of each of a process's two threads
+TEST_F(RotationTest, KeepsEveryRecordOfSeveralProcesses) {
+    constexpr int processes = 3, records = 300;  // of each process
     Log::setRotationSize(1);
     Log::setExtensionLimits(1000);
-    const auto write = [this](int process) {
-        OpenRotationLog log(path);
-        const auto writeMany = [&log](int first) {
-            for (int number = first; number < first + records; ++number)
-                log.write(std::string(static_cast<std::size_t>(number % 90), '=') + '\t' +
-                          std::to_string(number));
+    for (const bool shareLockFiles : {true, false}) {
+        const auto write = [&](int process) {
+            for (const std::string& file : lockFiles)
+                if (!shareLockFiles) unlink(file.c_str());
+            OpenRotationLog log(path);
+            for (int i = 0; i < records; ++i)
+                log.write(std::string(i % 90, '=') + '\t' + std::to_string(process * records + i));
         };
-        std::thread other(writeMany, 2 * process * records);
-        writeMany((2 * process + 1) * records);
-        other.join();
-    };
-    for (int process = 1; process < processes; ++process) {
-        if (fork() == 0) {
-            write(process);
-            _exit(0);
+        for (int process = 1; process < processes; ++process) {
+            if (fork() == 0) {
+                write(process);
+                _exit(0);
+            }
         }
+        write(0);
+        for (int status = -1; wait(&status) > 0;)
+            EXPECT_EQ(0, status);
+        std::multiset<std::string> found;
+        for (int file = -1; file <= 1000; ++file) {
+            std::ifstream in(file < 0 ? path : numbered(file));
+            for (std::string line; std::getline(in, line);)
+                found.insert(line.substr(line.rfind('\t') + 1));
+        }
+        EXPECT_TRUE(File(numbered(10)).exists());  // it did rotate
+        EXPECT_EQ(1u * processes * records, found.size()) << shareLockFiles;
+        EXPECT_EQ(found.size(), std::set<std::string>(found.begin(), found.end()).size());
+        OpenRotationLog(path).clear();
     }
-    write(0);
-    for (int status = -1; wait(&status) > 0;)
-        EXPECT_EQ(0, status);
+}
 
-    std::map<std::string, int> found;
-    for (int file = -1; file <= 1000; ++file) {
-        std::ifstream in(file < 0 ? path : numbered(file));
-        for (std::string line; std::getline(in, line);)
-            ++found[line.substr(line.rfind('\t') + 1)];
+TEST_F(RotationTest, HoldsOnePairAtATimeUntilItsLastThreadIsOut) {
+    OpenRotationLog log(path);
+    const int writeLock = open(lockFiles[0].c_str(), O_RDWR), rotateLock = open(lockFiles[1].c_str(), O_RDWR);
+    std::thread other;
+    log.atSetPath = [&] {
+        EXPECT_TRUE(log.held() == "write" && isLocked(writeLock));
+        if (other.joinable()) return;
+        other = std::thread([&] { log.write("text"); });
+        usleep(20000);  // it probably waits for this thread by now
+    };
+    log.write("text");
+    other.join();
+    EXPECT_FALSE(isLocked(writeLock));
+    log.atSetPath = [] {};
+    log.atShift = [&] {
+        EXPECT_TRUE(log.held() == "rotate" && isLocked(rotateLock) && !isLocked(writeLock));
+    };
+    EXPECT_EQ(0, log.reqRotation());
+    close(writeLock);
+    close(rotateLock);
+}
+
+// This process holds one lock and waits for the other, a second process does so the other way round.
+TEST_F(RotationTest, WaitsOnWhenTheKernelSeesADeadlock) {
+    OpenRotationLog log(path);
+    FileLock rotateLock(lockFiles[1], true);
+    ASSERT_EQ(0, rotateLock.lock());
+    const pid_t child = fork();
+    if (child == 0) {
+        FileLock first(lockFiles[0], true), second(lockFiles[1], true);
+        first.lock();
+        writeFile(folder / "ready", "");
+        while (second.lock() != 0)
+            usleep(1000);
+        FileOutputStream(path.c_str(), 1).write("child\n");
+        _exit(0);
     }
-    EXPECT_TRUE(File(numbered(10)).exists());  // it did rotate
-    EXPECT_EQ(2u * processes * records, found.size());
-    for (const auto& [record, times] : found)
-        EXPECT_EQ(1, times) << record;
+    while (!File(folder / "ready").exists())
+        usleep(1000);
+    usleep(20000);  // the child probably waits by now
+    std::thread releasing([&] {
+        usleep(50000);
+        rotateLock.unlock();
+    });
+    log.write("parent");
+    releasing.join();
+    EXPECT_EQ(child, waitpid(child, nullptr, 0));
+    EXPECT_EQ("child\n", readFile(path).substr(0, 6));
 }
 
 TEST_F(RotationTest, ReleasesItsLocksWhateverFails) {
     Log::setRotationSize(1);
     for (const int failure : {0, 1, 2, 3}) {
-        const bool inShift = failure / 2 == 1, memory = failure % 2 == 1;
+        const bool memory = failure % 2 == 1;
         OpenRotationLog log(path);
-        (inShift ? log.atShift : log.atSetPath) = [memory] {
+        (failure / 2 == 1 ? log.atShift : log.atSetPath) = [memory] {
             if (memory) throw std::bad_alloc();
             throw IOException("broken");
         };
         writeFile(path, std::string(2000, 'x'));
         testing::internal::CaptureStderr();
-        if (memory) {
-            EXPECT_THROW(log.write("text"), std::bad_alloc);
-        } else {
-            EXPECT_NO_THROW(log.write("text"));
+        try {
+            log.write("text");
+        } catch (const std::bad_alloc&) {
+            EXPECT_TRUE(memory);
         }
         EXPECT_EQ(memory, testing::internal::GetCapturedStderr().find("broken\n") != 0);
-        EXPECT_TRUE(log.isFree()) << failure;
+        EXPECT_EQ("", log.held()) << failure;
         std::filesystem::remove(numbered(0));
     }
-    std::filesystem::remove(path);
-    std::filesystem::create_symlink("/dev/full", path);
-    OpenRotationLog full(path);
-    testing::internal::CaptureStderr();
-    full.write("text");
-    EXPECT_EQ("No space left on device\n", testing::internal::GetCapturedStderr());
-    EXPECT_TRUE(full.isFree());
+}
+
+TEST_F(RotationTest, RecordAfterAFailedWriteStartsItsOwnLine) {
+    OpenRotationLog log(path);
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+    for (const rlim_t room : {0, 10}) {  // nothing is written, then a date
+        writeFile(path, std::string(500, 'x') + "\n");
+        const rlimit small{501 + room, before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &small);
+        testing::internal::CaptureStderr();
+        log.write("lost");
+        setrlimit(RLIMIT_FSIZE, &before);
+        EXPECT_EQ("File too large\n", testing::internal::GetCapturedStderr());
+        log.write("whole");
+        EXPECT_EQ("\twhole\n", readFile(path).substr(501 + (room == 0 ? 0 : room + 1) + 19));
+    }
+    std::signal(SIGXFSZ, oldHandler);
 }
