@@ -1,10 +1,10 @@
-#ifndef KATD_KATDUTIL_DETACHEDTHREAD_H
-#define KATD_KATDUTIL_DETACHEDTHREAD_H
+#ifndef KATD_DETACHEDTHREAD_H
+#define KATD_DETACHEDTHREAD_H
 
 namespace KATD_SPACE {
 
-// Starts body(argument) in a thread that nobody joins. stackSize 0: the system's default. Returns 0 or the
-// error number of pthread_create(3); errno is left as that call left it.
+// Runs body(argument) in a detached thread with a stack of stackSize bytes; 0 selects the system's default.
+// Returns 0 or the error number of pthread_create(3), which leaves errno as that call set it.
 int startDetachedThread(void* (*body)(void*), void* argument, unsigned stackSize = 0);
 
 }  // namespace KATD_SPACE

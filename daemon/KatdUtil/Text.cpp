@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -13,33 +12,32 @@ namespace KATD_SPACE {
 namespace {
 
 constexpr const char* logModule = "KatdUtil";
-constexpr const char* blanks = " \t\r\n";
 
-// The byte of two hexadecimal digits.
-unsigned char hexByte(char high, char low) {
-    return static_cast<unsigned char>(Utils::hex2uc(high) * 16 + Utils::hex2uc(low));
-}
-
-// Moves the text at `from`, which lies in s, to the start of s.
+// Moves the string `from`, a part of s, to the start of s.
 void moveToStart(char* s, const char* from) {
     if (from != s) std::memmove(s, from, std::strlen(from) + 1);
 }
 
-char* changeCase(char* s, int (*change)(int)) {
+char* changeEach(char* s, char (*change)(char)) {
     if (s == nullptr) return s;
     for (char* c = s; *c != '\0'; ++c)
-        *c = static_cast<char>(change(static_cast<unsigned char>(*c)));
+        *c = change(*c);
     return s;
 }
 
 }  // namespace
 
 const char* Utils::FirstChar(const char* s) {
-    return s == nullptr ? nullptr : s + std::strspn(s, blanks);
+    if (s == nullptr) return s;
+    while (isBlank(*s))
+        ++s;
+    return s;
 }
 
 bool Utils::isDigit(const char* s) {
-    return s[std::strspn(s, "0123456789")] == '\0';
+    while (isDecimalDigit(*s))
+        ++s;
+    return *s == '\0';
 }
 
 char* Utils::ltrim(char* s) {
@@ -60,17 +58,15 @@ char* Utils::trim(char* s) {
 }
 
 char* Utils::toLower(char* s) {
-    return changeCase(s, std::tolower);
+    return changeEach(s, lower);
 }
 
 char* Utils::toUpper(char* s) {
-    return changeCase(s, std::toupper);
+    return changeEach(s, upper);
 }
 
 unsigned char Utils::hex2uc(char c) {
-    if (!isHexDigit(c)) return 0;
-    if (c >= '0' && c <= '9') return static_cast<unsigned char>(c - '0');
-    return static_cast<unsigned char>(std::tolower(static_cast<unsigned char>(c)) - 'a' + 10);
+    return static_cast<unsigned char>(hexValue(c));
 }
 
 bool Utils::hex2ui(const char* s, unsigned* value) {
@@ -78,7 +74,7 @@ bool Utils::hex2ui(const char* s, unsigned* value) {
     *value = 0;
     for (int i = 0; i < 8; i += 2) {
         if (!isHexDigit(s[i]) || !isHexDigit(s[i + 1])) return false;
-        *value = *value * 256 + hexByte(s[i], s[i + 1]);
+        *value = *value * 256 + hexValue(s[i]) * 16 + hexValue(s[i + 1]);
     }
     return true;
 }
@@ -101,7 +97,7 @@ char* Utils::hex2str(const char* s) {
             delete[] text;
             return nullptr;
         }
-        text[i / 2] = static_cast<char>(hexByte(s[i], s[i + 1]));
+        text[i / 2] = hexByte(s[i], s[i + 1]);
     }
     text[length / 2] = '\0';
     return text;
@@ -111,8 +107,8 @@ char* Utils::decodeHexString(char* s) {
     const char* read = s;
     char* write = s;
     while (*read != '\0') {
-        if (read[0] == '%' && isHexDigit(read[1]) && isHexDigit(read[2])) {
-            *write++ = static_cast<char>(hexByte(read[1], read[2]));
+        if (isEscape(read)) {
+            *write++ = hexByte(read[1], read[2]);
             read += 3;
         } else {
             *write++ = *read++;
@@ -124,7 +120,7 @@ char* Utils::decodeHexString(char* s) {
 
 char* Utils::removePTP(char* s) {
     if (s == nullptr) return s;
-    for (const char* scheme : {"http://", "https://", "ftp://"}) {
+    for (const char* scheme : schemes) {
         const std::size_t length = std::strlen(scheme);
         if (std::strncmp(s, scheme, length) == 0) {
             moveToStart(s, s + length);

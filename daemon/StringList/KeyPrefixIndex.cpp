@@ -1,4 +1,4 @@
-#include "StringList/SearchHeads.h"
+#include "StringList/KeyPrefixIndex.h"
 
 #include <sys/mman.h>
 
@@ -12,28 +12,28 @@ namespace KATD_SPACE {
 
 namespace {
 
-// At most one item in 3 has a head: further down, the entries and texts of a search lie together anyway,
-// and the memory would double with each level.
+// At most one item in 3 is in the index: on lower levels the entries and items of a search are close together
+// anyway, and each level would double the memory.
 constexpr std::int32_t itemsPerHead = 3;
 
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the heads are built for x86");
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the heads are read as little-endian words");
 
-// Bytes. The heap would keep what is freed of the heads of large lists, in the arena of the thread that
-// loaded them: 18 MB and more after reloads of 10,000,000 items.
-constexpr std::size_t ownMapping = 1 << 20;
+// Blocks of at least this many bytes are mapped. The heap would keep the freed memory in the arena of the
+// thread that loaded the list: 18 MB and more after reloads of 10,000,000 items.
+constexpr std::size_t mappingThreshold = 1 << 20;
 
 constexpr unsigned headBytes = sizeof(std::uint32_t);
 constexpr std::ptrdiff_t wordBytes = sizeof(std::uint64_t);
 
-// Four bytes as a number that orders as the list does: signed bytes, and nothing below the end of the text,
-// which counts as the lowest. Texts that look alike for that are compared themselves. `bytes` is big-endian,
-// its first `used` count.
+// Four bytes as a number in the order of the list: signed bytes, with the lowest value for the end of the
+// string and beyond. (Items with equal heads are compared in full.) `bytes` is big-endian, and its first
+// `used` bytes count.
 std::uint32_t ordered(std::uint32_t bytes, unsigned used) {
     const std::uint32_t order = bytes ^ 0x80808080;
     return used >= headBytes ? order : static_cast<std::uint32_t>(order & ~(0xFFFFFFFFULL >> (8 * used)));
 }
 
-// The head of what is left of a text, `left` bytes and a zero byte.
+// The head of a string of `left` bytes and a NUL.
 inline std::uint32_t headOf(const char* text, std::size_t left) {
     std::uint32_t bytes = 0;
     if (left >= headBytes) {
@@ -45,19 +45,19 @@ inline std::uint32_t headOf(const char* text, std::size_t left) {
     return ordered(bytes, static_cast<unsigned>(left));
 }
 
-// The same for a text of unknown length, of which four bytes may be read in any case.
+// The same for a string of unknown length of which at least four bytes are readable.
 inline std::uint32_t headOfReadable(const char* text) {
     std::uint32_t bytes = 0;
     std::memcpy(&bytes, text, headBytes);
-    const std::uint32_t zeros = (bytes - 0x01010101) & ~bytes & 0x80808080;  // the lowest bit is right
+    const std::uint32_t zeros = (bytes - 0x01010101) & ~bytes & 0x80808080;  // exact in its lowest bit
     return ordered(__builtin_bswap32(bytes),
                    zeros == 0 ? headBytes : static_cast<unsigned>(__builtin_ctz(zeros)) / 8);
 }
 
-// Whether the text of head `item` ends where the larger `key` goes on: at their first difference.
-inline bool endsWithin(std::uint32_t key, std::uint32_t item) {
-    const int same = __builtin_clz(key ^ item) / 8 * 8;
-    return (item << same) >> 24 == 0;
+// True if the item may end inside its head, so that it may be a prefix of the larger key: beyond its end all
+// bits are zero. (Bytes of 0x80 look the same; then the comparison decides.)
+inline bool mayEndWithin(std::uint32_t key, std::uint32_t item) {
+    return item << __builtin_clz(key ^ item) == 0;
 }
 
 std::uint64_t wordAt(const char* text) {
@@ -66,7 +66,7 @@ std::uint64_t wordAt(const char* text) {
     return word;
 }
 
-// How many bytes two texts have in common at their start, up to `limit`.
+// Length of the common prefix of two strings, at most `limit`.
 std::size_t commonStart(const char* a, const char* b, std::size_t limit) {
     std::size_t length = 0;
     while (length < limit && a[length] != '\0' && a[length] == b[length])
@@ -74,8 +74,8 @@ std::size_t commonStart(const char* a, const char* b, std::size_t limit) {
     return length;
 }
 
-// The same for a text of at least `limit` bytes and each of several texts, for which words of eight bytes may
-// be read from below the limit.
+// The same for a string of at least `limit` bytes and several others, where words of eight bytes that start
+// below the limit are readable.
 std::size_t commonStart(const char* a, const char* const* others, unsigned count, std::size_t limit) {
     for (std::size_t at = 0; at < limit; at += wordBytes) {
         std::uint64_t differences = 0;
@@ -93,7 +93,7 @@ const char* textOf(const StringList& list, std::int32_t index) {
 
 }  // namespace
 
-void SearchHeads::build(const StringList& list) {
+void KeyPrefixIndex::build(const StringList& list) {
     drop();
     unsigned levels = 0;
     while ((list.count / itemsPerHead) >> (levels + 1) != 0)
@@ -110,14 +110,14 @@ void SearchHeads::build(const StringList& list) {
     fill(list, {0, list.count}, 0, blocks.get(), 0);
 }
 
-SearchHeads::Blocks SearchHeads::allocate(std::size_t count) {
+KeyPrefixIndex::Blocks KeyPrefixIndex::allocate(std::size_t count) {
     const std::size_t size = count * sizeof(Block);
-    if (size < ownMapping) return Blocks(new (std::nothrow) Block[count]);
+    if (size < mappingThreshold) return Blocks(new (std::nothrow) Block[count]);
     void* const mapping = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     return mapping == MAP_FAILED ? Blocks() : Blocks(static_cast<Block*>(mapping), Release(size));
 }
 
-void SearchHeads::Release::operator()(Block* first) const {
+void KeyPrefixIndex::Release::operator()(Block* first) const {
     if (mapped == 0) {
         delete[] first;
     } else {
@@ -125,18 +125,18 @@ void SearchHeads::Release::operator()(Block* first) const {
     }
 }
 
-void SearchHeads::drop() {
+void KeyPrefixIndex::drop() {
     blocks.reset();
     rows = 0;
 }
 
-std::size_t SearchHeads::blocksIn(unsigned row) const {
+std::size_t KeyPrefixIndex::blocksIn(unsigned row) const {
     return row == 0 ? 1 : std::size_t{1} << (rootLevels + (row - 1) * levelsInBlock);
 }
 
-// Fills the block at a position of a row, and those below it, for the range that a search has left there.
-void SearchHeads::fill(const StringList& list, Range range, unsigned row, Block* rowStart,
-                       std::size_t position) {
+// Fills a block and those below it for the range of items to which a search is narrowed there.
+void KeyPrefixIndex::fill(const StringList& list, Range range, unsigned row, Block* rowStart,
+                          std::size_t position) {
     const unsigned levels = row == 0 ? rootLevels : levelsInBlock;
     Block& block = rowStart[position];
     Range ranges[2U << levelsInBlock];
@@ -150,14 +150,14 @@ void SearchHeads::fill(const StringList& list, Range range, unsigned row, Block*
         ranges[std::size_t{2} * node] = {all.low, left};
         ranges[std::size_t{2} * node + 1] = {all.low + left + 1, all.size - 1 - left};
     }
-    // A search gets here with a key between the items on either side of the range: it begins as both do. So
-    // do the items of a list that is in order.
+    // Keys that get here lie between the items on either side of the range and share their common prefix. So
+    // do the items of a sorted list.
     std::size_t skip = 0;
     const char* below = range.low > 0 ? textOf(list, range.low - 1) : "";
     const char* above = range.low + range.size < list.count ? textOf(list, range.low + range.size) : nullptr;
     if (above != nullptr) skip = commonStart(below, above, UINT16_MAX);
-    // Beyond the items lie the skipped bytes of the one above: words of eight can be read, which takes 6 %
-    // off the load of a million items.
+    // The item above follows in the buffer, so words of eight bytes are readable: a load of a million items
+    // is 6 % faster.
     if (above != nullptr && above - textOf(list, range.low + range.size - 1) >= wordBytes) {
         skip = commonStart(below, texts + 1, end - 1, skip);
         for (unsigned node = 1; node < end; ++node)
@@ -176,7 +176,7 @@ void SearchHeads::fill(const StringList& list, Range range, unsigned row, Block*
 }
 
 template <bool prefix>
-std::int32_t SearchHeads::search(const StringList& list, const char* key, std::size_t length) const {
+std::int32_t KeyPrefixIndex::search(const StringList& list, const char* key, std::size_t length) const {
     constexpr StringList::Compare compare = prefix ? StringList::cmp_sw : StringList::cmp;
     Range range = {0, list.count};
     const Block* rowStart = blocks.get();
@@ -190,7 +190,7 @@ std::int32_t SearchHeads::search(const StringList& list, const char* key, std::s
             const std::uint32_t item = block.heads[node - 1];
             const std::int32_t left = (range.size - 1) / 2;
             bool isRight = head > item;
-            if (head == item || (prefix && isRight && endsWithin(head, item))) {
+            if (head == item || (prefix && isRight && mayEndWithin(head, item))) {
                 const std::int32_t order = compare(key, textOf(list, range.low + left));
                 if (order == 0) return range.low + left;
                 isRight = order == 1;
@@ -205,11 +205,11 @@ std::int32_t SearchHeads::search(const StringList& list, const char* key, std::s
     return list.find_i(compare, range.low, range.low + range.size - 1, key);
 }
 
-std::int32_t SearchHeads::find(const StringList& list, const char* key, std::size_t length) const {
+std::int32_t KeyPrefixIndex::find(const StringList& list, const char* key, std::size_t length) const {
     return search<false>(list, key, length);
 }
 
-std::int32_t SearchHeads::findPrefix(const StringList& list, const char* key, std::size_t length) const {
+std::int32_t KeyPrefixIndex::findPrefix(const StringList& list, const char* key, std::size_t length) const {
     return search<true>(list, key, length);
 }
 

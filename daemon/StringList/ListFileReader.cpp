@@ -1,4 +1,4 @@
-#include "StringList/ItemLines.h"
+#include "StringList/ListFileReader.h"
 
 #include <algorithm>
 #include <cstring>
@@ -11,26 +11,22 @@ namespace KATD_SPACE {
 namespace {
 
 constexpr std::size_t categoryLength = 4;  // "012|"
-constexpr std::size_t shortItem = 32;      // copied in one piece: takes 14 % off a load
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
+constexpr std::size_t shortItem = 32;      // copied with one fixed-size copy, which makes a load 14 % faster
 
 }  // namespace
 
-bool ItemLines::refill() {
+bool ListFileReader::refill() {
     if (isLast) return false;
     const std::size_t size = std::fread(block, 1, sizeof block, stream);
     isLast = size < sizeof block;
     isFailed = isLast && std::feof(stream) == 0;
-    hasZero = std::memchr(block, '\0', size) != nullptr;
+    hasNul = std::memchr(block, '\0', size) != nullptr;
     at = block;
     end = block + size;
     return size > 0;
 }
 
-bool ItemLines::takeCategory(std::uint32_t* category) {
+bool ListFileReader::takeCategory(std::uint32_t* category) {
     char copy[categoryLength];
     const char* text = copy;
     if (static_cast<std::size_t>(end - at) >= categoryLength) {
@@ -43,7 +39,7 @@ bool ItemLines::takeCategory(std::uint32_t* category) {
         }
     }
     if (text[3] != '|') return false;
-    if (isDigit(text[0]) && isDigit(text[1]) && isDigit(text[2])) {
+    if (isDecimalDigit(text[0]) && isDecimalDigit(text[1]) && isDecimalDigit(text[2])) {
         *category =
             static_cast<std::uint32_t>((text[0] - '0') * 100 + (text[1] - '0') * 10 + (text[2] - '0'));
     } else {
@@ -54,33 +50,33 @@ bool ItemLines::takeCategory(std::uint32_t* category) {
     return true;
 }
 
-std::int32_t ItemLines::takeText(char* to, std::int32_t room) {
-    const std::size_t limit = static_cast<std::size_t>(room) - 1;
+std::int32_t ListFileReader::takeText(char* to, std::int32_t size) {
+    const std::size_t limit = static_cast<std::size_t>(size) - 1;
     const std::size_t here = std::min(static_cast<std::size_t>(end - at), limit);
     const char* lineFeed = static_cast<const char*>(std::memchr(at, '\n', here));
     std::size_t length = 0;
-    bool mayHaveZero = hasZero;
+    bool mayHaveNul = hasNul;
     if (lineFeed != nullptr) {
         length = static_cast<std::size_t>(lineFeed - at);
         if (length <= shortItem && here >= shortItem) {
-            std::memcpy(to, at, shortItem);  // the bytes behind the item are overwritten by the next one
+            std::memcpy(to, at, shortItem);  // the next item overwrites the bytes after this one
         } else {
             std::memcpy(to, at, length);
         }
         at = lineFeed + 1;
     } else {
         if (!takePieces(to, limit, &length)) return -1;
-        mayHaveZero = true;
+        mayHaveNul = true;
     }
-    if (mayHaveZero) length = strnlen(to, length);
+    if (mayHaveNul) length = strnlen(to, length);
     while (length > 0 && isBlank(to[length - 1]))
         --length;
     to[length] = '\0';
     return static_cast<std::int32_t>(length);
 }
 
-// The same for a line that does not end in this block or in the room. *length counts its line feed.
-bool ItemLines::takePieces(char* to, std::size_t limit, std::size_t* length) {
+// Copies a line that does not end in this block or within the limit. *length includes its line feed.
+bool ListFileReader::takePieces(char* to, std::size_t limit, std::size_t* length) {
     *length = 0;
     while (*length < limit) {
         if (at == end && !refill()) return *length > 0 && !isFailed;

@@ -1,5 +1,5 @@
-#ifndef KATD_ITEMLINES_H
-#define KATD_ITEMLINES_H
+#ifndef KATD_LISTFILEREADER_H
+#define KATD_LISTFILEREADER_H
 
 #include <cstddef>
 #include <cstdint>
@@ -7,33 +7,32 @@
 
 namespace KATD_SPACE {
 
-// The lines of a list file behind the first one, read in blocks. Lines and their ends are those of fgets(3),
-// so also for zero bytes, for what is longer than its room, and for a read error, with which the line under
-// way is lost. For one thread; owns nothing. It reads ahead; in the end a stream that can be moved stands
-// behind what was taken.
-class ItemLines {
+// Reads the item lines of a list file in blocks. Lines are those of fgets(3), also with NUL bytes, with lines
+// longer than the buffer, and with a read error, which loses the current line. Not thread-safe. It reads
+// ahead; the destructor moves a seekable stream back to the end of what was taken.
+class ListFileReader {
 public:
-    explicit ItemLines(std::FILE* from) : stream(from) {}
-    ~ItemLines() { fseeko(stream, at - end, SEEK_CUR); }
-    ItemLines(const ItemLines&) = delete;
-    ItemLines& operator=(const ItemLines&) = delete;
+    explicit ListFileReader(std::FILE* from) : stream(from) {}
+    ~ListFileReader() { fseeko(stream, at - end, SEEK_CUR); }
+    ListFileReader(const ListFileReader&) = delete;
+    ListFileReader& operator=(const ListFileReader&) = delete;
 
-    // Takes the four characters that a line begins with. False when there are not so many or the fourth is
-    // no "|"; otherwise *category is the number of the first three.
+    // Takes the first four characters of a line. Returns false if the line has fewer or the fourth is not
+    // "|"; otherwise *category is the number in the first three.
     bool takeCategory(std::uint32_t* category);
-    // Takes what is left of the line, up to room - 1 bytes, as a text at `to` without its trailing blanks.
-    // Its length, or -1 when there is nothing to be had. REQUIRES: room >= 2.
-    std::int32_t takeText(char* to, std::int32_t room);
+    // Copies the rest of the line, at most size - 1 bytes, to `to` as a string without trailing blanks.
+    // Returns its length, or -1 if nothing could be read. REQUIRES: size >= 2.
+    std::int32_t takeText(char* to, std::int32_t size);
 
 private:
     bool refill();
     bool takePieces(char* to, std::size_t limit, std::size_t* length);
 
     std::FILE* stream;        // not owned
-    const char* at = block;   // what is not taken yet: from here ...
-    const char* end = block;  // ... to here
-    bool hasZero = false;     // the block holds a zero byte
-    bool isLast = false;      // nothing follows the block
+    const char* at = block;   // next byte of the block
+    const char* end = block;  // end of the data in the block
+    bool hasNul = false;      // the block holds a NUL byte
+    bool isLast = false;      // the block is the last one,
     bool isFailed = false;    // because of a read error
     char block[1 << 16];
 };

@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "KatdUtil/Utils.h"
-#include "StringList/ItemLines.h"
+#include "StringList/ListFileReader.h"
 
 namespace KATD_SPACE {
 
@@ -18,10 +18,10 @@ namespace {
 
 constexpr const char* logModule = "StringList";
 
-constexpr int headerLimit = 1023;       // characters of the first line
-constexpr std::int32_t spareBytes = 3;  // of the buffer, beyond the size in the first line
+constexpr int headerLimit = 1023;       // characters of the first line that count
+constexpr std::int32_t spareBytes = 3;  // in the buffer, beyond the size in the first line
 
-// Allocates an array, null when there is no memory for it or its size has no number.
+// Allocates an array; null if there is no memory or the size overflows.
 template <typename T>
 T* allocateArray(std::int32_t length) {
     const std::size_t count = static_cast<std::size_t>(length);
@@ -42,8 +42,8 @@ std::FILE* openRegular(const char* path) {
     return stream;
 }
 
-// Three-way comparison of bytes as signed values; longerKey is the result for a key that goes on behind the
-// item. Reads no further than the item goes, however long the key is.
+// Three-way comparison of bytes as signed values. longerKey is the result if the item is a proper prefix of
+// the key. Reads no more of the key than the item's length.
 std::int32_t compareTexts(const char* key, const char* item, std::int32_t longerKey) {
     while (*item != '\0' && *key == *item) {
         ++key;
@@ -73,7 +73,7 @@ bool StringList::load(const char* path) {
 bool StringList::loadFrom(std::FILE* stream, const char* path) {
     std::int32_t size = 0;
     if (!readHeader(stream, path, &size) || !allocate(size) || readItemList(stream) <= 0) return false;
-    heads.build(*this);
+    keyIndex.build(*this);
     return true;
 }
 
@@ -115,20 +115,20 @@ bool StringList::allocate(std::int32_t size) {
 
 std::int32_t StringList::readItemList(std::FILE* stream) {
     if (stream == nullptr || buffer == nullptr || entries == nullptr) return 0;
-    heads.drop();
-    ItemLines lines(stream);
+    keyIndex.drop();
+    ListFileReader lines(stream);
     std::int32_t items = 0;
     std::int32_t offset = 0;
     std::uint32_t category = 0;
     while (items < count && lines.takeCategory(&category)) {
-        const std::int32_t room = bufferSize - offset;
-        if (room <= 0) {
+        const std::int32_t left = bufferSize - offset;
+        if (left <= 0) {
             ERR_MSG("In StringList::readItemList(), offset[%u] > bufferSize[%u]",
                     static_cast<unsigned>(offset), static_cast<unsigned>(bufferSize));
             return 0;
         }
-        if (room < 2) break;
-        const std::int32_t length = lines.takeText(buffer.get() + offset, room);
+        if (left < 2) break;
+        const std::int32_t length = lines.takeText(buffer.get() + offset, left);
         if (length < 0) break;
         entries[static_cast<std::size_t>(items)] = {offset, category};
         ++items;
@@ -140,7 +140,7 @@ std::int32_t StringList::readItemList(std::FILE* stream) {
 }
 
 void StringList::reset() {
-    heads.drop();
+    keyIndex.drop();
     buffer.reset();
     entries.reset();
     bufferSize = 0;
@@ -154,7 +154,7 @@ void StringList::swap(StringList& other) {
     std::swap(bufferSize, other.bufferSize);
     std::swap(count, other.count);
     std::swap(loaded, other.loaded);
-    std::swap(heads, other.heads);
+    std::swap(keyIndex, other.keyIndex);
 }
 
 const char* StringList::find(const char* key, std::uint32_t* category) const {
@@ -167,13 +167,15 @@ const char* StringList::find_sw(const char* key, std::uint32_t* category) const 
 
 const char* StringList::find(const char* key, std::size_t length, std::uint32_t* category) const {
     if (count < 1) return nullptr;
-    return itemAt(heads.empty() ? find_i(cmp, 0, count - 1, key) : heads.find(*this, key, length), category);
+    return itemAt(keyIndex.empty() ? find_i(cmp, 0, count - 1, key) : keyIndex.find(*this, key, length),
+                  category);
 }
 
 const char* StringList::find_sw(const char* key, std::size_t length, std::uint32_t* category) const {
     if (count < 1) return nullptr;
-    return itemAt(heads.empty() ? find_i(cmp_sw, 0, count - 1, key) : heads.findPrefix(*this, key, length),
-                  category);
+    return itemAt(
+        keyIndex.empty() ? find_i(cmp_sw, 0, count - 1, key) : keyIndex.findPrefix(*this, key, length),
+        category);
 }
 
 const char* StringList::itemAt(std::int32_t index, std::uint32_t* category) const {

@@ -1,27 +1,23 @@
 #include "UrlContainer/NormalUrl.h"
 
-#include <cstring>
-#include <initializer_list>
-
 #include "KatdUtil/Characters.h"
-#include "KatdUtil/Utils.h"
 
 namespace KATD_SPACE {
 
 namespace {
 
-// Behind the scheme that the text begins with, in either case; its beginning when there is none.
-const char* behindScheme(const char* text, const char* end) {
-    if (text == end || (lower(*text) != 'h' && lower(*text) != 'f')) return text;
-    for (const char* scheme : {"http://", "https://", "ftp://"}) {
-        const char* at = text;
-        while (at != end && *scheme != '\0' && lower(*at) == *scheme) {
-            ++at;
+// The URL without its scheme, in whatever case that is.
+const char* skipScheme(const char* url, const char* end) {
+    if (url == end || (lower(*url) != 'h' && lower(*url) != 'f')) return url;
+    for (const char* scheme : schemes) {
+        const char* rest = url;
+        while (rest != end && *scheme != '\0' && lower(*rest) == *scheme) {
+            ++rest;
             ++scheme;
         }
-        if (*scheme == '\0') return at;
+        if (*scheme == '\0') return rest;
     }
-    return text;
+    return url;
 }
 
 }  // namespace
@@ -32,7 +28,7 @@ NormalUrl normalise(const char* url, std::size_t length, char* to, bool decodesP
         --end;
     while (url != end && isBlank(*url))
         ++url;
-    url = behindScheme(url, end);
+    url = skipScheme(url, end);
 
     NormalUrl result;
     char* write = to;
@@ -41,13 +37,15 @@ NormalUrl normalise(const char* url, std::size_t length, char* to, bool decodesP
     result.hostLength = static_cast<std::size_t>(write - to);
     result.hasPath = url != end;
     while (url != end) {
-        char c = lower(*url++);
-        if (c == '%' && decodesPath && end - url >= 2 && isHexDigit(url[0]) && isHexDigit(url[1])) {
-            c = static_cast<char>(Utils::hex2uc(url[0]) * 16 + Utils::hex2uc(url[1]));
-            if (c == '\0') break;
-            url += 2;
+        // An escape cannot reach beyond `end`: a blank or the NUL is there.
+        if (decodesPath && isEscape(url)) {
+            const char decoded = hexByte(url[1], url[2]);
+            if (decoded == '\0') break;
+            *write++ = decoded;
+            url += 3;
+        } else {
+            *write++ = lower(*url++);
         }
-        *write++ = c;
     }
     *write = '\0';
     result.length = static_cast<std::size_t>(write - to);

@@ -45,20 +45,20 @@ bool UrlContainer::getUrlCategory(char* url, std::uint32_t* category) const {
     return url != nullptr && getUrlCategory(url, std::strlen(url), url, category);
 }
 
-bool UrlContainer::getUrlCategory(const char* url, std::size_t length, char* room,
+bool UrlContainer::getUrlCategory(const char* url, std::size_t length, char* buffer,
                                   std::uint32_t* category) const {
-    if (!loaded || url == nullptr || room == nullptr || category == nullptr) return false;
+    if (!loaded || url == nullptr || buffer == nullptr || category == nullptr) return false;
     *category = static_cast<std::uint32_t>(noCategory);
     if (!urlList.loaded && !domainList.loaded) return true;
-    const NormalUrl normal = normalise(url, length, room, urlList.loaded);
-    if (normal.empty()) return true;  // in neither list, even where one has an empty item
+    const NormalUrl normal = normalise(url, length, buffer, urlList.loaded);
+    if (normal.empty()) return true;  // in neither list, even if one has an empty item
     std::int32_t found = noCategory;
-    if (urlList.loaded) found = findUrl(room, normal.length);
+    if (urlList.loaded) found = findUrl(buffer, normal.length);
     if (found == noCategory && domainList.loaded) {
-        const char behindHost = room[normal.hostLength];
-        room[normal.hostLength] = '\0';
-        found = findSite(room, normal.hostLength);
-        room[normal.hostLength] = behindHost;
+        const char afterHost = buffer[normal.hostLength];
+        buffer[normal.hostLength] = '\0';
+        found = findSite(buffer, normal.hostLength);
+        buffer[normal.hostLength] = afterHost;
     }
     *category = static_cast<std::uint32_t>(found);
     return true;

@@ -1,4 +1,4 @@
-#include "UrlManager/QuietLoad.h"
+#include "UrlManager/LowPriorityLoad.h"
 
 #include <errno.h>
 #include <sys/resource.h>
@@ -13,9 +13,9 @@ namespace KATD_SPACE {
 
 namespace {
 
-constexpr int nicer = 10;                  // steps of setpriority(2)
-constexpr int lowestPriority = 19;         // the end of its scale
-constexpr unsigned stackSize = 256 << 10;  // bytes, most of them for a block of the file
+constexpr int niceIncrement = 10;
+constexpr int maxNice = 19;                // setpriority(2)
+constexpr unsigned stackSize = 256 << 10;  // bytes; a ListFileReader takes 64 KiB
 
 struct Load {
     UrlContainer& container;
@@ -28,10 +28,11 @@ struct Load {
 };
 
 void* runLoad(void* argument) {
-    // On Linux it is a thread's own (setpriority(2)). -1 may be a priority as well.
+    // On Linux each thread has a nice value (setpriority(2)). -1 is a valid one: only errno reports a
+    // failure.
     errno = 0;
-    const int priority = getpriority(PRIO_PROCESS, 0);
-    if (errno == 0) setpriority(PRIO_PROCESS, 0, std::min(priority + nicer, lowestPriority));
+    const int nice = getpriority(PRIO_PROCESS, 0);
+    if (errno == 0) setpriority(PRIO_PROCESS, 0, std::min(nice + niceIncrement, maxNice));
     Load& load = *static_cast<Load*>(argument);
     const bool isLoaded = load.container.load(load.urlsPath, load.domainsPath);
     QOR_SPACE::Monitor monitor(load.mutex);
@@ -43,7 +44,7 @@ void* runLoad(void* argument) {
 
 }  // namespace
 
-bool loadQuietly(UrlContainer& container, const char* urlsPath, const char* domainsPath) {
+bool loadAtLowPriority(UrlContainer& container, const char* urlsPath, const char* domainsPath) {
     Load load{container, urlsPath, domainsPath, {}};
     if (startDetachedThread(runLoad, &load, stackSize) != 0) return container.load(urlsPath, domainsPath);
     QOR_SPACE::Monitor monitor(load.mutex);

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "KatdUtil/Utils.h"
-#include "UrlManager/QuietLoad.h"
+#include "UrlManager/LowPriorityLoad.h"
 
 namespace KATD_SPACE {
 
@@ -59,9 +59,9 @@ bool UrlManager::reloadUrlList(const char* urlsPath, const char* domainsPath) {
         idle->reset();
     }
     {
-        QOR_SPACE::Monitor freed(retiredMutex);  // the last look-up may still be at it
+        QOR_SPACE::Monitor freed(retiredMutex);  // the last look-up may still be freeing the lists before
     }
-    if (!loadQuietly(*idle, urlsPath, domainsPath)) {
+    if (!loadAtLowPriority(*idle, urlsPath, domainsPath)) {
         DBG_MSG("fail to reload url pattern from [%s] [%s]", Utils::shown(urlsPath),
                 Utils::shown(domainsPath));
     }
@@ -69,12 +69,9 @@ bool UrlManager::reloadUrlList(const char* urlsPath, const char* domainsPath) {
         QOR_SPACE::Monitor monitor(activeMutex);
         active_container = idle;
     }
-    bool isEmptied = false;
-    {
-        QOR_SPACE::Monitor monitor(activeMutex);
-        isEmptied = usersOf(*idle->peer) == 0 && unlinkRetired(*idle->peer);
-    }
-    if (isEmptied) freeRetired();
+    Retirement retirement(*this);
+    QOR_SPACE::Monitor monitor(activeMutex);
+    if (usersOf(*idle->peer) == 0) retirement.begin(*idle->peer);
     return true;
 }
 
@@ -82,7 +79,7 @@ bool UrlManager::getUrlCategory(char* url, std::uint32_t* category) {
     return url != nullptr && getUrlCategory(url, std::strlen(url), url, category);
 }
 
-bool UrlManager::getUrlCategory(const char* url, std::size_t length, char* room, std::uint32_t* category) {
+bool UrlManager::getUrlCategory(const char* url, std::size_t length, char* buffer, std::uint32_t* category) {
     if (!ready || url == nullptr || category == nullptr) return false;
     UrlContainer* container = nullptr;
     {
@@ -92,34 +89,31 @@ bool UrlManager::getUrlCategory(const char* url, std::size_t length, char* room,
         QOR_SPACE::Monitor users(container->mutex);
         ++container->users;
     }
-    const bool answered = container->getUrlCategory(url, length, room, category);
-    bool isEmptied = false;
+    const bool answered = container->getUrlCategory(url, length, buffer, category);
+    Retirement retirement(*this);
+    QOR_SPACE::Monitor active(activeMutex);
+    std::int32_t remaining = 0;
     {
-        QOR_SPACE::Monitor active(activeMutex);
-        std::int32_t remaining = 0;
-        {
-            QOR_SPACE::Monitor users(container->mutex);
-            remaining = --container->users;
-        }
-        isEmptied = remaining == 0 && container != active_container && unlinkRetired(*container);
+        QOR_SPACE::Monitor users(container->mutex);
+        remaining = --container->users;
     }
-    if (isEmptied) freeRetired();
+    if (remaining == 0 && container != active_container) retirement.begin(*container);
     return answered;
 }
 
-// Under activeMutex. With true, freeRetired() must follow, without it. It waits for nobody: a container is
-// not retired before the lists of the one before are freed.
-bool UrlManager::unlinkRetired(UrlContainer& container) {
-    if (!container.loaded) return false;
-    retiredMutex.lock();
-    container.unlink(&retired);
-    return true;
+void UrlManager::Retirement::begin(UrlContainer& container) {
+    if (!container.loaded) return;
+    // Does not block: a container is retired only after the lists of the previous one were freed.
+    manager.retiredMutex.lock();
+    begun = true;
+    container.unlink(&manager.retired);
 }
 
-void UrlManager::freeRetired() {
-    retired.urls.reset();
-    retired.domains.reset();
-    retiredMutex.unlock();
+UrlManager::Retirement::~Retirement() {
+    if (!begun) return;
+    manager.retired.urls.reset();
+    manager.retired.domains.reset();
+    manager.retiredMutex.unlock();
 }
 
 }  // namespace KATD_SPACE

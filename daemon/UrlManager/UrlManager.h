@@ -9,14 +9,13 @@
 
 namespace KATD_SPACE {
 
-// The local lists, twice: look-ups use the active container while the other is reloaded, then the two swap
-// roles. Any number of threads may look up, and reload, at once. Nothing throws.
+// The local lists in two containers: look-ups use the active one while the other is reloaded, then the two
+// swap roles. Thread-safe, except loadUrlList. Nothing throws.
 //
-// Look-ups start on the active container only. A container that is not active is emptied as soon as no
-// look-up runs on it, by the reload that retired it or by the last look-up, and loaded only while none does.
-// Its lists are freed outside activeMutex, so that nobody waits for that, but before others are loaded, so
-// that there are never three. Locks are taken in the order reloadMutex, activeMutex, a container's mutex or
-// retiredMutex.
+// Look-ups start on the active container only. The reload that retires a container, or the last look-up on
+// it, empties it; it is loaded only while no look-up uses it. Its lists are freed without activeMutex, so
+// that look-ups do not wait, but before the next load, so that there are never three pairs. Lock order:
+// reloadMutex, activeMutex, then a container's mutex or retiredMutex.
 class UrlManager {
 public:
     UrlManager() = default;
@@ -24,34 +23,46 @@ public:
     UrlManager(const UrlManager&) = delete;
     UrlManager& operator=(const UrlManager&) = delete;
 
-    // First load. True when the lists are in use now; false when neither file could be loaded, or when there
-    // are lists in use already (they stay). Null paths count as files that cannot be opened. REQUIRES: no
-    // other load or reload runs.
+    // First load. Returns true if the lists are now in use; false if neither file could be loaded or lists
+    // were in use already (they stay). A null path counts as a file that cannot be opened. REQUIRES: no other
+    // load or reload runs.
     bool loadUrlList(const char* urlsPath, const char* domainsPath);
-    // Loads anew, or for the first time. True when the lists were exchanged, which they are even when neither
-    // file could be loaded: every look-up answers false then, until a later reload. False when a first load
-    // failed, or when a look-up that began before the last exchange is still running; the lists in use stay.
+    // Reloads, or loads for the first time. Returns true if the lists were replaced, even if neither file
+    // could be loaded: then every look-up returns false until a later reload. Returns false, and keeps the
+    // lists, if a first load failed or a look-up that began before the previous reload is still running.
     bool reloadUrlList(const char* urlsPath, const char* domainsPath);
-    // UrlContainer::getUrlCategory on the lists in use. False, too, before the first successful load.
+    // UrlContainer::getUrlCategory on the active lists. Returns false before the first successful load, too.
     bool getUrlCategory(char* url, std::uint32_t* category);
-    bool getUrlCategory(const char* url, std::size_t length, char* room, std::uint32_t* category);
+    bool getUrlCategory(const char* url, std::size_t length, char* buffer, std::uint32_t* category);
 
     UrlContainer first;
     UrlContainer second;
-    // The one in use, null before the first load. Written under activeMutex by the one load or reload that
-    // runs, which alone may read it without.
+    // Null before the first load. Written under activeMutex by the load or reload, which may read it without.
     UrlContainer* active_container = nullptr;
-    QOR_SPACE::Mutex reloadMutex;    // held for the whole of a reload
+    QOR_SPACE::Mutex reloadMutex;    // held during a reload
     QOR_SPACE::Mutex activeMutex;    // guards active_container and the emptying of a retired container
-    std::atomic<bool> ready{false};  // a load succeeded once; never cleared
+    std::atomic<bool> ready{false};  // a load has succeeded; never cleared
 
 private:
-    bool unlinkRetired(UrlContainer& container) QOR_NO_THREAD_SAFETY_ANALYSIS;
-    void freeRetired() QOR_NO_THREAD_SAFETY_ANALYSIS;
+    // Takes the lists out of a retired container and frees them at the end of its scope. Construct it before
+    // activeMutex is taken, so that it is destroyed after the release.
+    class Retirement {
+    public:
+        explicit Retirement(UrlManager& owner) : manager(owner) {}
+        ~Retirement() QOR_NO_THREAD_SAFETY_ANALYSIS;
+        Retirement(const Retirement&) = delete;
+        Retirement& operator=(const Retirement&) = delete;
 
-    QOR_SPACE::Mutex
-        retiredMutex;             // held from unlinking the lists of a retired container until they are freed
-    UrlContainer::Lists retired;  // those lists
+        // REQUIRES: activeMutex is held.
+        void begin(UrlContainer& container) QOR_NO_THREAD_SAFETY_ANALYSIS;
+
+    private:
+        UrlManager& manager;
+        bool begun = false;
+    };
+
+    QOR_SPACE::Mutex retiredMutex;  // held by a Retirement that has begun; guards `retired`
+    UrlContainer::Lists retired;
 };
 
 }  // namespace KATD_SPACE
