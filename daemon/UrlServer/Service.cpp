@@ -21,21 +21,22 @@ namespace {
 
 constexpr const char* logModule = "UrlServer";
 constexpr int backlog = 32;
-// Bytes, of a connection's thread: a 32-bit process serves thousands of them.
-constexpr unsigned connectionStackSize = 512 * 1024;
+constexpr unsigned connectionStackSize =
+    512 * 1024;  // bytes: room for thousands of threads in a 32-bit process
 
-// A descriptor held back, so that the listening socket can be made anew when all others are used up.
+// A descriptor kept in reserve: when all are used up, other threads may take that of the closed listening
+// socket before the new one is made.
 class SpareDescriptor {
 public:
     SpareDescriptor() { take(); }
-    ~SpareDescriptor() { give(); }
+    ~SpareDescriptor() { release(); }
     SpareDescriptor(const SpareDescriptor&) = delete;
     SpareDescriptor& operator=(const SpareDescriptor&) = delete;
 
     void take() {
         if (fd_ < 0) fd_ = open("/dev/null", O_RDONLY | O_CLOEXEC);
     }
-    void give() {
+    void release() {
         if (fd_ >= 0) close(fd_);
         fd_ = -1;
     }
@@ -48,7 +49,7 @@ bool isShortage(int error) {
     return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
 }
 
-// A shortage lasts until a client goes away: without a pause the loop would only fill the log.
+// A shortage lasts until a client leaves: without a pause the loop would only fill the log.
 void pauseAMoment() {
     const timespec moment{0, 200 * 1000000L};
     nanosleep(&moment, nullptr);
@@ -64,8 +65,19 @@ void startInstance(int connection) {
     close(connection);
 }
 
-// Serves until accept fails; the error number. A client that gave up before it was accepted is no failure of
-// ours, but Unix-domain sockets never report that one.
+// Makes the listening socket again. It could be made before: a shortage of descriptors or memory must not end
+// a daemon that serves.
+int recreateListener(const char* path) {
+    for (;;) {
+        errno = 0;
+        const int listener = Utils::createLocalTcpService(path, backlog);
+        if (listener >= 0 || !isShortage(errno)) return listener;
+        ERR_MSG("fail to create local socket with [%s][%d]", path, listener);
+        pauseAMoment();
+    }
+}
+
+// Accepts connections until that fails; returns the error number.
 int acceptConnections(int listener) {
     for (;;) {
         const int connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
@@ -91,26 +103,26 @@ void UrlServer::startService() {
     }
     INFO_MSG("start url query service with [%s]", path);
     SpareDescriptor spare;
-    bool acceptFailed = false;
+    int listener = Utils::createLocalTcpService(path, backlog);
+    if (listener < 0) {
+        ERR_MSG("fail to create local socket with [%s][%d]", path, listener);
+        return;
+    }
     for (;;) {
-        errno = 0;
-        const int listener = Utils::createLocalTcpService(path, backlog);
-        if (listener < 0) {
-            const bool shortage = isShortage(errno);
-            ERR_MSG("fail to create local socket with [%s][%d]", path, listener);
-            // The socket could be made once: used-up descriptors must not end a daemon that serves.
-            if (!acceptFailed || !shortage) return;
-            pauseAMoment();
-            continue;
-        }
         spare.take();
         const int error = acceptConnections(listener);
-        acceptFailed = true;
+        spare.release();
         close(listener);
+        // Before anything that takes time, such as a message: until then clients are told that no daemon
+        // runs.
+        listener = recreateListener(path);
         errno = error;
         ERR_MSG("In %s, accept error. [%s]", "startService", strerror(error));
+        if (listener < 0) {
+            ERR_MSG("fail to create local socket with [%s][%d]", path, listener);
+            return;
+        }
         pauseAMoment();
-        spare.give();
     }
 }
 
