@@ -1,5 +1,6 @@
 #include <spawn.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -25,8 +26,8 @@ bool isRegularFile(const char* path) {
     }
 }
 
-// Starts argv[0] as a process that has none of katd's ignored or blocked signals, which would outlive
-// exec(2). Result and *child as posix_spawn(3).
+// Starts argv[0] in a process group of its own and without katd's ignored or blocked signals, which exec(2)
+// would keep. Result and *child as posix_spawn(3).
 int spawnWithFreshSignals(pid_t* child, const char* const* argv) {
     posix_spawnattr_t attributes;
     int error = posix_spawnattr_init(&attributes);
@@ -36,11 +37,34 @@ int spawnWithFreshSignals(pid_t* child, const char* const* argv) {
     posix_spawnattr_setsigmask(&attributes, &signals);
     sigfillset(&signals);
     posix_spawnattr_setsigdefault(&attributes, &signals);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    posix_spawnattr_setpgroup(&attributes, 0);
+    posix_spawnattr_setflags(&attributes,
+                             POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
     // posix_spawn(3) takes the words as char* for the sake of old callers and leaves them alone.
     error = posix_spawn(child, argv[0], nullptr, &attributes, const_cast<char* const*>(argv), environ);
     posix_spawnattr_destroy(&attributes);
     return error;
+}
+
+time_t monotonicSeconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec;
+}
+
+// Waits for the end of the child; kills it, with the processes that it has started, when its time is over.
+void awaitEnd(pid_t child, int limitSec) {
+    const timespec step{0, 10 * 1000000L};
+    const time_t deadline = monotonicSeconds() + limitSec;
+    for (;;) {
+        const pid_t ended = waitpid(child, nullptr, WNOHANG);
+        if (ended != 0 && !(ended < 0 && errno == EINTR)) return;
+        if (monotonicSeconds() >= deadline) break;
+        nanosleep(&step, nullptr);
+    }
+    kill(-child, SIGKILL);
+    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
 }
 
 }  // namespace
@@ -57,9 +81,7 @@ void Utils::writeSysLog(const char* text, void (*started)()) {
     int error = spawnWithFreshSignals(&child, direct);
     // A script without an interpreter line is none for the kernel, yet any shell would run it.
     if (error == ENOEXEC) error = spawnWithFreshSignals(&child, throughShell);
-    if (error != 0) return;
-    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
-    }
+    if (error == 0) awaitEnd(child, sysLogLimitSec);
 }
 
 }  // namespace KATD_SPACE

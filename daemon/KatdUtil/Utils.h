@@ -115,10 +115,11 @@ public:
     static void sleepn(int seconds);
     // True while the local time is at that minute of that hour, or of any hour for -1. Minute -1 never comes.
     static bool checkTime(int hour, int minute);
-    // Runs the program that the environment variable WRITE_SYSLOG names with `text` as its one argument and
-    // waits for its end, whatever its status. Does nothing when the variable or text is missing, or it names
-    // no regular file. `started`, unless null, is called right before the program is started: up to there a
-    // message may have to wait for the log, afterwards only the program takes its time.
+    // Runs the program named by the environment variable WRITE_SYSLOG with `text` as its only argument and waits for
+    // its end, whatever its status; after sysLogLimitSec seconds the program and what it has started are killed. Does
+    // nothing if the variable or text is missing or the variable does not name a regular file. `started`, unless
+    // null, is called right before the program is started: until then a message may have to wait for the log.
+    static constexpr int sysLogLimitSec = 60;
     static void writeSysLog(const char* text, void (*started)());
     static void writeSysLog(const char* text) { writeSysLog(text, nullptr); }
 };

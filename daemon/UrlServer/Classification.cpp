@@ -6,7 +6,6 @@
 
 #include "KatdUtil/Utils.h"
 #include "UrlServer/Engine.h"
-#include "UrlServer/ProcessEnd.h"
 #include "UrlServer/UrlServer.h"
 #include "UrlServer/UrlServerInstance.h"
 #include "UrlServer/Watchdog.h"
@@ -19,15 +18,6 @@ constexpr const char* logModule = "UrlServer";
 
 constexpr std::uint32_t notListed = 0xFFFFFFFF;
 
-// Runs in the watching thread. The message may wait for a lock that the late call holds, so the end comes
-// first.
-void engineCallExpired(const char* url, int limitSec) {
-    endWithin(1, endGraceMs);
-    speakAlone();
-    ERR_MSG("[%s] not return from ctengine, alarm timeout is [%d], katd have to exit !", url, limitSec);
-    endProcess(1);
-}
-
 enum class Answer { CATEGORIES, FINAL_UNKNOWN, UNKNOWN, FAILED, CLOSED };
 
 // One engine call; the answer's handle is released when this returns. stored: number of category bytes.
@@ -36,7 +26,7 @@ Answer askEngine(const char* url, int limitSec, unsigned char* categories, unsig
     EngineUse engine(urlSvr->sdkMain, urlSvr->engineUses);
     if (engine.handle() == nullptr) return Answer::CLOSED;  // the server is being torn down
     const EngineResult result = [&] {
-        Watchdog watchdog(limitSec, engineCallExpired, url);
+        Watchdog watchdog(limitSec, LateCall::QUERY, url);
         return EngineResult(engine.handle(), url);
     }();
     if (result.failed()) {
@@ -50,21 +40,12 @@ Answer askEngine(const char* url, int limitSec, unsigned char* categories, unsig
     return result.isFinal() ? Answer::FINAL_UNKNOWN : Answer::UNKNOWN;
 }
 
-void pauseMilliseconds(std::uint32_t milliseconds) {
-    timespec left{};
-    left.tv_sec = static_cast<time_t>(milliseconds / 1000);
-    left.tv_nsec = static_cast<long>(milliseconds % 1000) * 1000000;
-    while (nanosleep(&left, &left) != 0 && errno == EINTR) {
-    }
-}
-
 }  // namespace
 
-UrlServerInstance::Listed UrlServerInstance::lookUpLists(const char* url, UrlServerInstance* connection,
-                                                         unsigned char* category) {
+UrlServerInstance::Listed UrlServerInstance::lookUpLists(const char* url, unsigned char* category) {
     const std::size_t length = strlen(url);
-    // The look-up writes there what of the URL the lists have.
-    char* const room = connection != nullptr ? connection->lookUpRoom(length + 1) : nullptr;
+    // The look-up writes the normalised URL there.
+    char* const room = lookUpRoom(length + 1);
     char* const text = room != nullptr ? room : static_cast<char*>(malloc(length + 1));
     if (text == nullptr) {
         ERR_MSG("In %s, fail to do strdup", "scanOneUrl");
@@ -80,18 +61,18 @@ UrlServerInstance::Listed UrlServerInstance::lookUpLists(const char* url, UrlSer
 
 unsigned UrlServerInstance::scanOneUrl(const char* url, unsigned char* categories, unsigned size,
                                        bool withRetry, bool* matched) {
-    return classify(url, categories, size, withRetry, matched, nullptr);
+    return UrlServerInstance(-1).classify(url, categories, size, withRetry, matched);
 }
 
 unsigned UrlServerInstance::classify(const char* url, unsigned char* categories, unsigned size,
-                                     bool withRetry, bool* matched, UrlServerInstance* connection) {
+                                     bool withRetry, bool* matched) {
     bool unasked = false;
     bool& definitive = matched != nullptr ? *matched : unasked;
     definitive = false;
     if (urlSvr == nullptr || urlSvr->sdkMain == nullptr || categories == nullptr || size == 0) return 0;
 
     if (urlSvr->urlManager.ready) {
-        switch (lookUpLists(url, connection, categories)) {
+        switch (lookUpLists(url, categories)) {
             case Listed::YES:
                 definitive = true;
                 return 1;
@@ -102,7 +83,7 @@ unsigned UrlServerInstance::classify(const char* url, unsigned char* categories,
         }
     }
 
-    if (connection != nullptr && !connection->stream.send()) return 0;
+    if (!stream.send()) return 0;
     unsigned retryTimes = 0;
     unsigned retryInterval = 0;
     if (withRetry) ops.conf.getQueryTimeout(&retryTimes, &retryInterval);
@@ -136,7 +117,7 @@ unsigned UrlServerInstance::classify(const char* url, unsigned char* categories,
             DBG_MSG("DataCenter returns Unknown for [%s]", url);
             return 0;
         }
-        pauseMilliseconds(retryInterval);
+        if (stream.waitForHangUp(retryInterval)) return 0;
         ++tries;
         if (tries > retryTimes) {
             DBG_MSG("query [%s] time out", url);

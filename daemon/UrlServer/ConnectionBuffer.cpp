@@ -1,6 +1,10 @@
 #include "UrlServer/ConnectionBuffer.h"
 
+#include <poll.h>
 #include <string.h>
+#include <time.h>
+
+#include <climits>
 
 #include "KatdUtil/Utils.h"
 
@@ -9,6 +13,12 @@ namespace KATD_SPACE {
 namespace {
 
 constexpr const char* logModule = "UrlServer";
+
+std::int64_t nowMs() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
 
 }  // namespace
 
@@ -59,6 +69,17 @@ bool ConnectionBuffer::send() {
     if (size == 0 || Utils::writen(socket_, output_, size, &out) == size) return true;
     reportUnsent(out);
     broken_ = true;
+    return false;
+}
+
+bool ConnectionBuffer::waitForHangUp(std::uint32_t milliseconds) const {
+    const std::int64_t endMs = nowMs() + milliseconds;
+    std::int64_t leftMs = milliseconds;
+    do {
+        pollfd peer{socket_, 0, 0};  // a hang-up is always reported
+        if (poll(&peer, 1, leftMs < INT_MAX ? static_cast<int>(leftMs) : INT_MAX) > 0) return true;
+        leftMs = endMs - nowMs();  // something is left after a signal, or of a long pause
+    } while (leftMs > 0);
     return false;
 }
 

@@ -35,6 +35,10 @@ public:
     // control requests: reply() has left nothing behind then.
     bool send();
 
+    // Waits that long. Returns true, early, if the client has closed the connection. One that has only shut
+    // down its writing side can still take its answers: it counts as connected.
+    bool waitForHangUp(std::uint32_t milliseconds) const;
+
 private:
     bool holdsWholeQuery() const;
     void reportUnsent(unsigned out) const;

@@ -1,5 +1,6 @@
 #include "UrlServer/ProcessEnd.h"
 
+#include <pthread.h>
 #include <signal.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -12,61 +13,51 @@ namespace KATD_SPACE {
 namespace {
 
 std::atomic<int> endStatus{1};
-std::atomic<bool> endBounded{false};
-std::atomic<bool> oneSpeaks{false};
-thread_local bool speaksAlone = false;
-thread_local bool mute = false;
 static_assert(std::atomic<int>::is_always_lock_free, "read by a signal handler");
+
+pthread_mutex_t timerMutex = PTHREAD_MUTEX_INITIALIZER;
+bool timerIsEnd = false;  // guarded by timerMutex
 
 [[noreturn]] void endNow(int) {
     _exit(endStatus.load());
 }
 
-void setTimer(int milliseconds) {
-    itimerval timer{};
-    timer.it_value.tv_sec = milliseconds / 1000;
-    timer.it_value.tv_usec = milliseconds % 1000 * 1000L;
-    setitimer(ITIMER_REAL, &timer, nullptr);
+bool timerExpiresWithin(int milliseconds) {
+    itimerval left{};
+    getitimer(ITIMER_REAL, &left);
+    const bool running = left.it_value.tv_sec != 0 || left.it_value.tv_usec != 0;
+    return running && left.it_value.tv_sec * 1000L + left.it_value.tv_usec / 1000 <= milliseconds;
 }
 
-}  // namespace
-
-void endWithin(int status, int milliseconds) {
-    endStatus.store(status);
-    struct sigaction action {};
-    action.sa_handler = endNow;
-    sigaction(SIGALRM, &action, nullptr);
-    endBounded.store(true);
-    setTimer(milliseconds);
-    // Every other thread may be stuck with signals blocked; this one takes it then.
+void setEnd(int status, int milliseconds, bool mayPostpone) {
+    pthread_mutex_lock(&timerMutex);
+    if (mayPostpone || !timerIsEnd || !timerExpiresWithin(milliseconds)) {
+        endStatus.store(status);
+        struct sigaction action {};
+        action.sa_handler = endNow;
+        sigaction(SIGALRM, &action, nullptr);
+        itimerval timer{};
+        timer.it_value.tv_sec = milliseconds / 1000;
+        timer.it_value.tv_usec = milliseconds % 1000 * 1000L;
+        setitimer(ITIMER_REAL, &timer, nullptr);
+        timerIsEnd = true;
+    }
+    pthread_mutex_unlock(&timerMutex);
+    // All other threads may be stuck with signals blocked.
     sigset_t alarmOnly;
     sigemptyset(&alarmOnly);
     sigaddset(&alarmOnly, SIGALRM);
     pthread_sigmask(SIG_UNBLOCK, &alarmOnly, nullptr);
 }
 
-void cancelEnd() {
-    setTimer(0);
-    endBounded.store(false);
+}  // namespace
+
+void endWithin(int status, int milliseconds) {
+    setEnd(status, milliseconds, false);
 }
 
-bool endIsBounded() {
-    return endBounded.load();
-}
-
-void speakAlone() {
-    speaksAlone = true;
-    oneSpeaks.store(true, std::memory_order_relaxed);
-}
-
-void stayMute() {
-    mute = true;
-}
-
-bool mayBeHeard() {
-    while (oneSpeaks.load(std::memory_order_relaxed) && !speaksAlone)
-        pause();
-    return !mute;
+void postponeEnd(int status, int milliseconds) {
+    setEnd(status, milliseconds, true);
 }
 
 void endProcess(int status) {

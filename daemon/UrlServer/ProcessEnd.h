@@ -1,34 +1,24 @@
-// How katd ends while other threads work: without static destructors under their feet, and without waiting
-// for ever for a lock that one of them, or another process, holds.
+// How katd ends while other threads run: static destructors are not run, and no lock that another thread or
+// another process holds delays the end for long.
 #ifndef KATD_URLSERVER_PROCESSEND_H
 #define KATD_URLSERVER_PROCESSEND_H
 
 namespace KATD_SPACE {
 
-// What may still block between the decision to end and the end gets this long, in milliseconds.
+// Time in milliseconds for what may still block between the decision to end and the end.
 constexpr int endGraceMs = 700;
 
-// From now on the process ends with status after that many milliseconds, whatever any thread waits for: the
-// kernel's timer runs out and its handler calls _exit(2). Uses SIGALRM and ITIMER_REAL (setitimer(2)). A
-// later call replaces an earlier one. Any thread; the caller's signal mask lets SIGALRM through afterwards.
+// From now on the process ends with this status after that many milliseconds, whatever any thread waits for:
+// a kernel timer expires and its handler calls _exit(2). An earlier end that is already set stays, with its
+// own status. Uses SIGALRM and ITIMER_REAL (setitimer(2)) and unblocks SIGALRM in the calling thread.
+// Thread-safe.
 void endWithin(int status, int milliseconds);
 
-// Takes the last endWithin() back.
-void cancelEnd();
-// Whether an endWithin() is in force.
-bool endIsBounded();
+// The same, but replaces the end that is set even if that one is earlier: for work with a time limit of its
+// own.
+void postponeEnd(int status, int milliseconds);
 
-// From now on the calling thread alone is heard: the messages of others wait for the end. The log's mutex is
-// not fair, so that busy threads could keep the last message from getting out in time.
-void speakAlone();
-// From now on nothing is heard of the calling thread: it has more important work than to wait for a log that
-// somebody else holds.
-void stayMute();
-// For those who put messages out: whether this thread is to be heard. Waits for the end while another speaks
-// alone.
-bool mayBeHeard();
-
-// Flushes standard output and ends the process with status, within endGraceMs. No destructors run.
+// Flushes standard output and ends the process with this status, within endGraceMs. No destructors run.
 [[noreturn]] void endProcess(int status);
 
 }  // namespace KATD_SPACE

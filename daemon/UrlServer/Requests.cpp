@@ -118,7 +118,7 @@ void UrlServerInstance::handleQuery(const char* url, bool withRetry, unsigned ch
                                     ReplyHeader* reply) {
     bool matched = false;
     currentUrl = url;
-    reply->length = classify(url, categories, maxCategories, withRetry, &matched, this);
+    reply->length = classify(url, categories, maxCategories, withRetry, &matched);
     currentUrl = nullptr;
     reply->matched = matched ? 1 : 0;
     if (urlSvr != nullptr) urlSvr->handledRequest.store(true, std::memory_order_relaxed);

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <malloc.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -14,11 +15,12 @@
 #include <string>
 
 #include "KatdConf/ConfReader.h"
-#include "KatdConf/LogConf.h"
 #include "KatdUtil/Utils.h"
+#include "UrlServer/AvailabilityReporter.h"
+#include "UrlServer/LateCall.h"
+#include "UrlServer/MessageOutput.h"
 #include "UrlServer/ProcessEnd.h"
 #include "io/File.h"
-#include "util/Log.h"
 
 namespace KATD_SPACE {
 
@@ -31,13 +33,23 @@ constexpr const char* logModule = "UrlServer";
 
 constexpr int failed = -1;  // the status of an orderly refusal to start; the shell sees 255
 
-// Started without them, the daemon would get its log or a lock file as descriptor 1 or 2, and messages meant
-// for standard error would end up in there.
-void occupyStandardDescriptors() {
-    int fd = open("/dev/null", O_RDWR);
-    while (fd >= 0 && fd <= STDERR_FILENO)
-        fd = open("/dev/null", O_RDWR);
-    if (fd >= 0) close(fd);
+// Makes the C library return large blocks to the system as soon as they are freed. By default its thresholds
+// grow with the blocks that are freed: after a reload of large lists, or long requests, much memory stays
+// with the process.
+void returnFreedMemory() {
+#ifdef __GLIBC__
+    constexpr int thresholdBytes = 128 * 1024;  // the initial value; setting it keeps it from growing
+    mallopt(M_MMAP_THRESHOLD, thresholdBytes);
+    mallopt(M_TRIM_THRESHOLD, thresholdBytes);
+#endif
+}
+
+// The parent may have blocked it.
+void unblockAlarm() {
+    sigset_t alarmOnly;
+    sigemptyset(&alarmOnly);
+    sigaddset(&alarmOnly, SIGALRM);
+    pthread_sigmask(SIG_UNBLOCK, &alarmOnly, nullptr);
 }
 
 // A thousand clients need a thousand descriptors; the default soft limit is about that.
@@ -54,24 +66,6 @@ void setHandler(int signalNumber, void (*handler)(int)) {
     sigaction(signalNumber, &action, nullptr);
 }
 
-// Messages go to the debug log from here on, or stay on standard output when it cannot be opened.
-void setUpLog(const char* home) {
-    using QOR_SPACE::Log;
-    LogConf conf(home);
-    conf.load();
-    const char* path = conf.getLogFilePath();
-    Utils::makeParentDir(path);
-    if (!Log::setDebugLogPath(path)) {
-        ERR_MSG("setDebugLogPath fail with [%s]", path);
-        return;
-    }
-    Log::setDebugLogEnabled(true);
-    Log::setRotationSize(static_cast<unsigned long>(conf.getSizeLimit()));
-    Log::setExtensionLimits(conf.getRotationNumber());
-    ops.logLevel = conf.getLogLevel();
-    ops.output = writeDebugLog;
-}
-
 bool writePid(int fd) {
     if (ftruncate(fd, 0) != 0) return false;
     char text[32];
@@ -81,9 +75,9 @@ bool writePid(int fd) {
     return Utils::writen(fd, text, static_cast<unsigned>(length)) == length;
 }
 
-// Takes the lock that keeps a second daemon from the same home; held until the process ends. False when
-// another process has it; ends the process when it cannot be told.
-bool lockPidFile(const char* home) {
+// Takes the lock that keeps a second daemon from the same home; it is held until the process ends. Returns
+// the descriptor, or -1 if another process holds the lock. Ends the process on any other failure.
+int lockPidFile(const char* home) {
     const std::string path = ConfReader::homePathOf(home) + "data/katd.pid";
     Utils::makeParentDir(path.c_str());
     const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
@@ -98,26 +92,14 @@ bool lockPidFile(const char* home) {
         if (errno == EACCES || errno == EAGAIN) {
             close(fd);
             INFO_MSG("katd already running");
-            return false;
+            return -1;
         }
         ERR_MSG("can't lock %s: %s", path.c_str(), strerror(errno));
         endProcess(1);
     }
-    if (!writePid(fd)) {
-        // Whoever wants to stop or watch the daemon would read no pid, or a part of one.
-        ERR_MSG("can't open %s: %s", path.c_str(), strerror(errno));
-        endProcess(1);
-    }
-    return true;
-}
-
-void requireDns() {
-    if (Utils::checkDNS(ops.conf.getServerAddress())) return;
-    constexpr int endDelaySec = 300;
-    Utils::sleepn(endDelaySec);
-    ERR_MSG("Cannot get correct dns, katd returned.");
-    Utils::writeSysLog("CheckDnsFail");
-    endProcess(1);
+    // On a full disk, for instance. The lock is what counts: the daemon serves all the same.
+    if (!writePid(fd)) ERR_MSG("can't open %s: %s", path.c_str(), strerror(errno));
+    return fd;
 }
 
 // Sets urlSvr to a usable server; false (reported) when there is none.
@@ -138,20 +120,21 @@ bool createServer() {
 }  // namespace
 
 int runDaemon(int argc, char** argv, const char* version, const char* buildTime) {
-    occupyStandardDescriptors();
     umask(0);
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // a pipe's reader sees each message at once
+    returnFreedMemory();
+    unblockAlarm();
+    LateCallExecution::reportIfRequested();
     raiseDescriptorLimit();
     printf("\n%s\n%s\n", (std::string("Katd Build Time: ") + buildTime).c_str(),
            (std::string("Katd Version: ") + version).c_str());
-    ops.logLevel = 1;
-    ops.output = printLog;
+    printMessages();
 
     const char* home = getenv("KATD_DIR");
     if (!checkEnv(home)) return failed;
     setHandler(SIGPIPE, SIG_IGN);
     setHandler(SIGHUP, SIG_IGN);
-    setUpLog(home);
+    logMessages(home);
     if (!ops.conf.loadConfig(home)) {
         ERR_MSG("fail to load katd config file.");
         return failed;
@@ -160,8 +143,10 @@ int runDaemon(int argc, char** argv, const char* version, const char* buildTime)
         printf("usage: %s -h | [http_proxy_config_file]\n", argv[0]);
         return failed;
     }
-    if (!lockPidFile(home)) return failed;
-    requireDns();
+    const int pidFile = lockPidFile(home);
+    if (pidFile < 0) return failed;
+    LateCallExecution::prepare(argv, pidFile);
+    if (!Utils::checkDNS(ops.conf.getServerAddress())) endForDns();
     pthread_key_create(&ops.instanceKey, nullptr);
     if (!createServer()) return failed;
     setHandler(SIGALRM, alarm_signal_handler2);
@@ -205,23 +190,6 @@ bool parseParameters(int argc, char** argv) {
     }
     if (strcmp(argument, "-h") != 0) ERR_MSG("Bad argument [%s]", argument);
     return false;
-}
-
-void printLog(const char* text) {
-    if (mayBeHeard()) printf("%s", text);
-}
-
-void writeDebugLog(const char* text) {
-    if (!mayBeHeard()) return;
-    try {
-        QOR_SPACE::Log::debugLog()->write(std::string(text), QOR_SPACE::Log::DEBUG);
-    } catch (const std::bad_alloc&) {
-        // The record is lost, as on a full disk; whoever reports goes on. Told where the log tells its own
-        // failures.
-        constexpr char lost[] = "Out of memory\n";
-        const ssize_t ignored = write(STDERR_FILENO, lost, sizeof(lost) - 1);
-        static_cast<void>(ignored);
-    }
 }
 
 }  // namespace KATD_SPACE

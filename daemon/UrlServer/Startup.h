@@ -22,10 +22,6 @@ bool checkEnv(const char* home);
 // shown.
 bool parseParameters(int argc, char** argv);
 
-// The destinations of messages (ops.output). Any thread; text must not be null.
-void printLog(const char* text);
-void writeDebugLog(const char* text);
-
 }  // namespace KATD_SPACE
 
 #endif

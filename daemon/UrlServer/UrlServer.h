@@ -73,9 +73,9 @@ public:
 // The one server; null before it exists. Written by the main thread alone, before the others start.
 extern UrlServer* urlSvr;
 
-// Installed for SIGALRM while the engine's first answer is awaited, and afterwards. Only a signal from
-// outside, or the alarm that stands in for a watching thread that could not be created, gets here: both end
-// the process with status 1 at once. The limits themselves are the Watchdog's.
+// The handlers of SIGALRM while the first answer of the engine is awaited, and afterwards. They never return.
+// If the signal is that of a Watchdog's timer, the late call is reported; otherwise it is from outside, and
+// the process ends with status 1 at once.
 void alarm_signal_handler1(int);
 void alarm_signal_handler2(int);
 

@@ -54,14 +54,14 @@ public:
 private:
     char* bufferFor(std::uint32_t length);
     void handleQuery(const char* url, bool withRetry, unsigned char* categories, ReplyHeader* reply);
-    // scanOneUrl, for the connection that waits for it (may be null): its replies so far are sent before the
-    // engine is asked, and the look-up works in what its buffer has left.
-    static unsigned classify(const char* url, unsigned char* categories, unsigned size, bool withRetry,
-                             bool* matched, UrlServerInstance* connection);
+    // scanOneUrl for this connection: the replies held back are sent before the engine is asked, and the
+    // retries end when the client hangs up.
+    unsigned classify(const char* url, unsigned char* categories, unsigned size, bool withRetry,
+                      bool* matched);
 
     enum class Listed { YES, NO, NO_MEMORY };
-    // Looks the local lists up; connection (may be null) lends its room. YES: *category is the URL's.
-    static Listed lookUpLists(const char* url, UrlServerInstance* connection, unsigned char* category);
+    // Looks the URL up in the local lists. YES: *category is its category.
+    Listed lookUpLists(const char* url, unsigned char* category);
     // Room of the connection for that many bytes, or null. While a message of messageLength bytes is served.
     char* lookUpRoom(std::size_t size);
 

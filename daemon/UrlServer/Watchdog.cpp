@@ -2,18 +2,27 @@
 
 #include <pthread.h>
 #include <signal.h>
-#include <time.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <limits>
 
 #include "KatdUtil/DetachedThread.h"
-#include "UrlServer/ProcessEnd.h"
+
+#ifndef sigev_notify_thread_id
+#define sigev_notify_thread_id _sigev_un._tid  // older C libraries do not name it
+#endif
 
 namespace KATD_SPACE {
 
 namespace {
+
+constexpr unsigned watchingStackSize = 256 * 1024;  // bytes
+constexpr std::int64_t timerToleranceMs = 100;      // between the clock and the timer
+
+// The call of this thread that has a timer.
+thread_local const Watchdog* timedCall = nullptr;
 
 std::int64_t nowMs() {
     timespec now{};
@@ -24,20 +33,16 @@ std::int64_t nowMs() {
 }  // namespace
 
 // All static and never destroyed: calls may be under way when the process ends.
-struct Watchdog::Keeper {
+struct Watchdog::WatchingThread {
     static constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
 
-    // Guards the rest; held for moments only.
-    static inline pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-    // On the monotonic clock; made before the thread that waits for it.
-    static inline pthread_cond_t changed;
-    static inline bool running = false;  // the watching thread exists
-    // When that thread looks next, unless it is told to look earlier.
-    static inline std::int64_t wakeMs = never;
-    static inline Watchdog* first = nullptr;  // the armed, earliest deadline first
+    static inline pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;  // guards the rest
+    static inline pthread_cond_t changed;                             // on the monotonic clock
+    static inline bool running = false;
+    static inline std::int64_t wakeMs = never;  // when the thread looks next unless it is woken earlier
+    static inline Watchdog* first = nullptr;    // the watched calls, earliest deadline first
     static inline Watchdog* last = nullptr;
-    static inline const Watchdog* late = nullptr;  // the call that the process is ending for
-    static inline bool alarmIsSet = false;         // in place of a thread that could not be created
+    static inline const Watchdog* late = nullptr;  // the call for which the process ends
 
     static void start() {
         pthread_condattr_t attributes;
@@ -45,43 +50,30 @@ struct Watchdog::Keeper {
         pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
         pthread_cond_init(&changed, &attributes);
         pthread_condattr_destroy(&attributes);
-        // No signal's handler may run in, and thereby stop, the thread that has to bring about the end.
+        // No signal handler may run in this thread and so stop it.
         sigset_t all;
         sigset_t before;
         sigfillset(&all);
         pthread_sigmask(SIG_SETMASK, &all, &before);
-        running = startDetachedThread(watch, nullptr) == 0;
+        running = startDetachedThread(watch, nullptr, watchingStackSize) == 0;
         pthread_sigmask(SIG_SETMASK, &before, nullptr);
         if (!running) pthread_cond_destroy(&changed);
-        // The thread watches the calls from before it, too.
-        if (running && alarmIsSet) alarm(0);
     }
 
-    // All calls of one setting have one limit, so that the place of a new one is nearly always the end.
-    static void insert(Watchdog* armed) {
+    // From the end: as calls mostly have the same limit, a new one nearly always belongs there.
+    static void insert(Watchdog* watched) {
         Watchdog* before = last;
-        while (before != nullptr && before->deadlineMs_ > armed->deadlineMs_)
+        while (before != nullptr && before->deadlineMs_ > watched->deadlineMs_)
             before = before->earlier_;
-        armed->earlier_ = before;
-        armed->later_ = before != nullptr ? before->later_ : first;
-        (before != nullptr ? before->later_ : first) = armed;
-        (armed->later_ != nullptr ? armed->later_->earlier_ : last) = armed;
+        watched->earlier_ = before;
+        watched->later_ = before != nullptr ? before->later_ : first;
+        (before != nullptr ? before->later_ : first) = watched;
+        (watched->later_ != nullptr ? watched->later_->earlier_ : last) = watched;
     }
 
-    static void remove(Watchdog* armed) {
-        (armed->earlier_ != nullptr ? armed->earlier_->later_ : first) = armed->later_;
-        (armed->later_ != nullptr ? armed->later_->earlier_ : last) = armed->earlier_;
-    }
-
-    static void setAlarm() {
-        if (endIsBounded()) return;  // by the same timer, and that end goes first
-        std::int64_t seconds = 0;
-        if (first != nullptr) {
-            seconds = (first->deadlineMs_ - nowMs() + 999) / 1000;
-            if (seconds < 1) seconds = 1;
-        }
-        alarm(static_cast<unsigned>(seconds));
-        alarmIsSet = first != nullptr;
+    static void remove(Watchdog* watched) {
+        (watched->earlier_ != nullptr ? watched->earlier_->later_ : first) = watched->later_;
+        (watched->later_ != nullptr ? watched->later_->earlier_ : last) = watched->earlier_;
     }
 
     static void* watch(void*) {
@@ -102,46 +94,71 @@ struct Watchdog::Keeper {
         }
     }
 
-    // Called with the mutex held; gives it up, so that other calls may come back meanwhile.
-    [[noreturn]] static void expire(const Watchdog& call) {
-        late = &call;
+    // Called with the mutex locked; unlocks it, so that other calls can return. The late call may return as
+    // well: its subject is copied before.
+    [[noreturn]] static void expire(const Watchdog& watched) {
+        late = &watched;
         char subject[1024] = "";
-        if (call.subject_ != nullptr) std::snprintf(subject, sizeof(subject), "%s", call.subject_);
-        const Expired expired = call.expired_;
-        const int limitSec = call.limitSec_;
+        if (watched.subject_ != nullptr) std::snprintf(subject, sizeof(subject), "%s", watched.subject_);
+        const LateCall call = watched.call_;
+        const int limitSec = watched.limitSec_;
         pthread_mutex_unlock(&mutex);
-        expired(subject, limitSec);
-        _exit(1);
+        endForLateCall(call, subject, limitSec);
     }
 };
 
-Watchdog::Watchdog(int limitSec, Expired expired, const char* subject)
-    : limitSec_(limitSec), expired_(expired), subject_(subject) {
+Watchdog::Watchdog(int limitSec, LateCall call, const char* subject)
+    : limitSec_(limitSec), call_(call), subject_(subject) {
     if (limitSec_ <= 0) return;
     deadlineMs_ = nowMs() + static_cast<std::int64_t>(limitSec_) * 1000;
-    pthread_mutex_lock(&Keeper::mutex);
-    if (!Keeper::running) Keeper::start();
-    Keeper::insert(this);
-    if (!Keeper::running) {
-        Keeper::setAlarm();
-    } else if (deadlineMs_ < Keeper::wakeMs) {
-        // Rare: a watching thread that slept until an earlier call's limit is left alone.
-        pthread_cond_signal(&Keeper::changed);
+    pthread_mutex_lock(&WatchingThread::mutex);
+    if (!WatchingThread::running) WatchingThread::start();
+    isListed_ = WatchingThread::running;
+    if (isListed_) {
+        WatchingThread::insert(this);
+        if (deadlineMs_ < WatchingThread::wakeMs) pthread_cond_signal(&WatchingThread::changed);
     }
-    pthread_mutex_unlock(&Keeper::mutex);
+    pthread_mutex_unlock(&WatchingThread::mutex);
+    if (!isListed_) startTimer();
 }
 
 Watchdog::~Watchdog() {
-    if (limitSec_ <= 0) return;
-    pthread_mutex_lock(&Keeper::mutex);
-    const bool tooLate = Keeper::late == this;
-    Keeper::remove(this);
-    if (!Keeper::running) Keeper::setAlarm();
-    pthread_mutex_unlock(&Keeper::mutex);
-    if (tooLate) {
-        for (;;)
-            pause();  // whoever waits for the answer must not act on it any more
+    if (timer_) {
+        timedCall = nullptr;
+        timer_delete(timer_->id);
     }
+    if (!isListed_) return;
+    pthread_mutex_lock(&WatchingThread::mutex);
+    const bool isLate = WatchingThread::late == this;
+    WatchingThread::remove(this);
+    pthread_mutex_unlock(&WatchingThread::mutex);
+    if (isLate) {
+        for (;;)
+            pause();  // the process is ending: nobody may act on the answer
+    }
+}
+
+// Without memory for a timer the call is not watched.
+void Watchdog::startTimer() {
+    sigevent event{};
+    event.sigev_notify = SIGEV_THREAD_ID;  // no other thread can tell which call is late
+    event.sigev_signo = SIGALRM;
+    event.sigev_notify_thread_id = static_cast<pid_t>(syscall(SYS_gettid));
+    timer_.emplace(Timer{LateCallExecution(call_, subject_, limitSec_), timer_t{}});
+    if (timer_create(CLOCK_MONOTONIC, &event, &timer_->id) != 0) {
+        timer_.reset();
+        return;
+    }
+    timedCall = this;
+    itimerspec limit{};
+    limit.it_value.tv_sec = limitSec_;
+    timer_settime(timer_->id, 0, &limit, nullptr);
+}
+
+void Watchdog::endIfLate() {
+    const Watchdog* const watched = timedCall;
+    if (watched != nullptr && nowMs() >= watched->deadlineMs_ - timerToleranceMs)
+        watched->timer_->report.execute();
 }
 
 }  // namespace KATD_SPACE
