@@ -97,16 +97,6 @@ TEST_F(Classification, AsksAgainOnlyWhileAnUnknownIsNotFinal) {
     }
 }
 
-TEST_F(Classification, RetriesFollowTheSettingsInForce) {
-    KATD_SPACE::ops.conf.setQueryTimeout(0, 1);
-    EXPECT_FALSE(scan("u", true).matched);
-    EXPECT_EQ(1, asked("u"));
-    KATD_SPACE::ops.conf.setQueryTimeout(4, 1);
-    EXPECT_FALSE(scan("u", true).matched);
-    EXPECT_EQ(1 + 5, asked("u"));
-    EXPECT_THAT(told(), testing::HasSubstr("query [u] time out"));
-}
-
 TEST_F(Classification, WithoutAnEngineOrRoomThereIsNoAnswer) {
     unsigned char byte = 0;
     bool matched = true;

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 
@@ -54,9 +55,10 @@ TEST_F(Requests, RefusesWhatIsNoRequestWithoutAReply) {
 
 TEST_F(Requests, ServesRequestsSentAheadInOrderAndByteByByte) {
     home().rules("url a 7\nurl b.example/long 1,2,3\nurl c final\n");
+    const std::string zeroByte("url0a\0b", 7);
     Connection connection;
     const std::string ahead = request("url0a") + request("ctl:urls_stat") + request("url1b.example/long") +
-                              request("url0c") + request("url0nothing.example");
+                              request("url0c") + request("url0nothing.example") + request(zeroByte);
     for (const std::size_t piece : {ahead.size(), std::size_t{1}}) {
         for (std::size_t at = 0; at < ahead.size(); at += piece) {
             ASSERT_TRUE(connection.client.send(ahead.substr(at, piece)));
@@ -64,7 +66,7 @@ TEST_F(Requests, ServesRequestsSentAheadInOrderAndByteByByte) {
         const struct {
             std::vector<unsigned> categories;
             int matched;
-        } expected[] = {{{7}, 1}, {{}, 0}, {{1, 2, 3}, 1}, {{}, 1}, {{}, 0}};
+        } expected[] = {{{7}, 1}, {{}, 0}, {{1, 2, 3}, 1}, {{}, 1}, {{}, 0}, {{7}, 1}};
         for (const auto& wanted : expected) {
             const auto reply = connection.client.receive();
             ASSERT_TRUE(reply);
@@ -136,7 +138,7 @@ TEST_F(Requests, KeepsTheLongMessageBufferUntilItIsTooSmall) {
         std::size_t messageSize;
         unsigned bufferSize;
     } cases[] = {{4095, 0},    {4096, 4097}, {5000, 5001}, {4500, 5001},
-                 {5000, 5001}, {6000, 6001}, {100, 6001}};
+                 {5000, 5001}, {5001, 5002}, {100, 5002}};
     for (const auto& step : cases) {
         SCOPED_TRACE(step.messageSize);
         const std::string url = "long.example/" + std::string(step.messageSize - 17, 'x');
@@ -145,15 +147,24 @@ TEST_F(Requests, KeepsTheLongMessageBufferUntilItIsTooSmall) {
         ASSERT_TRUE(reply);
         EXPECT_EQ(std::vector<unsigned>{9}, reply->categories);
         EXPECT_EQ(step.bufferSize, connection.instance().largeBufferSize);
+        EXPECT_LE(step.bufferSize, malloc_usable_size(connection.instance().largeBuffer));
     }
 }
 
-TEST_F(Requests, AZeroByteEndsTheUrl) {
-    home().rules("url a.example 3\n");
-    Connection connection;
-    const auto reply = connection.client.ask(std::string("a.example\0b", 11));
-    ASSERT_TRUE(reply);
-    EXPECT_EQ(std::vector<unsigned>{3}, reply->categories);
+TEST_F(Requests, RetriesEndWhenTheClientHangsUpButNotWhenItHasOnlyEndedItsRequests) {
+    home().rules("url known unknown then 5\n");
+    KATD_SPACE::ops.conf.setQueryTimeout(0xFFFFFFFF, 1);
+    {
+        Connection halfClosed;
+        ASSERT_TRUE(halfClosed.client.send(request("url1known")));
+        shutdown(halfClosed.client.fd(), SHUT_WR);
+        EXPECT_EQ(std::vector<unsigned>{5}, halfClosed.client.receive()->categories);
+    }
+    for (const unsigned interval : {1u, 0xFFFFFFFFu}) {
+        KATD_SPACE::ops.conf.setQueryTimeout(0xFFFFFFFF, interval);
+        Connection gone;
+        ASSERT_TRUE(gone.client.send(request("url1nothing.example")));
+    }
 }
 
 TEST_F(Requests, TellsAPeerThatDoesNotTakeItsReply) {
@@ -187,16 +198,6 @@ TEST_F(Requests, TellsAPeerThatDoesNotTakeItsReply) {
         std::string expected = "fail to send the url query " + one.message + " katc, ret[0]\n";
         EXPECT_THAT(told(), testing::EndsWith(expected));
     }
-}
-
-TEST_F(Requests, OnlyAUrlQueryCountsAsHandledAndItsUrlIsNamedMeanwhile) {
-    home().rules("url slow.example delay 300 5\n");
-    Connection connection;
-    ASSERT_TRUE(connection.client.control("urls_stat"));
-    EXPECT_FALSE(KATD_SPACE::urlSvr->handledRequest);
-    ASSERT_TRUE(connection.client.ask("slow.example"));
-    EXPECT_TRUE(KATD_SPACE::urlSvr->handledRequest);
-    EXPECT_EQ(nullptr, connection.instance().currentUrl);
 }
 
 }  // namespace

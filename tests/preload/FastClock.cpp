@@ -84,6 +84,14 @@ unsigned sleep(unsigned seconds) {
     return 0;
 }
 
+int timer_settime(timer_t timer, int flags, const itimerspec* value, itimerspec* before) noexcept {
+    static auto* const real =
+        next<int(timer_t, int, const itimerspec*, itimerspec*)>(TIME64("timer_settime", "__timer_settime64"));
+    itimerspec scaled{};
+    scaled.it_value = toTimespec(static_cast<double>(value->it_value.tv_sec) / limitFactor);
+    return real(timer, flags, &scaled, before);
+}
+
 // Scales long times only: what bounds the end of the process must not run out before its work is done.
 int setitimer(__itimer_which_t which, const itimerval* value, itimerval* before) noexcept {
     static auto* const real =
