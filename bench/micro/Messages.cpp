@@ -10,7 +10,7 @@
 #include "Fail.h"
 #include "KatdUtil/Utils.h"
 #include "Micro.h"
-#include "UrlServer/Startup.h"
+#include "UrlServer/MessageOutput.h"
 #include "util/Log.h"
 
 namespace bench {

@@ -220,7 +220,10 @@ private:
         eventually([&] { return threadsOf(katd_->pid()) <= idleThreads && excess().empty(); });
         EXPECT_LE(threadsOf(katd_->pid()), idleThreads);
         EXPECT_THAT(excess(), testing::IsEmpty());
-        EXPECT_EQ(std::to_string(katd_->pid()) + "\n" + '\0', readFile(home_ / "data/katd.pid"));
+        const std::string pidFile = home_ / "data/katd.pid";
+        if (!contains(output(), "can't open " + pidFile)) {
+            EXPECT_EQ(std::to_string(katd_->pid()) + "\n" + '\0', readFile(pidFile));
+        }
     }
 
     // All that katd wrote to its log, wherever the fault put it, and to the terminal.
