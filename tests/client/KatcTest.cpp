@@ -1,5 +1,6 @@
 // katc and katc helper, run by shell lines.
 #include <optional>
+#include <set>
 
 #include "client/ShellTest.h"
 #include "support/Daemon.h"
@@ -26,12 +27,22 @@ std::string helper(const std::string& options, const std::string& lines) {
     return "printf %s '" + lines + "' | katc helper " + options + " -s socket";
 }
 
+// A helper that is asked while the daemon is there, then while it is away, and so on; then its messages.
+std::string outlives(const std::string& options, const std::string& channel) {
+    return "mkfifo in answers; ln -s socket link; katc helper " + options + " -s link <in >answers 2>messages & "
+           "cd .; exec 3>in 4<answers; ask() { echo \"" + channel + "$1\" >&3; read -r line <&4; echo \"$line\"; }; "
+           "for i in 1 2; do ask ads.example!; rm link; ask ads.example; ask ads.example; ln -s socket link; done; "
+           "ask ads.example; exec 3>&-; wait $! && cut -c 1-34 messages; rm in answers link";
+}
+
 TEST_F(KatcTest, Answers) {
     const std::string redirect = "OK status=302 url=\"http://b.example/?", noHost = "BH message=\"the URL has no host\"\n";
     const std::string noUrl = "BH message=\"the line has no URL where --url-field says, or is too long\"\n";
     const std::string late = "BH message=\"no answer within the time limit: see katd's log, or wait longer\"\n";
     const std::string ads = "OK category_=12 log=12 message=\"category 12\"\n", adsLine = "ads.example\tknown\t12\n";
     const std::string named = "OK category_=12 name_=\"a\\\"b\\\\c\" log=\"a\\\"b\\\\c\" message=\"a\\\"b\\\\c\"\n";
+    const std::string gone = "katc helper: no daemon answers on \nkatc helper: katd answers again.\n";
+    const std::string page = "OK status=302 url=\"http://b.example\"\n";
     const Row rows[] = {
         // Plain and JSON output.
         {"katc -s socket ads.example -r -- multi.example ctl -r", 0,
@@ -92,6 +103,9 @@ TEST_F(KatcTest, Answers) {
         {helper("acl --keep-port --retry", "http://u@ads.example..:81/\n"), 0, ads, "", "url1http://ads.example:81/"},
         {helper("acl --on-unknown ok", "x.example\nnone.example\n"), 0, "OK\nERR\n", "", "*"},
         {helper("acl --on-unknown bh", "x.example\n"), 0, "BH message=\"katd has no certain answer\"\n", "", "*"},
+        // A line that is too long is not asked in part.
+        {"long() { printf http://ads.example/; head -c 2000000 /dev/zero | tr '\\0' x; }; "
+         "{ long; printf '\\nnone.example\\n'; long; } | katc helper acl -s socket", 0, noUrl + "ERR\n" + noUrl, "", "url0none.example"},
         // katc helper rewrite.
         {helper("rewrite --categories names --block 9-12 --block 44 --redirect 'http://b.example/?c={category}&n={name}&u={url}'",
                 "http://ads.example/a?b=%20\"&\xc3\xa9 1.2.3.4/x - GET myip=1\nmulti.example:443 1.2.3.4/x - CONNECT\n"
@@ -104,6 +118,12 @@ TEST_F(KatcTest, Answers) {
         // Late answers are reported once.
         {"{ " + helper("acl --timeout 0.1 --batch 1", "silent\nads.example\nsilent\n") + "; } 2>late.err; wc -l <late.err", 0,
          late + ads + late + "1\n", "", "*"},
+        // A daemon that goes is reported once, and once when it is back.
+        {outlives("acl --on-failure err", ""), 0, ads + "ERR\nERR\n" + ads + "ERR\nERR\n" + ads + gone + gone, "", "*"},
+        {outlives("acl --on-failure ok --concurrency", "3 "), 0,
+         "3 " + ads + "3 OK\n3 OK\n3 " + ads + "3 OK\n3 OK\n3 " + ads + gone + gone, "", "*"},
+        {outlives("rewrite --block 44 --on-failure redirect --redirect http://b.example", ""), 0,
+         "OK\n" + page + page + "OK\n" + page + page + "OK\n" + gone + gone, "", "*"},
         // Squid has concurrency, and the helper does not know: squid must get its channel-IDs back, or it aborts.
         {helper("acl", "7 http://ads.example/ -\n"), 0,
          "7 BH message=\"the line has a number for a URL: with concurrency in squid.conf, give --concurrency\"\n", "", ""},
@@ -157,6 +177,8 @@ TEST_F(KatcTest, BadUsageIsReportedAndAsksNothing) {
         EXPECT_THAT(errors, HasSubstr("bad, line 3: ")) << line;
     }
     writeFile(dir / "good", "news = 12\n");
+    std::filesystem::create_directories(dir / "conf");
+    writeFile(dir / "conf/katd.ini", "[katd]\ndata_conn_string = socket\n");
     const std::string tooLong(108, 'x'), acl = "|helper acl ", to = "|helper rewrite --block 5 --redirect http://";
     std::istringstream lines(
         "-r|--|-x a|--unknown|-s|-r helper|-s " + tooLong + " a|ctl|ctl restart|ctl reload now|ctl reload urls_stat|"
@@ -174,11 +196,9 @@ TEST_F(KatcTest, BadUsageIsReportedAndAsksNothing) {
         "/" + to + ":80/" + to + "b.example --status 300");
     for (std::string arguments; std::getline(lines, arguments, '|');) {
         SCOPED_TRACE(arguments);
-        const bool isHelper = arguments.find("helper ") == 0;
-        EXPECT_EQ(2, run("echo ads.example | katc " + arguments));
-        EXPECT_EQ(0U, errors.find(isHelper ? "katc helper: " : "katc: ")) << errors;
+        EXPECT_EQ(2, run("echo ads.example | KATD_DIR=. katc " + arguments));
+        EXPECT_EQ(0U, errors.find(arguments.find("helper ") == 0 ? "katc helper: " : "katc: ")) << errors;
         EXPECT_EQ("", output);
-        EXPECT_EQ(2, run("echo ads.example | katc " + (isHelper ? arguments + " -s socket" : "-s socket " + arguments)));
     }
     EXPECT_EQ(Texts(), daemon.received());
     for (const std::string line : {"katc --help", "katc -h", "katc --version", "katc helper --help", "katc helper --version"}) {
@@ -216,13 +236,49 @@ TEST_F(KatcTest, ManyLinesKeepTheirOrder) {
     EXPECT_EQ(40000U, daemon.received().size());
 }
 
-TEST_F(KatcTest, ALineThatIsTooLongIsNotAskedInPart) {
-    FakeDaemon daemon(socket, answer);
-    const std::string tooLong = "http://ads.example/" + std::string(2000000, 'x');
-    writeFile(dir / "lines", tooLong + "\nnone.example\n" + tooLong);
-    EXPECT_EQ(0, run("katc helper acl -s socket <lines | cut -c 1-24"));
-    EXPECT_EQ("BH message=\"the line has\nERR\nBH message=\"the line has\n", output);
-    EXPECT_EQ(Texts{"1 url0none.example"}, daemon.received());
+TEST_F(KatcTest, ChannelsAreServedSideBySide) {
+    const Home home(Settings{{"ctengine_query_timeout", "0"}});
+    home.rules("host none.example final\nhost hung.example hang\n");
+    Daemon daemon(home);
+    ASSERT_TRUE(daemon.waitUntilServing());
+    const std::string path(9000, 'x'),
+        channelOnly = " BH message=\"the line has no URL where --url-field says, or is too long\"";
+    std::string lines = "0 http://hung.example/\n";
+    std::set<std::string> expected, received;
+    for (int i = 1; i <= 600; ++i) {
+        const std::string channel = std::to_string(i);
+        const bool isListed = i % 3 != 0;
+        lines += channel + " " +
+                 (i == 150   ? std::string(3000000, 'x')
+                  : isListed ? "ads.example/" + path
+                             : "none.example") +
+                 " -\n";
+        expected.insert(channel +
+                        (i == 150    ? channelOnly
+                         : !isListed ? " OK"
+                                     : " OK status=302 url=\"http://b.example/ads.example%2F" + path + "\""));
+    }
+    writeFile(dir / "lines", lines);
+    // The engine never answers for the first line. Nobody reads the other answers at first, so that the
+    // threads have to write them in pieces.
+    std::thread end([&] {
+        EXPECT_TRUE(eventually([&] {
+            const std::string all = readFile(dir / "answers");
+            return std::count(all.begin(), all.end(), '\n') == 600;
+        }));
+        daemon.kill(SIGKILL);
+        writeFile(dir / "end", "");
+    });
+    EXPECT_EQ(0, run("{ cat lines; until [ -e end ]; do sleep 0.02; done; } | katc helper rewrite --block 12 "
+                     "--redirect "
+                     "'http://b.example/{url}' --concurrency --connections 5 --batch 1 --timeout 0 -s " +
+                     home.socketPath() + " 2>messages | { sleep 0.3; cat >answers; }"));
+    end.join();
+    std::istringstream answers(readFile(dir / "answers"));
+    for (std::string line; std::getline(answers, line);)
+        received.insert(line.rfind("0 BH", 0) == 0 ? "0 BH" : line);
+    expected.insert("0 BH");
+    EXPECT_TRUE(expected == received);
 }
 
 TEST_F(KatcTest, ARestartOfKatdInTheMiddleLosesNothing) {

@@ -30,15 +30,15 @@ protected:
     }
     // The status of the call, then each answer: s and its status, or k (known) or u and its last category.
     static std::string ask(const Handle& client, const Texts& urls) {
-        std::vector<const char*> pointers;
-        std::vector<std::size_t> lengths;
+        std::vector<const char*> data;
+        std::vector<std::size_t> sizes;
         for (const std::string& url : urls) {
-            pointers.push_back(url.data());
-            lengths.push_back(url.size());
+            data.push_back(url.data());
+            sizes.push_back(url.size());
         }
         std::vector<katclient_answer> all(urls.size());
         const int first =
-            katclient_ask_many(client.get(), pointers.data(), lengths.data(), urls.size(), 0, all.data());
+            katclient_ask_many(client.get(), data.data(), sizes.data(), all.size(), 0, all.data());
         std::string result = std::to_string(first);
         for (const katclient_answer& one : all) {
             result += one.status != 0 ? " s" + std::to_string(one.status) : one.known != 0 ? " k" : " u";
@@ -87,17 +87,17 @@ TEST_F(KatclientTest, NeitherSideWaitsForTheOther) {
         return reply(1, std::string(255, '\1') + static_cast<char>(sum(message.substr(4))));
     });
     Texts urls;
-    for (std::size_t i = 0; i < 4000; ++i)
-        urls.emplace_back(900 + i % 128, 'x');
-    // One that is copied, two that are sent from the caller's memory, and the longest that is allowed.
-    for (const std::size_t size : {4088U, 4089U, 3000000U, 16U * 1024 * 1024 - 4}) {
-        std::string& url = *urls.insert(urls.begin() + 1000, std::string(size, 'y'));
-        for (std::size_t i = 0; i < size; i += 97)
-            url[i] = static_cast<char>('a' + i * i / 7 % 23);
-    }
     std::string expected = "0";
-    for (const std::string& url : urls)
+    for (unsigned i = 0, random = 1; i < 4000; ++i) {
+        // One that is copied, two that are sent from the caller's memory, and the longest that is allowed.
+        const std::map<unsigned, unsigned> sizes = {
+            {999, 4088}, {1000, 4089}, {1001, 3000000}, {1002, (16 << 20) - 4}};
+        std::string url(sizes.count(i) != 0 ? sizes.at(i) : 900 + i % 128, 'x');
+        for (std::size_t at = 0; at < url.size(); at += 97)
+            url[at] = static_cast<char>('a' + (random = random * 1103515245 + 12345) / 65536 % 23);
         expected += " k" + std::to_string(sum(url));
+        urls.push_back(std::move(url));
+    }
     const Ticks ticks;
     for (const unsigned answerMs : {60000U, 0U})
         EXPECT_TRUE(expected == ask(open(0, answerMs), urls));
@@ -117,10 +117,10 @@ TEST_F(KatclientTest, OneFailureDoesNotTouchTheOthers) {
               ask(client, {"a", "", "refused!", "b", zero, tooLong, "garbage!", "c"}));
     expectMessage(client, "zero byte");
     // What was refused is asked once more, alone; the others then follow on the next connection.
-    const Texts received = daemon.received();
-    const std::string begin = testing::PrintToString(Texts(received.begin(), received.begin() + 4));
-    EXPECT_EQ("{ \"1 url0a\", \"1 url0refused!\", \"2 url0refused!\", \"3 url0b\" }", begin);
-    EXPECT_EQ(1, std::count(received.begin(), received.end(), "3 url0garbage!"));
+    const std::string received = testing::PrintToString(daemon.received());
+    EXPECT_EQ(0U, received.find("{ \"1 url0a\", \"1 url0refused!\", \"2 url0refused!\", \"3 url0b\""))
+        << received;
+    EXPECT_EQ(received.find("garbage"), received.rfind("garbage"));
     // Bytes after the last reply end the connection: their rest would be taken for the next reply.
     EXPECT_EQ("0 u", ask(client, {"pair"}));
     const char before = daemon.received().back()[0];
@@ -202,15 +202,8 @@ TEST_F(KatclientTest, WithoutADaemonTheRestIsNotWaitedFor) {
     EXPECT_EQ("5 s5 s1 s1", ask(client, {"", "a", "b"}));
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(KATCLIENT_NO_DAEMON, katclient_connect(client.get())) << i;
-    EXPECT_EQ("1 s1 s1", ask(client, {"a", "b"}));
     expectMessage(client, socket + " (No such file or directory)");
-    for (const std::size_t length : {0, 107, 108}) {
-        katclient* opened = client.get();
-        EXPECT_EQ(length == 107 ? KATCLIENT_OK : KATCLIENT_BAD_ARGUMENT,
-                  katclient_open(std::string(length, 'x').c_str(), &opened));
-        EXPECT_EQ(length == 107, opened != nullptr);
-        katclient_close(opened);
-    }
+    EXPECT_EQ("1 s1 s1", ask(client, {"a", "b"}));
     // One that listens, but never accepts.
     const int listener = Utils::createLocalTcpService(socket.c_str(), 0);
     std::vector<Handle> waiting;
