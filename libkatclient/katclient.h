@@ -39,8 +39,7 @@ enum { KATCLIENT_MAX_CATEGORIES = 256 };
 
 /* Flags of a question. */
 enum {
-    KATCLIENT_RETRY =
-        1 /* katd asks its engine again while that does not know the URL yet, as its settings say */
+    KATCLIENT_RETRY = 1 /* katd asks its engine again while that does not know the URL, as its settings say */
 };
 
 typedef struct katclient_answer {
@@ -58,10 +57,12 @@ int katclient_open(const char *socket_path, katclient **client);
 void katclient_close(katclient *client);
 
 /* Sets time limits in milliseconds for later calls. Both are 0 after katclient_open.
+ *
  * connect_ms: how long to try to connect while no daemon listens; 0: one attempt. If a daemon listens, but
- * does not accept, answer_ms applies as well. answer_ms: how long to wait for one answer; 0: without a limit.
- * The connection is closed after that. katd has a limit of its own, its setting ctengine_query_timeout, which
- * with KATCLIENT_RETRY applies to each attempt. */
+ * does not accept, answer_ms applies as well.
+ *
+ * answer_ms: how long to wait for one answer; 0: without a limit. After that the connection is closed. katd
+ * has a limit too, its setting ctengine_query_timeout, which with KATCLIENT_RETRY applies to each attempt. */
 void katclient_set_limits(katclient *client, unsigned connect_ms, unsigned answer_ms);
 
 /* Connects unless there is a connection. Optional: it shows early whether a daemon listens. */

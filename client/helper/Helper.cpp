@@ -154,9 +154,10 @@ private:
 
 std::size_t Pipeline::parse(Batch* batch) {
     std::string_view rest = batch->text;
-    // Squid numbers the channels of each helper from 0.
+    // Squid numbers the channels of each helper from 1, or in some versions from 0.
     if (!options_.hasChannels && isFirst_) {
-        hasUnexpectedChannels_ = rest.substr(0, 2) == "0 ";
+        const std::string_view begin = rest.substr(0, 2);
+        hasUnexpectedChannels_ = begin == "0 " || begin == "1 ";
         isFirst_ = false;
     }
     std::size_t count = 0;

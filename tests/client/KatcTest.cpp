@@ -127,8 +127,8 @@ TEST_F(KatcTest, Answers) {
         // Squid has concurrency, and the helper does not know: squid must get its channel-IDs back, or it aborts.
         {helper("acl", "7 http://ads.example/ -\n"), 0,
          "7 BH message=\"the line has a number for a URL: with concurrency in squid.conf, give --concurrency\"\n", "", ""},
-        {helper("acl --url-field 2", "0 1.2.3.4 ads.example\n12 1.2.3.4 ads.example\n") + " | cut -c 1-23", 0,
-         "0 BH message=\"the line \n12 BH message=\"the line\n", "", ""},
+        {helper("acl --url-field 2", "1 1.2.3.4 ads.example\n12 1.2.3.4 ads.example\n") + " | cut -c 1-23", 0,
+         "1 BH message=\"the line \n12 BH message=\"the line\n", "", ""},
         {helper("acl --concurrency", "no channel\n5 ads.example\n") + " | cut -c 1-33 | sort", 0,
          "5 OK category_=12 log=12 message=\nBH message=\"the line has no chann\n", "", "*"},
     };

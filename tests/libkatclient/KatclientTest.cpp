@@ -1,6 +1,7 @@
 // libkatclient with a daemon that answers as the test wants.
 #include <gmock/gmock.h>
 #include <katclient.h>
+#include <poll.h>
 
 #include <future>
 #include <numeric>
@@ -59,8 +60,12 @@ TEST_F(KatclientTest, RequestsGoOutTogetherAlsoAfterARefusal) {
     auto received = std::async(std::launch::async, [listener] {
         Texts reads;
         int fd = -1;
-        for (const std::string replies : {"-", "-a", "bc"}) {  // "-": on a new connection
+        // "-": on a new connection; "-!": one that ends before the request is read.
+        for (const std::string replies : {"-", "-!", "-a", "bc"}) {
             if (replies[0] == '-') close(std::exchange(fd, accept(listener, nullptr, nullptr)));
+            pollfd events{fd, POLLIN, 0};
+            poll(&events, 1, 10000);
+            if (replies == "-!") continue;
             std::string bytes(1000, '\0');
             bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(read(fd, &bytes[0], bytes.size()), 0)));
             reads.push_back(bytes);
