@@ -13,12 +13,13 @@ namespace {
 
 using KATD_SPACE::ReplyHeader;
 constexpr std::size_t prefixSize = KATD_SPACE::prefixLength;
+constexpr std::size_t maxMessage = KATD_MAX_MESSAGE;
 static_assert(static_cast<unsigned>(KATCLIENT_MAX_CATEGORIES) == KATD_SPACE::maxCategories,
               "any reply fits an answer");
 
 // A zero byte would end the URL for katd, which would then answer for another one.
 bool isUrl(const char* text, std::size_t length) {
-    return length != 0 && length <= KATD_MAX_MESSAGE - prefixSize && std::memchr(text, 0, length) == nullptr;
+    return length != 0 && length <= maxMessage - prefixSize && std::memchr(text, 0, length) == nullptr;
 }
 
 }  // namespace

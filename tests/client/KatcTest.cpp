@@ -116,7 +116,7 @@ TEST_F(KatcTest, Answers) {
                 "ads.example\nmulti.example\nx.example\nhttps://b.example/x\n"), 0,
          "OK status=307 url=\"https://b.example\"\nOK\nOK status=307 url=\"https://b.example\"\nOK\n", "", "*"},
         // Late answers are reported once.
-        {"{ " + helper("acl --timeout 0.1 --batch 1", "silent\nads.example\nsilent\n") + "; } 2>late.err; wc -l <late.err", 0,
+        {"{ " + helper("acl --timeout 1 --batch 1", "silent\nads.example\nsilent\n") + "; } 2>late.err; wc -l <late.err", 0,
          late + ads + late + "1\n", "", "*"},
         // A daemon that goes is reported once, and once when it is back.
         {outlives("acl --on-failure err", ""), 0, ads + "ERR\nERR\n" + ads + "ERR\nERR\n" + ads + gone + gone, "", "*"},

@@ -62,7 +62,10 @@ TEST_F(KatclientTest, RequestsGoOutTogetherAlsoAfterARefusal) {
         int fd = -1;
         // "-": on a new connection; "-!": one that ends before the request is read.
         for (const std::string replies : {"-", "-!", "-a", "bc"}) {
-            if (replies[0] == '-') close(std::exchange(fd, accept(listener, nullptr, nullptr)));
+            if (replies[0] == '-') {
+                close(fd);
+                fd = accept(listener, nullptr, nullptr);
+            }
             pollfd events{fd, POLLIN, 0};
             poll(&events, 1, 10000);
             if (replies == "-!") continue;
