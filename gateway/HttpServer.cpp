@@ -167,8 +167,10 @@ public:
             refuse(response, 500, "memory is short");
         });
         set_error_handler([](const httplib::Request&, httplib::Response& response) {
+            // Called for the handler's refusals as well; those have a body, and the connection goes on.
+            if (!response.body.empty()) return;
             mustClose_ = true;
-            if (response.body.empty()) refuse(response, response.status, reasonOf(response.status));
+            refuse(response, response.status, reasonOf(response.status));
         });
     }
 
