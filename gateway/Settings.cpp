@@ -6,7 +6,6 @@
 #include <fstream>
 #include <optional>
 #include <set>
-#include <stdexcept>
 
 #include "KatdConf/ConfReader.h"
 #include "KatdUtil/IniUtils.h"
@@ -38,7 +37,7 @@ class File {
 public:
     File(const std::string& path, const std::string& home)
         : path_(path), home_(home), ini_(path.c_str(), "r") {
-        if (!ini_.opened) throw std::runtime_error("cannot open " + path + " (" + std::strerror(errno) + ")");
+        if (!ini_.opened) throw SettingsError("cannot open " + path + " (" + std::strerror(errno) + ")");
         checkNames();
     }
 
@@ -89,7 +88,7 @@ public:
     }
     [[noreturn]] void fail(const std::string& section, const std::string& key,
                            const std::string& reason) const {
-        throw std::runtime_error(path_ + ": " + key + " in [" + section + "] " + reason);
+        throw SettingsError(path_ + ": " + key + " in [" + section + "] " + reason);
     }
 
 private:
@@ -104,7 +103,7 @@ private:
                 trimmed(std::string_view(line).substr(0, line.find_first_of("#;")));
             const std::string where = path_ + ", line " + std::to_string(number) + ": ";
             if (line.size() >= KATD_SPACE::IniUtils::valueLimit - 1)
-                throw std::runtime_error(where + "a line has at most 254 bytes");
+                throw SettingsError(where + "a line has at most 254 bytes");
             if (string.empty()) continue;
             if (string[0] == '[') {
                 const std::string_view name = trimmed(string.substr(1, string.find(']') - 1));
@@ -113,14 +112,14 @@ private:
                 else if (name.substr(0, sizeof policyPrefix - 1) == policyPrefix)
                     keys = &policyKeys;
                 else
-                    throw std::runtime_error(where + "no section " + std::string(name) + " is known");
+                    throw SettingsError(where + "no section " + std::string(name) + " is known");
                 if (!sections.emplace(name).second)
-                    throw std::runtime_error(where + "the section " + std::string(name) + " is there twice");
+                    throw SettingsError(where + "the section " + std::string(name) + " is there twice");
                 continue;
             }
             const std::string_view key = trimmed(string.substr(0, string.find('=')));
             if (keys == nullptr || string.find('=') == string.npos || keys->count(key) == 0)
-                throw std::runtime_error(where + "no key " + std::string(key) + " is known here");
+                throw SettingsError(where + "no key " + std::string(key) + " is known here");
         }
     }
 
@@ -188,7 +187,7 @@ Rules readRules(const std::string& path, const std::string& home) {
     if (const std::string namesPath = file.pathOf(file.value(mainSection, "categories", ""));
         !namesPath.empty()) {
         if (names.read(namesPath, &problem) != tools::CategoryNames::Status::ok)
-            throw std::runtime_error(problem);
+            throw SettingsError(problem);
     }
     for (unsigned i = 0; i <= tools::CategoryNames::katdHighest; ++i)
         rules.names.push_back(names.nameOf(i));

@@ -2,6 +2,7 @@
 #ifndef GATEWAY_SETTINGS_H
 #define GATEWAY_SETTINGS_H
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -28,8 +29,14 @@ struct Rules {
     std::vector<std::string> names;  // of the categories 0 to 255; empty where there is none
 };
 
-// Both read `path`; paths in the file are relative to `home`, which ends with "/". They throw
-// std::runtime_error with a sentence for whatever is wrong, unknown keys and sections included.
+// What is wrong with the settings: a sentence without its full stop.
+class SettingsError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Both read `path`; paths in the file are relative to `home`, which ends with "/". They throw SettingsError for
+// whatever is wrong, unknown keys and sections included.
 Settings readSettings(const std::string& path, const std::string& home);
 Rules readRules(const std::string& path, const std::string& home);
 

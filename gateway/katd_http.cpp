@@ -152,6 +152,9 @@ int main(int argc, char** argv) {
     if (!commandLine.parse(argc, argv, &status)) return status;
     try {
         return run(arguments);
+    } catch (const gateway::SettingsError& e) {
+        tools::printError(program, e.what());
+        return badUsage;
     } catch (const std::exception& e) {
         tools::printError(program, e.what());
         return failed;

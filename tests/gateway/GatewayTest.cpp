@@ -245,6 +245,7 @@ TEST_F(GatewayTest, AnAdministratorsPagesHaveAListenerOfTheirOwn) {
 
 TEST_F(GatewayTest, RequestsOnOneConnectionAreAnsweredInOrder) {
     Connection connection(server_.get());
+    connection.send("GET /v1/auth/nginx HTTP/1.1\r\nX-Original-URL: a12.example\r\n\r\n");  // refused
     connection.send(
         "GET /v1/categories?url=a1.example HTTP/1.1\r\n\r\nGET /v1/categories?url=a2.example "
         "HTTP/1.1\r\n\r\n");
@@ -254,7 +255,7 @@ TEST_F(GatewayTest, RequestsOnOneConnectionAreAnsweredInOrder) {
         "GET /v1/categories?url=a4.example HTTP/1.1\r\nX: y\r\n\r\n");
     const std::string text = connection.receiveAll();
     std::size_t at = 0;
-    for (const char* part : {"[1]", "[2]", "[3]"}) {
+    for (const char* part : {"403 Forbidden", "[1]", "[2]", "[3]"}) {
         at = text.find(part, at);
         EXPECT_NE(at, text.npos) << part;
     }
@@ -311,7 +312,7 @@ TEST_F(GatewayTest, WrongSettingsAreRefusedWithTheirPlace) {
             gateway::readSettings(path, home());
             gateway::readRules(path, home());
             ADD_FAILURE() << text;
-        } catch (const std::runtime_error& e) {
+        } catch (const gateway::SettingsError& e) {
             EXPECT_THAT(e.what(), HasSubstr(sentence)) << text;
         }
     }
