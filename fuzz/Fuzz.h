@@ -1,6 +1,5 @@
-// What the fuzz targets share. A target gives bytes to a reader of katd and to a plain reader of its own, and
-// requires that both come to the same result. A requirement that does not hold ends the process: that is a
-// finding.
+// Shared by the fuzz targets. A target passes bytes to a reader of katd and to a simple model, and requires
+// equal results. A requirement that does not hold is a finding and ends the process.
 #ifndef KATD_FUZZ_FUZZ_H
 #define KATD_FUZZ_FUZZ_H
 
@@ -16,7 +15,7 @@
 
 #include "KatdUtil/Utils.h"
 
-// One input; defined by each target.
+// Runs one input. Defined by each target.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace katd_fuzz {
@@ -32,12 +31,12 @@ inline std::string bytesOf(const std::uint8_t* data, std::size_t size) {
     return std::string(data, data + size);
 }
 
-// The text as a C string has it: up to its first zero byte.
+// The string up to its first zero byte, as C functions see it.
 inline std::string upToZero(const std::string& text) {
     return text.substr(0, text.find('\0'));
 }
 
-// Takes the first line, or what there is, from the front of the text; its line feed is dropped.
+// Removes the first line from the front of the text and returns it without its line feed.
 inline std::string takeLine(std::string& text) {
     const std::size_t end = text.find('\n');
     const std::string line = text.substr(0, end);
@@ -60,13 +59,13 @@ inline bool startsWith(const std::string& text, const std::string& start) {
 
 inline std::size_t formatted = 0;  // characters of messages
 
-// Has every message formatted, and then dropped.
+// Formats every message and discards it.
 inline void formatMessages() {
     KATD_SPACE::ops.logLevel = 3;
     KATD_SPACE::ops.output = [](const char* text) { formatted += std::strlen(text); };
 }
 
-// A file in memory, for readers that want a path. Gone with the process, however it ends.
+// A file in memory, for readers that need a path. It ends with the process.
 class InputFile {
 public:
     InputFile() : fd_(memfd_create("input", MFD_CLOEXEC)), path_("/proc/self/fd/" + std::to_string(fd_)) {

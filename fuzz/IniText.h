@@ -1,4 +1,4 @@
-// An INI file as a plain text: what a look-up in it finds.
+// The model of an INI file: what a look-up finds.
 #ifndef KATD_FUZZ_INITEXT_H
 #define KATD_FUZZ_INITEXT_H
 
@@ -11,7 +11,7 @@
 
 namespace katd_fuzz {
 
-// The lines with their line feeds, a long one in pieces of 255 bytes.
+// The lines with their line feeds; a long one in pieces of 255 bytes.
 inline std::vector<std::string> linePieces(const std::string& file) {
     constexpr std::size_t pieceLimit = 255;
     std::vector<std::string> pieces;
@@ -36,7 +36,7 @@ inline bool isHeaderOf(const std::string& piece, const std::string& section) {
     return startsWith(name, section) && startsWith(afterBlanks(name.substr(section.size())), "]");
 }
 
-// The value where the piece is a line of the key.
+// The value, if the piece is a line of the key.
 inline std::optional<std::string> valueIn(const std::string& piece, const std::string& key) {
     const std::string line = afterBlanks(upToZero(piece));
     if (!startsWith(line, key)) return std::nullopt;

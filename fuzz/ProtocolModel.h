@@ -1,4 +1,4 @@
-// What a connection's bytes have to bring about: replies, and what control requests change.
+// The model of a connection: the replies to its bytes, and what control requests change.
 #ifndef KATD_FUZZ_PROTOCOLMODEL_H
 #define KATD_FUZZ_PROTOCOLMODEL_H
 
@@ -17,7 +17,7 @@ struct Answer {
     bool isProvisional;  // a query with retries asks again
 };
 
-// The answers to these URLs are known, from lists and rules that hold just them. Others may have any.
+// The known answers: the lists and rules hold these URLs only. Other URLs may get any answer.
 struct World {
     const char* prefixFile = "1|19\n005|shop.example/tools\n";
     const char* hostFile = "1|12\n012|ads.example\n";
@@ -47,15 +47,15 @@ struct World {
 struct Model {
     static constexpr std::uint32_t longest = 16 * 1024 * 1024;  // bytes of a message
 
-    std::vector<const Answer*> replies;  // null: a reply whose content is not known
+    std::vector<const Answer*> replies;  // null: a reply with any content
     unsigned queries = 0;
     unsigned fewestPauses = 0, mostPauses = 0;
     std::uint32_t level = 3;
     std::uint32_t retries = 0, interval = 1;
     bool saves = false;  // the cache is saved after a query
 
-    // Reads the bytes to the first request that is refused. Retry settings in them are made such that they
-    // neither last long nor, by an interval of 0, for ever.
+    // Reads the bytes up to the first request that is refused. Changes retry settings in them so that they
+    // take little time and, with an interval other than 0, can be changed again.
     Model(std::string& bytes, const World& world) {
         for (std::size_t at = 0; bytes.size() - at >= 4;) {
             const std::uint32_t length = numberAt(bytes, at);

@@ -1,4 +1,4 @@
-// Gives a target every file of the folders on the command line once, for builds without a fuzzing engine.
+// Runs a target once on every file of the folders on the command line, for builds without a fuzzing engine.
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -16,8 +16,7 @@ int main(int argc, char** argv) {
     }
     std::sort(files.begin(), files.end());
     for (const std::filesystem::path& path : files) {
-        std::cout << path.filename().string()
-                  << std::endl;  // at once: the next line may be that of a finding
+        std::cout << path.filename().string() << std::endl;  // flushed: the next line may be a finding
         std::ifstream file(path, std::ios::binary);
         const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
         LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());

@@ -1,5 +1,5 @@
-// Look-ups in INI files, and changes of them.
-// Input: section, key, value and comment, a line each, then the file.
+// Looks up and changes settings in INI files.
+// Input: section, key, value and comment, one per line, then the file.
 #include <utility>
 
 #include "IniText.h"
@@ -12,7 +12,7 @@ namespace {
 struct Change {
     std::string section, key, value, comment;
 
-    // Whether the format can hold it: what it holds can be found again.
+    // Whether the format can represent the setting, so that it can be found again.
     bool isHeld() const {
         return !section.empty() && section.size() <= 59 && afterBlanks(section) == section && !key.empty() &&
                afterBlanks(key) == key && std::strchr("[#;", key[0]) == nullptr && trimmed(value) == value &&
@@ -31,7 +31,7 @@ struct Change {
             inside = inside || isHeaderOf(piece, section);
             before += piece;
         }
-        // A last line without a line feed gets one, lest the new line becomes a part of it.
+        // A last line without a line feed gets one: the new line must not become part of it.
         if (inside) return file + (file.back() == '\n' ? "" : "\n") + line();
         return file + "\n\n[" + section + "]\t\t\t#Added by program\n" + key + "=" + value + "\t\t#" +
                comment + "\n";
@@ -48,7 +48,7 @@ private:
 void requireLookUp(KATD_SPACE::IniUtils& ini, const std::string& file, const Change& change) {
     const auto expected = valueOf(file, change.section, change.key);
     for (const int size : {1, 5, 256}) {
-        // On the heap and of the exact size, so that a byte too many is noticed.
+        // On the heap, of the exact size: the sanitizer detects an access beyond it.
         std::vector<char> value(static_cast<std::size_t>(size) + 1, '~');
         const std::vector<char> untouched = value;
         const int result = ini.QueryConfValue(change.section.c_str(), change.key.c_str(), value.data(), size);

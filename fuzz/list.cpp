@@ -1,5 +1,5 @@
-// List files, and look-ups in them.
-// Input: a key in the first line, then the file.
+// Loads list files and searches them.
+// Input: the key in the first line, then the file.
 #include <algorithm>
 #include <new>
 #include <vector>
@@ -12,7 +12,7 @@ using KATD_SPACE::StringList;
 
 namespace {
 
-constexpr std::int64_t memory = 1 << 20;  // bytes that one allocation of a list may have
+constexpr std::int64_t memory = 1 << 20;  // limit for one allocation of a list, in bytes
 
 bool haveHeads = true;
 
@@ -31,7 +31,7 @@ std::int64_t numberAtStart(const std::string& text) {
     return std::clamp<std::int64_t>(negative ? -number : number, INT32_MIN, INT32_MAX);
 }
 
-// At most so many characters of the next line, its line feed included.
+// The next line with its line feed, cut to a number of characters.
 std::string takePart(std::string& file, std::int64_t limit) {
     const std::size_t line = std::min(file.find('\n'), file.size() - 1) + 1;
     const std::string part = file.substr(0, std::min(line, static_cast<std::size_t>(limit)));
@@ -39,7 +39,7 @@ std::string takePart(std::string& file, std::int64_t limit) {
     return part;
 }
 
-// What the list holds after loading the file; nothing where that fails.
+// What the list holds after loading the file; nothing if that fails.
 std::vector<Item> itemsOf(std::string file) {
     const std::string header = trimmed(upToZero(takePart(file, 1023)));
     const std::size_t bar = header.find('|');
@@ -122,12 +122,12 @@ void requireLookUps(const StringList& list, const std::vector<Item>& items, cons
 
 }  // namespace
 
-// An announced size may be as large as there are numbers: what is too much is the same on every machine.
+// A file may announce any size. The limit makes every machine refuse the same ones.
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
     return size > static_cast<std::size_t>(memory) ? nullptr : ::operator new[](size);
 }
 
-// The heads of a list are the one thing that is aligned. There may be no memory for them.
+// Only the heads of a list use aligned allocation. They may be refused memory.
 void* operator new[](std::size_t size, std::align_val_t alignment, const std::nothrow_t&) noexcept {
     return haveHeads ? ::operator new[](size, alignment) : nullptr;
 }

@@ -1,4 +1,4 @@
-// Paths and their canonical form.
+// Canonical forms of paths.
 // Input: the path.
 #include <algorithm>
 #include <vector>
@@ -11,7 +11,7 @@ using QOR_SPACE::File;
 
 namespace {
 
-// Segment by segment. What ends in a segment that names no entry of a folder ("", "." or "..") ends in "/".
+// The canonical form, segment by segment. A path whose last segment is "", "." or ".." ends in "/".
 std::string canonical(const std::string& absolute) {
     std::vector<std::string> kept;
     bool namesFolder = false;
@@ -50,7 +50,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     REQUIRE(path[0] == '/');
     REQUIRE(path.find("//") == std::string::npos);
     REQUIRE(File(path).getCanonicalPath() == path);
-    // Parent and name make up the path again, but for doubled separators.
+    // Parent and name together are the path, except for repeated separators.
     if (!file.getParent().empty()) {
         REQUIRE(File(file.getParent(), file.getName()).getCanonicalPath() == path);
     }

@@ -1,6 +1,6 @@
-// The bytes of one connection, served by the server with the stand-in engine behind it.
-// Input: records with the byte 0x1e between them. One that begins with "!" is sent as it is; any other is a
-// message, sent with its length in front, and so long that it needs a buffer of its own when it ends in "~".
+// Serves the bytes of one connection, with the stand-in engine.
+// Input: records separated by the byte 0x1e. A record that begins with "!" is sent as it is. Any other is a
+// message, sent with its length; one that ends in "~" is extended until it needs the large buffer.
 #include "UrlServer/Protocol.h"
 
 #include <sys/socket.h>
@@ -23,7 +23,7 @@ namespace {
 const World world;
 unsigned pauses = 0;
 
-// A home directory of katd with the world in it.
+// A home directory of katd with lists and rules.
 class Home {
 public:
     Home() {
@@ -75,7 +75,7 @@ struct Counters {
 };
 
 std::string sentBytes(const std::string& input) {
-    constexpr int recordLimit = 64;  // so few that all replies fit in the socket
+    constexpr int recordLimit = 64;  // few enough that all replies fit in the socket buffer
     constexpr std::size_t sizeLimit = 65536;
     std::string bytes;
     std::size_t at = 0;
@@ -94,7 +94,7 @@ std::string sentBytes(const std::string& input) {
     return bytes;
 }
 
-// All that the server sends for these bytes.
+// Everything the server sends for these bytes.
 std::string received(const std::string& bytes) {
     int ends[2];
     REQUIRE(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
@@ -135,7 +135,7 @@ void requireReplies(const std::string& text, const std::vector<const Answer*>& r
 
 }  // namespace
 
-// A pause between two attempts is counted and over.
+// Counts the pauses between attempts and returns at once.
 int nanosleep(const timespec*, timespec*) {
     ++pauses;
     return 0;

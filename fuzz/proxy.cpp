@@ -1,5 +1,5 @@
 // Settings files of the HTTP proxy.
-// Input: the file. A good one is loaded after it, which counts only where the first one gave no proxy.
+// Input: the file. A valid one is loaded after it, which takes effect only if the first one set no proxy.
 #include "IniText.h"
 #include "KatdConf/HttpProxyConf.h"
 

@@ -16,7 +16,7 @@ struct Item {
     const char* text;
     std::uint32_t category;
 };
-// No prefix is the beginning of another one, so that each is found wherever it fits.
+// No prefix is a prefix of another, so that each is found wherever it matches.
 constexpr Item prefixes[] = {{"a b/", 1}, {"ads.example/x y", 2}, {"shop.example/t", 3}, {"z", 999}};
 constexpr Item hosts[] = {{"ads.example", 12}, {"http:", 13}, {"shop.example", 34}};
 constexpr const char* prefixFile = "4|38\n001|a b/\n002|ads.example/x y\n003|shop.example/t\n999|z\n";
@@ -84,7 +84,7 @@ std::uint32_t byHost(const std::string& url) {
     return notListed;
 }
 
-// A copy on the heap and of the exact size, so that a byte too many is noticed.
+// A copy on the heap, of the exact size: the sanitizer detects an access beyond it.
 std::vector<char> copyOf(const std::string& text) {
     return std::vector<char>(text.c_str(), text.c_str() + text.size() + 1);
 }

@@ -3,30 +3,30 @@
 // The library built here is a stand-in for the closed engine: it has its soname and its symbols, and what it
 // answers is written in a text file instead of being asked from a service. katd cannot tell the two apart.
 //
-// Threads: every function may be called by any number of threads at once, through one handle too. A call that
-// delays or hangs holds no lock and so keeps no other call waiting. A thread attaches itself before its first
-// call and detaches itself when it ends; the stand-in serves the others as well.
+// Threads: all functions are thread-safe, also with a shared handle. A call that delays or hangs does not
+// block any other. A thread must attach before its first call and detach before it ends; the stand-in does
+// not depend on it.
 //
-// Failures: a function that fails stores type, code and description for its own thread alone, where
-// CSDKException_* read them until the next failure of the same thread. Nothing is thrown.
+// Failures: a function that fails stores type, code and description for its thread; CSDKException_* return
+// them until the next failure in that thread. Nothing is thrown.
 //
-// Environment, looked up at every call (so a program that sets these while other threads call is in error):
+// Environment, read at every call (a program must not change it while other threads make calls):
 //
-//   ASAPSDK_RULES  path of the rules file. It is read again when its inode, size or time of change is another
-//                  one; the sequences then begin anew. Without the variable, and while the file cannot be
-//                  read, there are no rules. Replace the file by renaming another over it: a reader may come
-//                  at any time.
+//   ASAPSDK_RULES  path of the rules file. It is read again when its inode, size or modification time
+//   changes;
+//                  sequences then start over. There are no rules without the variable or while the file
+//                  cannot be read. Replace the file by renaming another over it: it may be read at any time.
 //   ASAPSDK_TRACE  path of a file to which every call appends one line with one write(2): the function, a
-//                  tab, the kernel's thread id, a tab, the argument or "-", a tab, the result or "-". The
-//                  line is written when the result is chosen, that is before a delay or a hang begins. Bytes
-//                  below 0x20, 0x7f and the backslash are written as \xHH.
+//                  tab, the kernel's thread ID, a tab, the argument or "-", a tab, the result or "-". The
+//                  line is written before a delay or a hang begins. Bytes below 0x20, 0x7f and the backslash
+//                  are written as \xHH.
 //
-// Nothing else is written, but the cache file that CSDKMain_SaveWebSecCache is given and one line on
-// standard error for each rule that cannot be understood.
+// Apart from these, only the cache file of CSDKMain_SaveWebSecCache is written, and a line on standard error
+// for each invalid rule.
 //
-// Rules file: one rule a line. Empty lines and lines whose first character that is no blank is '#' are
-// skipped. A rule is a subject, a blank, and outcomes in the order of the calls, separated by the word
-// "then". The last outcome serves every further call as well. A URL, text or name with blanks stands in '"'.
+// Rules file: one rule per line. Empty lines and comments, which begin with '#', are skipped. A rule is a
+// subject and its outcomes, one for each call, separated by the word "then". The last outcome applies to all
+// further calls. A URL, text or name that contains blanks is written in double quotes.
 //
 //   url URL OUTCOMES      this URL and no other
 //   prefix TEXT OUTCOMES  every URL that begins with the text; the longest such text wins
@@ -42,15 +42,15 @@
 //
 // Outcomes of a URL:
 //   5,44,300              these category numbers, 0 to 65535, in this order
-//   unknown               no category yet: asking again may bring some
-//   final                 no category, and asking again brings none
+//   unknown               no category yet: a later query may get some
+//   final                 no category, now and later
 // Outcomes of create, load and save:
-//   ok                    what the function does without a rule
-//   partial TYPE CODE "TEXT" (save) fails after one half of the file was written
+//   ok                    as without a rule
+//   partial TYPE CODE "TEXT" (save) fails after half of the file has been written
 // Outcomes of both:
 //   fail TYPE CODE "TEXT" fails with this type and code (signed decimal numbers) and this description, which
 //                         holds no '"'
-//   delay MS OUTCOME      the outcome, this many milliseconds later; not before another delay
+//   delay MS OUTCOME      the outcome, this many milliseconds later; cannot be repeated
 //   hang                  never returns
 //
 // Examples:
@@ -63,69 +63,68 @@
 
 #define ASAPSDK_API __attribute__((visibility("default")))
 
-// Types of the failures that no rule asked for.
+// Types of the failures without a rule.
 enum {
     ASAPSDK_BAD_ARGUMENT = 1,  // a null handle, text or path
     ASAPSDK_BAD_CACHE = 3,     // cache file not read or written, cut or changed; the code is the errno, or 0
     ASAPSDK_NO_MEMORY = 4
 };
 
-// Bit 0 of CSDKUrlCat_GetFlags: the answer has no category and asking again brings none.
+// Bit 0 of CSDKUrlCat_GetFlags: the URL has no category, now and later.
 enum { ASAPSDK_FLAG_FINAL = 1 };
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-// A new engine, or null on failure. The connection string is a row of NAME=VALUE with ';' between; of its
-// fields WebSecCacheMaxEntries alone is used: the number of URLs to learn (0, absent or not a number: none).
-// The caller ends it with CSDKMain_Close.
+// Creates an engine; null on failure. The connection string has fields NAME=VALUE separated by ';', of which
+// only WebSecCacheMaxEntries is used: the number of URLs to learn (0, absent or not a number: none). The
+// caller must release the engine with CSDKMain_Close.
 ASAPSDK_API void* CSDKMain_Create(const char* connection);
 
-// Ends the engine and forgets what it has learnt, which is not saved. Null: nothing is done.
+// Releases the engine; what it has learnt is not saved. Null is allowed.
 // REQUIRES: no other call with this handle is running or follows.
 ASAPSDK_API void CSDKMain_Close(void* sdkMain);
 
-// The answer for a URL, or null on failure. The caller ends it with CSDKUrlCat_Close. An answer with
-// categories is learnt by its URL; when the engine is full, what was learnt longest ago is forgotten.
+// Classifies a URL; null on failure. The caller must release the answer with CSDKUrlCat_Close. Categories are
+// learnt; a full engine forgets the oldest.
 ASAPSDK_API void* CSDKMain_ClassifyUrl(void* sdkMain, const char* url);
 
-// Stores the address and the count of the answer's category numbers. The array is the answer's and goes with
-// it; it may hold zeros. A null answer: null and 0. Out-parameters that are null are skipped.
+// Stores the address and the number of the answer's category numbers; null and 0 for a null answer. The array
+// belongs to the answer and may contain zeros. Null out-parameters are skipped.
 ASAPSDK_API void CSDKUrlCat_GetCategories(void* urlCat, const unsigned short** categories,
                                           unsigned short* count);
 
 // The answer's flags, see ASAPSDK_FLAG_FINAL; 0 for null.
 ASAPSDK_API int CSDKUrlCat_GetFlags(void* urlCat);
 
-// Ends the answer. Null: nothing is done.
+// Releases the answer. Null is allowed.
 ASAPSDK_API void CSDKUrlCat_Close(void* urlCat);
 
-// Replaces what the engine has learnt by what the file holds, of which only the newest are taken when the
-// engine learns fewer. 0 on success. Otherwise not 0, and nothing has changed: a file that is cut or was
-// changed is refused.
+// Replaces what the engine has learnt by the contents of the file, or by the newest of them if the engine is
+// smaller. Returns 0 on success; anything else for a file that cannot be read or is damaged, with nothing
+// changed.
 ASAPSDK_API int CSDKMain_LoadWebSecCache(void* sdkMain, const char* path);
 
-// Writes what the engine has learnt to the file, which is created, or emptied first. 0 on success. Otherwise
-// not 0, and the file, if there is one, is not to be used: hand in a path beside the good file, and rename on
-// success.
+// Writes what the engine has learnt to the file, which is created or truncated. Returns 0 on success. After
+// anything else the file must not be used: pass a temporary path, and rename on success.
 ASAPSDK_API int CSDKMain_SaveWebSecCache(void* sdkMain, const char* path);
 
 ASAPSDK_API void CSDKThread_Attach(void);
 ASAPSDK_API void CSDKThread_Detach(void);
 
-// Type and code of the calling thread's last failure; 0 when there was none.
+// Type and code of the calling thread's last failure; 0 if there was none.
 ASAPSDK_API int CSDKException_GetType(void);
 ASAPSDK_API int CSDKException_GetErrorCode(void);
 
-// Description of the calling thread's last failure, empty when there was none. The caller ends the string
-// with csdkstring_close. Null when there is no memory for it.
+// Description of the calling thread's last failure, empty if there was none. Null if there is no memory for
+// it. The caller must release the string with csdkstring_close.
 ASAPSDK_API void* CSDKException_GetErrorDescription(void);
 
-// The string's text, valid until csdkstring_close; an empty text for null.
+// The string's characters, valid until csdkstring_close; "" for null.
 ASAPSDK_API const char* csdkstring_getstring(void* text);
 
-// Ends the string. Null: nothing is done.
+// Releases the string. Null is allowed.
 ASAPSDK_API void csdkstring_close(void* text);
 
 #ifdef __cplusplus

@@ -1,4 +1,4 @@
-// What the stand-in engine has learnt, and the file that it is saved in.
+// The categories that the stand-in engine has learnt, and their file.
 #ifndef ASAPSDK_CACHE_H
 #define ASAPSDK_CACHE_H
 
@@ -14,29 +14,28 @@
 
 namespace asapsdk {
 
-// Categories by normalised URL, up to a number of URLs. Any thread may use it; files are read and written
-// without the lock, so that no other call waits for a disk.
+// Categories by normalised URL, for a limited number of URLs. Thread-safe. File I/O happens without the lock,
+// so that no other call waits for the disk.
 //
-// The file is text: the line "asapsdk-cache 1 COUNT CHECKSUM", then for each URL, learnt longest ago first,
-// its categories with commas, a blank and the URL, escaped. COUNT is the number of these lines, CHECKSUM the
-// 16 hexadecimal digits of the 64-bit FNV-1a sum of their bytes.
+// The file is text: the line "asapsdk-cache 1 COUNT CHECKSUM", then a line for each URL, oldest first: its
+// categories separated by commas, a blank, and the escaped URL. COUNT is the number of these lines, CHECKSUM
+// the 64-bit FNV-1a hash of their bytes in 16 hexadecimal digits.
 class Cache {
 public:
     explicit Cache(std::size_t maxEntries) : maxEntries_(maxEntries) {}
 
-    // Learns the categories of a URL, in place of older ones. When there are too many URLs, the one that was
-    // learnt longest ago is forgotten.
+    // Learns the categories of a URL, replacing older ones. If the cache is full, the oldest URL is removed.
     void learn(const std::string& url, const Categories& categories);
 
-    // What was learnt for the URL.
+    // The categories learnt for the URL.
     std::optional<Categories> find(const std::string& url) const;
 
-    // Replaces everything by what the file holds. False, with nothing changed and `failure` set, when the
-    // file cannot be read or is not whole.
+    // Replaces the contents by those of the file. Returns false, with nothing changed and `failure` set, if
+    // the file cannot be read or is damaged.
     bool load(const std::string& path, Failure* failure);
 
-    // Writes everything to the file; one half of it where `whole` is false. False, with `failure` set, when
-    // it could not.
+    // Writes the contents to the file, or only half of the file if `whole` is false. Returns false, with
+    // `failure` set, if that fails.
     bool save(const std::string& path, bool whole, Failure* failure) const;
 
 private:
@@ -44,7 +43,7 @@ private:
         std::string url;
         Categories categories;
     };
-    using Entries = std::list<Entry>;  // learnt longest ago first
+    using Entries = std::list<Entry>;  // oldest first
 
     // REQUIRES: mutex_ is held.
     void learnLocked(const std::string& url, const Categories& categories);

@@ -17,7 +17,7 @@ using Words = std::deque<Word>;
 
 constexpr std::string_view blanks = " \t\r";
 
-// Words are separated by blanks; a word in '"' may hold some. False where the second '"' is missing.
+// Splits at blanks; a word in double quotes may contain blanks. False if the closing quote is missing.
 bool split(std::string_view line, Words* words) {
     for (;;) {
         const auto first = line.find_first_not_of(blanks);
@@ -42,8 +42,8 @@ Word takeWord(Words* words) {
     return word;
 }
 
-// Takes one outcome from the front of the words. `ofUrl`: for a URL, else for the function of that name.
-// The reason why it is none, or null.
+// Removes one outcome from the front of the words: for a URL if `ofUrl`, else for that function. Returns
+// null, or what is wrong with it.
 const char* takeOutcome(Words* words, bool ofUrl, const std::string& function, Outcome* outcome) {
     Word word = takeWord(words);
     if (word.is("delay")) {
@@ -158,7 +158,7 @@ Outcome Rules::take(Rule* rule) {
 std::optional<Outcome> Rules::takeForUrl(const std::string& url) {
     if (const auto found = urls_.find(url); found != urls_.end()) return take(&found->second);
     Rule* longest = nullptr;
-    // In the order of the table a longer prefix of the same URL comes after a shorter one.
+    // The table is sorted: a longer prefix of the same URL follows a shorter one.
     for (auto& [prefix, rule] : prefixes_) {
         if (url.compare(0, prefix.size(), prefix) == 0) longest = &rule;
     }

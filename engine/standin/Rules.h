@@ -1,4 +1,4 @@
-// The rules file: what the stand-in engine answers. The grammar stands in asapsdk.h.
+// The rules file of the stand-in engine; asapsdk.h describes its grammar.
 #ifndef ASAPSDK_RULES_H
 #define ASAPSDK_RULES_H
 
@@ -18,7 +18,7 @@
 
 namespace asapsdk {
 
-// What one call does.
+// The outcome of one call.
 struct Outcome {
     enum Kind { ok, categories, unknown, final, fail, partial, hang };
 
@@ -27,30 +27,29 @@ struct Outcome {
     Categories numbers;         // of categories
     Failure failure;            // of fail and partial
 
-    // As a rule has it, with the description left out.
+    // In the syntax of a rule, without the description.
     std::string toText() const;
 };
 
 // The rules of one file. Not thread-safe.
 class Rules {
 public:
-    // Adds the rules of a text. A line that is none is left out and named on standard error, with `name` for
-    // the text.
+    // Adds the rules of a text. Ignores invalid lines and reports each on standard error, under `name`.
     void read(std::istream& text, const std::string& name);
 
-    // The next outcome for a normalised URL, or for the function "create", "load" or "save"; none without a
-    // rule.
+    // The next outcome for a normalised URL, or for the function "create", "load" or "save"; nothing without
+    // a rule.
     std::optional<Outcome> takeForUrl(const std::string& url);
     std::optional<Outcome> takeForFunction(const std::string& function);
 
 private:
     struct Rule {
         std::vector<Outcome> outcomes;  // never empty
-        std::size_t next = 0;           // outcome of the next call
+        std::size_t next = 0;           // index of the next outcome
     };
     using Table = std::map<std::string, Rule, std::less<>>;  // by subject
 
-    // Adds the rule of one line; the reason why it is none, or null.
+    // Adds the rule of one line. Returns null, or what is wrong with it.
     const char* add(std::string_view line);
 
     static Outcome take(Rule* rule);
@@ -61,15 +60,15 @@ private:
     Table functions_;
 };
 
-// The rules of the file that ASAPSDK_RULES names, read again when it changes. Any thread may take outcomes;
-// two calls never get the same place of a sequence.
+// The rules of the file named by ASAPSDK_RULES, read again when it changes. Thread-safe: each call takes its
+// own outcome of a sequence.
 class RulesFile {
 public:
     std::optional<Outcome> takeForUrl(const std::string& url);
     std::optional<Outcome> takeForFunction(const std::string& function);
 
 private:
-    // Which file, and which state of it. Equal means: nothing to read.
+    // The identity and version of a file. If equal, there is nothing to read.
     struct State {
         std::string path;
         int error = 0;  // errno of a file that could not be read
@@ -86,11 +85,11 @@ private:
 
     // REQUIRES: mutex_ is held.
     void refresh();
-    // Reads the file at the path into rules_; the state that was read.
+    // Reads the file into rules_ and returns its state.
     State readFile(const std::string& path);
 
     std::mutex mutex_;
-    State state_;  // guarded by mutex_: of what rules_ holds
+    State state_;  // of rules_; guarded by mutex_
     Rules rules_;  // guarded by mutex_
 };
 

@@ -33,7 +33,7 @@ RulesFile::State RulesFile::stateOf(const std::string& path, int error, const st
 RulesFile::State RulesFile::readFile(const std::string& path) {
     rules_ = Rules();
     struct stat file {};
-    // Not blocking: a FIFO in the place of the file would otherwise keep every call waiting.
+    // Non-blocking: a FIFO in place of the file would block every call.
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) return stateOf(path, errno, file);
     const struct Closer {
@@ -43,7 +43,7 @@ RulesFile::State RulesFile::readFile(const std::string& path) {
     int error = fstat(fd, &file) == 0 ? 0 : errno;
     if (error == 0 && !S_ISREG(file.st_mode)) error = EINVAL;
     std::stringstream text;
-    // Without memory it must fail: rules cut short would stay in force until the file changes.
+    // Must fail when memory runs out: truncated rules would stay in force until the file changes.
     text.exceptions(std::ios::badbit);
     char piece[4096];
     while (error == 0) {

@@ -52,7 +52,7 @@ std::string normalisedUrl(std::string_view url) {
 
 std::string hostOf(const std::string& url) {
     std::string host = url.substr(0, url.find_first_of("/?#"));
-    // An address in brackets holds colons of its own.
+    // An address in brackets contains colons.
     const auto bracket = host.rfind(']');
     const auto port = host.find(':', bracket == host.npos ? 0 : bracket);
     if (port != host.npos) host.erase(port);

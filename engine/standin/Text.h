@@ -1,4 +1,4 @@
-// Text helpers of the stand-in engine. Functions without state: any thread may call them.
+// String functions of the stand-in engine. Thread-safe.
 #ifndef ASAPSDK_TEXT_H
 #define ASAPSDK_TEXT_H
 
@@ -11,33 +11,34 @@ namespace asapsdk {
 
 using Categories = std::vector<unsigned short>;
 
-// A failure of a function, as CSDKException_* show it.
+// A failure of a function, as CSDKException_* return it.
 struct Failure {
     int type = 0;
     int code = 0;
     std::string text;
 };
 
-// The form in which URLs are compared: no blanks around it, no leading scheme, the host in lower case.
+// The form in which URLs are compared: trimmed, without the scheme, the host in lower case.
 std::string normalisedUrl(std::string_view url);
 
 // The host of a normalised URL, without a port.
 std::string hostOf(const std::string& url);
 
-// Bytes below 0x20, 0x7f and the backslash as \xHH, all others as they are: a text that fits in one line.
+// Escapes bytes below 0x20, 0x7f and the backslash as \xHH, so that the result is one line.
 std::string escaped(std::string_view text);
 
-// Undoes escaped(). False, with `text` in an unknown state, for what escaped() never writes.
+// Reverses escaped(). Returns false, with `text` unspecified, for anything that escaped() cannot produce.
 bool unescape(std::string_view line, std::string* text);
 
-// "5,44,300" to numbers. False, with `categories` in an unknown state, unless there are 1 to 65535 numbers,
-// each of 0 to 65535 in decimal digits.
+// Parses "5,44,300": 1 to 65535 decimal numbers from 0 to 65535. Returns false, with `categories`
+// unspecified, for anything else.
 bool parseCategories(std::string_view text, Categories* categories);
 
-// The numbers with commas between, the form that parseCategories() takes.
+// The inverse of parseCategories().
 std::string toText(const Categories& categories);
 
-// A decimal number in all of the text. False, with `number` unchanged, for anything else and out of range.
+// Parses all of the text as a decimal number. Returns false, with `number` unchanged, for anything else or
+// out of range.
 bool parseNumber(std::string_view text, int* number);
 bool parseNumber(std::string_view text, std::uint32_t* number);
 

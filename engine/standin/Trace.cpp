@@ -19,7 +19,7 @@ void trace(const char* function, std::string_view argument, std::string_view res
                              escaped(argument) + '\t' + escaped(result) + '\n';
     const int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
     if (fd < 0) return;
-    // One write in append mode is whole on a file, whatever other threads and processes write: write(2).
+    // One write in append mode is atomic on a file: write(2).
     if (write(fd, line.data(), line.size()) < 0) std::perror("asapsdk: trace");
     close(fd);
 }

@@ -1,4 +1,4 @@
-// The trace of the calls, for tests that count them.
+// A trace of the calls, for tests that count them.
 #ifndef ASAPSDK_TRACE_H
 #define ASAPSDK_TRACE_H
 
@@ -6,12 +6,11 @@
 
 namespace asapsdk {
 
-// Appends one line to the file that ASAPSDK_TRACE names: see asapsdk.h. Without the variable nothing is done;
-// a file that cannot be written is no reason to disturb the call. Any thread may call it; lines are never
-// mixed.
+// Appends one line to the file named by ASAPSDK_TRACE (see asapsdk.h), if it is set and the file can be
+// written. Thread-safe: lines are not mixed.
 void trace(const char* function, std::string_view argument = "-", std::string_view result = "-");
 
-// The same with a handle for the argument: its address, or "null".
+// The same with a handle as the argument: its address, or "null".
 void traceHandle(const char* function, const void* handle, std::string_view result = "-");
 
 }  // namespace asapsdk

@@ -32,13 +32,13 @@ struct Answer {
 
 thread_local Failure lastFailure;
 
-// Never destroyed: other threads may still be in a call when the process ends.
+// Never destroyed: other threads may be in a call when the process ends.
 RulesFile& rules() {
     static RulesFile& file = *new RulesFile;
     return file;
 }
 
-// The size of the cache that the connection string asks for.
+// The cache size of the connection string.
 std::size_t maxEntries(std::string_view connection) {
     constexpr std::string_view name = "WebSecCacheMaxEntries=";
     for (;;) {
@@ -58,7 +58,7 @@ void waitAsAsked(const Outcome& outcome) {
         pause();
 }
 
-// An outcome of failure, stored as the thread's when the call ends.
+// A failure as an outcome; conclude() stores it for the thread.
 Outcome failed(Failure failure) {
     Outcome outcome;
     outcome.kind = Outcome::fail;
@@ -70,7 +70,7 @@ Outcome nullArgument() {
     return failed({ASAPSDK_BAD_ARGUMENT, 0, "a handle, text or path is null"});
 }
 
-// Ends a call: true when the function did what it is for.
+// Ends a call. Returns whether the function succeeded.
 bool conclude(Outcome* outcome) {
     waitAsAsked(*outcome);
     if (outcome->kind != Outcome::fail && outcome->kind != Outcome::partial) return true;
@@ -78,8 +78,7 @@ bool conclude(Outcome* outcome) {
     return false;
 }
 
-// Runs a function's body; what it throws, be it for lack of memory, becomes the thread's failure and
-// `onFailure`.
+// Runs the body of a function. An exception becomes the thread's failure, and the result `onFailure`.
 template <typename Result, typename Body>
 Result guarded(Result onFailure, Body body) {
     try {
@@ -100,8 +99,8 @@ void guarded(Body body) {
     });
 }
 
-// A load or save: the rule decides whether `work` is done at all; its outcome is that of `work` unless the
-// rule has one. `work` takes the rule's outcome and returns the failure of the work, if any.
+// A load or save. The rule decides whether `work` runs, and may replace its result. `work` receives the cache
+// and whether the rule asks for all of it; it returns false and sets the failure if it fails.
 template <typename Work>
 int cacheCall(const char* function, const char* rule, void* sdkMain, const char* path, Work work) {
     return guarded(-1, [&] {
@@ -122,7 +121,7 @@ int cacheCall(const char* function, const char* rule, void* sdkMain, const char*
     });
 }
 
-// What the engine answers, learns or fails with for a URL.
+// The outcome of a query for a URL.
 Outcome outcomeFor(const Engine& engine, const std::string& url) {
     if (auto outcome = rules().takeForUrl(url)) return *outcome;
     Outcome outcome;
@@ -175,7 +174,7 @@ void* CSDKMain_ClassifyUrl(void* sdkMain, const char* url) {
 void CSDKUrlCat_GetCategories(void* urlCat, const unsigned short** categories, unsigned short* count) {
     const auto* const answer = static_cast<const Answer*>(urlCat);
     if (categories != nullptr) *categories = answer == nullptr ? nullptr : answer->categories.data();
-    // A rule and a cache line hold no more than fit.
+    // Rules and cache lines are limited to 65535 numbers.
     if (count != nullptr)
         *count = static_cast<unsigned short>(answer == nullptr ? 0 : answer->categories.size());
     guarded([=] {

@@ -1,4 +1,4 @@
-// Collects the daemon's messages while it lives, from any thread. One at a time.
+// Collects the daemon's messages from all threads during its lifetime. One at a time.
 #ifndef KATD_TESTS_CAPTUREDMESSAGES_H
 #define KATD_TESTS_CAPTUREDMESSAGES_H
 
@@ -27,12 +27,12 @@ public:
     CapturedMessages(const CapturedMessages&) = delete;
     CapturedMessages& operator=(const CapturedMessages&) = delete;
 
-    // Each message as it would stand on standard output, without the line feed: "[ERR][StringList:7] fail".
+    // Each message as standard output would have it, without the line feed: "[ERR][StringList:7] fail".
     std::vector<std::string> lines() const {
         const std::lock_guard<std::mutex> guard(mutex_);
         return lines_;
     }
-    // Each message as its kind, a blank and its text: "ERR fail".
+    // Each message as its level and its text: "ERR fail".
     std::vector<std::string> texts() const {
         std::vector<std::string> result = lines();
         for (std::string& line : result)
@@ -49,7 +49,7 @@ public:
     }
 
 private:
-    // A message arrives as its tag, its text and a line feed, all three from one thread.
+    // A message arrives in three pieces: tag, text, line feed.
     static void take(const char* piece) {
         thread_local std::string line;
         if (std::string(piece) != "\n") {

@@ -1,4 +1,4 @@
-// A client that speaks the protocol byte by byte, right or wrong.
+// A client that sends any bytes, valid requests or not.
 #ifndef KATD_TESTS_CLIENT_H
 #define KATD_TESTS_CLIENT_H
 
@@ -26,7 +26,7 @@ inline std::string number(std::uint32_t value) {
     return std::string(reinterpret_cast<char*>(&value), sizeof(value));
 }
 
-// A request as it goes over the wire.
+// The bytes of a request.
 inline std::string request(const std::string& message) {
     return number(static_cast<std::uint32_t>(message.size())) + message;
 }
@@ -53,7 +53,7 @@ public:
     bool send(const std::string& bytes) {
         return ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
     }
-    // The next reply; none when the connection was closed first.
+    // The next reply; nothing if the connection is closed first.
     std::optional<Reply> receive() {
         Reply reply{};
         if (!receiveAll(&reply.header, sizeof(reply.header))) return std::nullopt;
@@ -68,7 +68,7 @@ public:
     }
     std::optional<Reply> ask(const std::string& url) { return exchange("url0" + url); }
     std::optional<Reply> askWithRetry(const std::string& url) { return exchange("url1" + url); }
-    // Whether a control request got its empty reply.
+    // Whether a control request gets its empty reply.
     bool control(const std::string& body) {
         const std::optional<Reply> reply = exchange("ctl:" + body);
         return reply && reply->header.length == 0 && reply->header.matched == 0;

@@ -3,24 +3,14 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/wait.h>
 
 #include "support/Client.h"
 
-extern char** environ;
-
 namespace katd_test {
 
 namespace {
-
-// In the child: only what may be called between fork and exec in a program with threads.
-[[noreturn]] void execute(const std::vector<char*>& arguments, const std::vector<char*>& environment,
-                          int output) {
-    dup2(output, STDOUT_FILENO);
-    dup2(output, STDERR_FILENO);
-    execve(KATD_BINARY, arguments.data(), environment.data());
-    _exit(126);
-}
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
     std::vector<char*> result;
@@ -30,36 +20,30 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
     return result;
 }
 
-std::vector<std::string> environmentTexts(Daemon::Environment variables) {
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        const std::string text = *entry;
-        const std::size_t equals = text.find('=');
-        variables.emplace(text.substr(0, equals), text.substr(equals + 1));
-    }
-    std::vector<std::string> texts;
-    for (const auto& [name, value] : variables) {
-        if (value != "-") texts.push_back(name + "=" + value);
-    }
-    return texts;
-}
-
 }  // namespace
 
-Daemon::Daemon(const Home& home, const std::vector<std::string>& arguments, const Environment& environment)
+Daemon::Daemon(const Home& home, std::vector<std::string> arguments, Environment environment)
     : home_(home), outputPath_(home / "output"), pid_(-1) {
-    std::vector<std::string> argumentTexts = {KATD_BINARY};
-    argumentTexts.insert(argumentTexts.end(), arguments.begin(), arguments.end());
-    Environment variables = environment;
-    variables.emplace("KATD_DIR", home.path());
-    variables.emplace("ASAPSDK_RULES", home.rulesPath());
-    variables.emplace("ASAPSDK_TRACE", home.tracePath());
-    std::vector<std::string> variableTexts = environmentTexts(variables);
-    const std::vector<char*> argv = pointers(argumentTexts);
-    const std::vector<char*> envp = pointers(variableTexts);
-    const int output = open(outputPath_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    pid_ = fork();
-    if (pid_ == 0) execute(argv, envp, output);
-    close(output);
+    environment.emplace("KATD_DIR", home.path());
+    environment.emplace("ASAPSDK_RULES", home.rulesPath());
+    environment.emplace("ASAPSDK_TRACE", home.tracePath());
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        const std::string text = *entry;
+        environment.emplace(text.substr(0, text.find('=')), text.substr(text.find('=') + 1));
+    }
+    std::vector<std::string> variables;
+    for (const auto& [name, value] : environment) {
+        if (value != "-") variables.push_back(name + "=" + value);
+    }
+    arguments.insert(arguments.begin(), KATD_BINARY);
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, outputPath_.c_str(),
+                                     O_WRONLY | O_CREAT | O_APPEND, 0600);
+    posix_spawn_file_actions_adddup2(&files, STDOUT_FILENO, STDERR_FILENO);
+    EXPECT_EQ(0, posix_spawn(&pid_, KATD_BINARY, &files, nullptr, pointers(arguments).data(),
+                             pointers(variables).data()));
+    posix_spawn_file_actions_destroy(&files);
 }
 
 Daemon::~Daemon() {
@@ -98,11 +82,9 @@ bool Daemon::isRunning() {
 void Daemon::kill(int signal) {
     if (!isRunning()) return;
     ::kill(pid_, signal);
-    // Meant, not a crash.
-    if (signal == SIGKILL) {
-        waitForExit();
-        status_ = 0;
-    }
+    if (signal != SIGKILL) return;
+    waitForExit();
+    status_ = 0;  // not a crash
 }
 
 std::string Daemon::output() const {

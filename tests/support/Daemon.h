@@ -16,24 +16,23 @@ class Daemon {
 public:
     using Environment = std::map<std::string, std::string>;
 
-    // Starts katd on the home; extra variables go on top of KATD_DIR and those of the stand-in engine. A
-    // variable with the value "-" is unset.
-    explicit Daemon(const Home& home, const std::vector<std::string>& arguments = {},
-                    const Environment& environment = {});
-    // Kills it when it still runs; a crash before that fails the test.
+    // Starts katd on the home. The environment overrides KATD_DIR, the variables of the stand-in engine, and
+    // what the test itself has; a variable with the value "-" is unset.
+    explicit Daemon(const Home& home, std::vector<std::string> arguments = {}, Environment environment = {});
+    // Kills it if it is running; a crash before that fails the test.
     ~Daemon();
     Daemon(const Daemon&) = delete;
     Daemon& operator=(const Daemon&) = delete;
 
     pid_t pid() const { return pid_; }
-    // Whether it accepts connections; false as soon as it has died, or after a long time.
+    // Whether it accepts connections. False as soon as it has ended, or after half a minute.
     bool waitUntilServing();
-    // Its exit status, the negative number of the signal that ended it, or STILL_RUNNING after that time.
+    // Its exit status; the negative signal number if a signal ended it; STILL_RUNNING after that time.
     static constexpr int STILL_RUNNING = -1000;
     int waitForExit(int seconds = 60);
     bool isRunning();
     void kill(int signal);
-    // What it wrote to standard output and standard error so far.
+    // What it has written to standard output and standard error.
     std::string output() const;
 
 private:
@@ -43,7 +42,7 @@ private:
     int status_ = STILL_RUNNING;
 };
 
-// Waits until condition() holds; false when it did not for half a minute.
+// Waits until condition() holds; false if it does not within half a minute.
 template <class Condition>
 bool eventually(Condition condition) {
     for (int i = 0; i < 3000; ++i) {

@@ -1,5 +1,5 @@
-// A home directory of katd for one test: settings, list files, rules of the stand-in engine, its own log
-// name.
+// A home directory of katd for one test: settings, lists, rules of the stand-in engine, and a log name of its
+// own.
 #ifndef KATD_TESTS_HOME_H
 #define KATD_TESTS_HOME_H
 
@@ -15,7 +15,7 @@
 
 namespace katd_test {
 
-// The lines of a list file from "CCC|item" lines in any order.
+// A list file of "CCC|item" lines in any order.
 inline std::string listFile(std::vector<std::string> lines) {
     std::sort(lines.begin(), lines.end(),
               [](const std::string& a, const std::string& b) { return a.substr(4) < b.substr(4); });
@@ -32,7 +32,7 @@ using Settings = std::map<std::string, std::string>;
 
 class Home {
 public:
-    // The settings below, with those of overrides in their place or added; an empty value leaves a key out.
+    // The settings below with those of overrides, where an empty value omits a key.
     explicit Home(const Settings& overrides = {}) {
         for (const char* folder : {"conf", "data", "log"})
             std::filesystem::create_directory(dir_ / folder);
@@ -41,7 +41,7 @@ public:
         writeFile(dir_ / "domains.list", listFile({"012|ads.example", "034|news.example"}));
         rules("");
     }
-    // Lock files of the log lie in /tmp under the log's name, whatever its folder.
+    // The log's lock files are in /tmp under its name, whatever its folder.
     ~Home() {
         for (const char* ending : {".lock", ".rlock"})
             std::filesystem::remove("/tmp/" + logName_ + ending);
@@ -72,7 +72,7 @@ public:
         writeFile(dir_ / "conf/katd.ini", ini);
     }
 
-    // Replaced as a whole: the engine may read at any time.
+    // Replaces the file atomically: the engine may read it at any time.
     void rules(const std::string& text) const {
         writeFile(dir_ / "rules.new", text);
         std::filesystem::rename(dir_ / "rules.new", rulesPath());
@@ -87,30 +87,24 @@ public:
     std::string logName() const { return logName_; }
     std::string log() const { return readFile(logPath()); }
 
-    // Calls of an engine function so far, those of one argument when it is given.
+    // How often an engine function has been called, with that argument unless it is empty.
     int engineCalls(const std::string& function, const std::string& argument = "") const {
-        std::istringstream trace(readFile(tracePath()));
+        std::istringstream trace(
+            readFile(tracePath()));  // lines of FUNCTION<tab>THREAD<tab>ARGUMENT<tab>RESULT
         int calls = 0;
         for (std::string line; std::getline(trace, line);) {
-            std::istringstream fields(line);
-            std::string name, thread, value;
-            std::getline(fields, name, '\t');
-            std::getline(fields, thread, '\t');
-            std::getline(fields, value, '\t');
-            if (name == function && (argument.empty() || value == argument)) ++calls;
+            calls += line.compare(0, function.size() + 1, function + '\t') == 0 &&
+                     (argument.empty() || line.find('\t' + argument + '\t') != std::string::npos);
         }
         return calls;
     }
 
 private:
-    static int nextNumber() {
-        static int number = 0;
-        return ++number;
-    }
+    static inline int number_ = 0;
 
     TempDir dir_;
     const std::string logName_ =
-        "katd-test-" + std::to_string(getpid()) + "-" + std::to_string(nextNumber()) + ".log";
+        "katd-test-" + std::to_string(getpid()) + "-" + std::to_string(++number_) + ".log";
 };
 
 }  // namespace katd_test

@@ -1,4 +1,4 @@
-// A temporary folder of a test, removed with all that is in it.
+// A temporary folder, removed with its contents.
 #ifndef KATD_TESTS_TEMPDIR_H
 #define KATD_TESTS_TEMPDIR_H
 

@@ -1,4 +1,4 @@
-// Interrupts the test's system calls every millisecond while it lives.
+// Interrupts the test's system calls every millisecond during its lifetime.
 #ifndef KATD_TESTS_TICKS_H
 #define KATD_TESTS_TICKS_H
 
@@ -26,7 +26,7 @@ public:
     Ticks(const Ticks&) = delete;
     Ticks& operator=(const Ticks&) = delete;
 
-    // Leaves the calling thread alone from now on, so that the ticks meet the others.
+    // From now on the calling thread is not interrupted, only the others are.
     static void blockInThisThread() {
         sigset_t signals;
         sigemptyset(&signals);
