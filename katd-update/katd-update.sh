@@ -84,13 +84,15 @@ build() {
     # katlist compares a list with the one that it replaces.
     as katd-update rm -f "../built/$1.list"
     if [ -e "$old" ]; then
-        as katd-update sh -c "umask 027; cat > ../built/$1.list" < "$old" || return
+        as katd-update sh -c "umask 022; cat > ../built/$1.list" < "$old" || return
     fi
-    as katd-update sh -c "umask 027; exec katlist build --quiet --$1 $limits -o ../built/$1.list $2" || return
+    as katd-update sh -c "umask 022; exec katlist build --quiet --$1 $limits -o ../built/$1.list $2" || return
     rm -f "$new"
     [ ! -e "$old" ] || cp --attributes-only --preserve=mode,ownership "$old" "$new" || return
     as katd-update cat "../built/$1.list" > "$new" && sync "$new" || return
-    as katd katlist check "$new"
+    findings=$(as katd katlist check "$new" 2>&1) && return
+    echo "$findings" >&2
+    return 1
 }
 
 # install_new NAME: says what changes, and replaces the list.
