@@ -14,16 +14,15 @@ enum class Command { build, check, find, stat };
 
 struct Arguments {
     Command command = Command::build;
-    // Those of the command are filled.
+    // Only those of the command are set.
     BuildOptions build;
     CheckOptions check;
     FindOptions find;
     StatOptions stat;
 };
 
-// Reads the command line. True: katlist goes on with `arguments`. False: it ends with `status`, everything
-// having been printed: help or version on standard output, what is wrong on standard error.
-bool parseArguments(int argc, const char* const* argv, Arguments* arguments, ExitStatus* status);
+// Reads the command line. True: go on with `arguments`. False: end with *status, all output has been printed.
+bool parseArguments(int argc, const char* const* argv, Arguments* arguments, int* status);
 
 }  // namespace katlist
 

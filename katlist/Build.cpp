@@ -3,86 +3,110 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <limits>
 
 #include "ItemStore.h"
 #include "KatdUtil/Utils.h"
-#include "Mapping.h"
 #include "Resolve.h"
 #include "listreader/Reader.h"
 
 namespace katlist {
 
 using KATD_SPACE::Utils;
-using listreader::EntryKind;
 using listreader::Reader;
 using listreader::Scope;
 
 namespace {
 
-// What katd's 32-bit numbers hold; its buffer is three bytes longer than the size in the first line.
+// katd's numbers have 32 bits; its buffer is three bytes longer than the size in the first line.
 constexpr std::uint64_t countLimit = std::numeric_limits<std::int32_t>::max();
 constexpr std::uint64_t sizeLimit = countLimit - 3;
 
 class Builder {
 public:
-    // What would keep the list from being written shows before long work.
+    // Creates the output file first: if it cannot be written, that shows before the work.
     explicit Builder(const BuildOptions& options)
         : options_(options),
           reader_(
               Reader::Options{categoryLimit, options.strict, options.show},
               [this](Entry& entry) { return takeEntry(&entry); }, &progress_),
-          file_(options.output) {}
+          file_(options.output),
+          resolver_(&items_, sources_, names_, options.show) {}
 
     void run() {
         readAll();
+        resolver_.removeExcepted(exceptions_);
         progress_.begin("sorting");
-        items_.sort();
+        resolver_.removeDuplicates();
+        if (options_.kind == Kind::urls) resolver_.removeNested(options_.onNested);
         progress_.clear();
-        removeDuplicates(&items_, sources_, options_.show, &resolved_);
-        if (options_.kind == Kind::urls)
-            removeNested(&items_, sources_, options_.onNested, options_.show, &resolved_);
+        checkSize();
         write();
         if (!options_.quiet) printSummary();
     }
 
 private:
+    listreader::CategoryRules categoryRules();
     void readAll();
     const char* takeEntry(Entry* entry);
     bool addBareHost(std::string* text);
     void addForms(char* text, bool isAddress, ItemStore::Record record);
+    void checkSize();
     void write();
     void printSummary() const;
 
     const BuildOptions& options_;
     Progress progress_;
+    tools::CategoryNames names_;
     std::vector<Source> sources_;
     ItemStore items_;
+    Exceptions exceptions_;
     Reader reader_;
     OutputFile file_;
-    Resolved resolved_;
-    std::string item_;        // a form of an item that is being made
+    Resolver resolver_;
+    std::string wwwItem_;     // reused, so that it keeps its memory
     std::size_t source_ = 0;  // index in sources_
 
     // Counters of the summary.
     std::uint64_t foldersSkipped_ = 0;
-    std::uint64_t exceptions_ = 0;
     std::uint64_t belowOnly_ = 0;  // entries for subdomains alone
     std::uint64_t withBelow_ = 0;  // hosts whose subdomains the input includes
     std::uint64_t bareHosts_ = 0;
     std::uint64_t www_ = 0;
     std::uint64_t lowered_ = 0;
     std::uint64_t size_ = 0;
-    std::string bareExample_;
+    std::string bareExample_;  // one of them
 };
 
-void Builder::readAll() {
-    const Mapping mapping = options_.map.empty() ? Mapping() : Mapping::load(options_.map);
+listreader::CategoryRules Builder::categoryRules() {
     listreader::CategoryRules rules;
-    if (!mapping.all().empty())
-        rules.numberOf = [&mapping](std::string_view name) { return mapping.numberOf(std::string(name)); };
     rules.highest = categoryLimit;
-    rules.otherwise = options_.category;
+    if (!options_.categories.empty()) {
+        listreader::readNames(options_.categories, &names_);
+        rules.numberOf = [this](std::string_view name) {
+            const auto number = names_.numberOf(name);
+            return number ? static_cast<std::int32_t>(*number) : -1;
+        };
+    }
+    if (options_.category.empty()) return rules;
+    const auto category = names_.resolve(options_.category);
+    if (!category) {
+        throw Failure(badUsage, "there is no category " + printable(options_.category) +
+                                    ": --category takes a " +
+                                    "number from 0 to 255, or a name of the file of --categories");
+    }
+    rules.otherwise = static_cast<std::int32_t>(*category);
+    const bool areFolders =
+        std::all_of(options_.inputs.begin(), options_.inputs.end(),
+                    [](const std::string& input) { return std::filesystem::is_directory(input); });
+    if (rules.numberOf && areFolders)
+        throw Failure(badUsage, "--category has no effect: the file of --categories gives folders theirs");
+    return rules;
+}
+
+void Builder::readAll() {
+    const listreader::CategoryRules rules = categoryRules();
     Notes skipped(stderr, options_.show);
     sources_ = findSources(
         options_.inputs, options_.kind == Kind::urls ? listreader::Wanted::urls : listreader::Wanted::domains,
@@ -90,7 +114,7 @@ void Builder::readAll() {
     skipped.end("folders");
     foldersSkipped_ = skipped.count();
     if (options_.strict && foldersSkipped_ > 0)
-        throw Failure(wrong, "a folder has no number: add it to " + options_.map + " (--strict)");
+        throw Failure(wrong, "a folder has no number: add it to " + options_.categories + " (--strict)");
     if (sources_.size() > std::numeric_limits<std::uint16_t>::max())
         throw Failure(failed, "there are more than 65535 inputs: build from fewer at once");
     for (source_ = 0; source_ < sources_.size(); ++source_)
@@ -101,7 +125,8 @@ void Builder::readAll() {
 const char* Builder::takeEntry(Entry* entry) {
     if (const char* reason = toItem(options_.kind, entry)) return reason;
     if (entry->isException) {
-        ++exceptions_;
+        const std::string host = entry->text.substr(0, entry->text.find_first_of("/:"));
+        exceptions_[{static_cast<std::uint8_t>(entry->category), host}] |= entry->scope != Scope::host;
         return nullptr;
     }
     if (entry->scope == Scope::below) {
@@ -117,7 +142,7 @@ const char* Builder::takeEntry(Entry* entry) {
     if (options_.kind == Kind::urls && entry->text.find('/') == std::string::npos &&
         !addBareHost(&entry->text))
         return nullptr;
-    addForms(entry->text.data(), entry->kind == EntryKind::address, record);
+    addForms(entry->text.data(), entry->hasAddress, record);
     return nullptr;
 }
 
@@ -136,28 +161,28 @@ void Builder::addForms(char* text, bool isAddress, ItemStore::Record record) {
     const bool capitals = hasCapitals(text);
     const bool www = options_.withWww && !isAddress && std::strncmp(text, "www.", 4) != 0;
     if (www) {
-        item_ = std::string("www.") + text;
-        items_.add(item_.c_str(), record);
+        wwwItem_.assign("www.").append(text);
+        items_.add(wwwItem_.c_str(), record);
         ++www_;
     }
     if (!capitals) return;
-    // A capital letter came from an escape. katd puts the letter itself, in a URL, in lower case.
+    // A capital letter came from an escape. A URL with the letter itself is made lower case by katd.
     Utils::toLower(text);
     items_.add(text, record);
     ++lowered_;
     if (!www) return;
-    Utils::toLower(item_.data());
-    items_.add(item_.c_str(), record);
+    Utils::toLower(wwwItem_.data());
+    items_.add(wwwItem_.c_str(), record);
     ++lowered_;
 }
 
-void Builder::write() {
+void Builder::checkSize() {
     for (const ItemStore::Record& record : items_.records)
         size_ += std::strlen(items_.text(record)) + 1;
     const std::uint64_t count = items_.records.size();
     if (count == 0) {
-        throw Failure(wrong, "no item is left, and katd takes no empty list: " + options_.output +
-                                 " is left as it was");
+        throw Failure(
+            wrong, "no item is left, and katd refuses an empty list: " + options_.output + " is unchanged");
     }
     if (count > countLimit || size_ > sizeLimit) {
         throw Failure(wrong, "the list would have " + std::to_string(count) + " items of " +
@@ -165,7 +190,23 @@ void Builder::write() {
                                  std::to_string(countLimit) + " items of " + std::to_string(sizeLimit) +
                                  " bytes: leave some inputs out");
     }
-    file_.write(std::to_string(count) + "|" + std::to_string(size_) + "\n");
+    if (count < options_.minItems) {
+        throw Failure(wrong, "the list would have " + std::to_string(count) + " items, fewer than " +
+                                 std::to_string(options_.minItems) + ": " + options_.output +
+                                 " is unchanged (--min-items)");
+    }
+    if (options_.maxShrink >= 100 || !file_.replaces()) return;
+    LineFile old(options_.output, LineFile::Source::listFile);
+    const std::uint64_t before = old.next() ? std::strtoull(old.text, nullptr, 10) : 0;
+    if (count * 100 >= before * (100 - options_.maxShrink)) return;
+    throw Failure(wrong, "the list would have " + std::to_string(count) + " items instead of " +
+                             std::to_string(before) + ", which is more than " +
+                             std::to_string(options_.maxShrink) + " per cent fewer: " + options_.output +
+                             " is unchanged (--max-shrink)");
+}
+
+void Builder::write() {
+    file_.write(std::to_string(items_.records.size()) + "|" + std::to_string(size_) + "\n");
     std::uint64_t written = 0;
     for (const ItemStore::Record& record : items_.records) {
         char category[8];
@@ -189,24 +230,27 @@ void Builder::printSummary() const {
     };
     const Reader::Counts counts = reader_.counts();
     line(counts.lines, "lines read", true);
-    line(counts.empty, "comments, empty lines and first lines of lists");
-    line(counts.ownNames, "names of hosts files about the machine itself left out");
+    line(counts.empty, "comments, empty lines and headers");
+    line(counts.ownNames, "names of the machine itself in hosts files left out");
     line(foldersSkipped_, "folders without a number left out");
     line(counts.bad, "bad lines skipped", true);
     line(counts.entries, "items read", true);
-    line(exceptions_, "exceptions left out");
-    line(belowOnly_, "items for subdomains alone left out: katd's lists hold exact hosts");
+    line(exceptions_.size(), "exceptions read");
+    line(belowOnly_, "items for subdomains only left out: katd's lists hold exact hosts");
     line(withBelow_, "items for a host and its subdomains read as the host alone");
     line(www_, "www. names added");
-    line(lowered_, "spellings in small letters added");
+    line(lowered_, "lower-case spellings added");
     const bool isSkipped = options_.bareHosts == BareHosts::skip;
     if (isSkipped) line(bareHosts_, "hosts without a path left out");
-    line(resolved_.duplicates, "duplicates dropped");
-    line(resolved_.conflicts, "conflicting duplicates dropped: another category, the first one stays");
-    line(resolved_.below, "items below another of the same category dropped");
-    line(resolved_.belowOther - resolved_.nestedKept, "items below another of a different category dropped");
-    line(resolved_.nestedKept,
-         "items below another of a different category kept: katd misses some URLs of each pair");
+    const Resolved& resolved = resolver_.result();
+    line(resolved.excepted, "items removed by exceptions");
+    line(resolved.duplicates, "duplicates dropped");
+    line(resolved.conflicts, "duplicates of another category dropped");
+    line(resolved.below, "items that begin with another of the same category dropped");
+    line(resolved.belowOther - resolved.nestedKept,
+         "items that begin with another of a different category dropped");
+    line(resolved.nestedKept,
+         "items that begin with another of a different category kept: katd misses some URLs");
     line(items_.records.size(), "items kept", true);
     if (bareHosts_ > 0 && options_.bareHosts == BareHosts::keep) {
         std::printf(

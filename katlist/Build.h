@@ -10,24 +10,26 @@
 
 namespace katlist {
 
-enum class OnNested { keep, drop, fail };    // an item below another one of a different category
+enum class OnNested { keep, drop, fail };    // an item that begins with one of a different category
 enum class BareHosts { keep, slash, skip };  // a host without a path in a list of URLs
 
 struct BuildOptions {
     Kind kind = Kind::urls;
     std::string output;
     std::vector<std::string> inputs;
-    std::string map;             // path; empty: none
-    std::int32_t category = -1;  // of lines that name none; -1: not given
+    std::string categories;  // path of the names of the categories; empty: none
+    std::string category;    // of lines that name none, a number or a name; empty: not given
     OnNested onNested = OnNested::drop;
     BareHosts bareHosts = BareHosts::keep;
     bool withWww = false;
     bool strict = false;
     bool quiet = false;
-    std::uint64_t show = 10;  // notes of each kind
+    std::uint64_t show = 10;        // notes of each kind
+    std::uint64_t minItems = 0;     // a smaller list is refused
+    std::uint32_t maxShrink = 100;  // per cent that the list may be smaller than the one it replaces
 };
 
-// Reads all inputs, then writes the list and a summary. Nothing is written unless it returns. Throws Failure.
+// Reads all inputs, writes the list and prints a summary. Throws Failure; the old list is unchanged then.
 void build(const BuildOptions& options);
 
 }  // namespace katlist

@@ -12,15 +12,16 @@ using KATD_SPACE::UrlContainer;
 
 namespace {
 
-constexpr std::uint32_t noCategory = static_cast<std::uint32_t>(-1);  // katd's word for a miss
+constexpr std::uint32_t noCategory = static_cast<std::uint32_t>(-1);  // a miss
 
 class Finder {
 public:
     explicit Finder(const FindOptions& options) : options_(options) {
         for (const std::string* path : {&options.urlsFile, &options.domainsFile}) {
-            // Tells why it cannot be read.
+            // Reports why it cannot be read.
             if (!path->empty()) LineFile(*path, LineFile::Source::listFile).next();
         }
+        if (!options.categories.empty()) listreader::readNames(options.categories, &names_);
         container_.load(pathOf(options.urlsFile), pathOf(options.domainsFile));
         require(options.urlsFile, container_.urlList.loaded);
         require(options.domainsFile, container_.domainList.loaded);
@@ -35,11 +36,12 @@ private:
     static const char* pathOf(const std::string& path) { return path.empty() ? nullptr : path.c_str(); }
     static void require(const std::string& path, bool loaded) {
         if (!path.empty() && !loaded)
-            throw Failure(wrong, "katd takes no item from " + path + ": katlist check " + path + " says why");
+            throw Failure(wrong, "katd refuses " + path + ": katlist check " + path + " explains why");
     }
     void printHit(const char* item, std::uint32_t category, const char* relation, const std::string& file);
 
     const FindOptions& options_;
+    tools::CategoryNames names_;
     UrlContainer container_;
     bool foundAll_ = true;
 };
@@ -48,7 +50,7 @@ void Finder::ask(const std::string& url) {
     std::string key = url;
     std::uint32_t category = noCategory;
     container_.getUrlCategory(key.data(), &category);
-    key.resize(std::strlen(key.c_str()));  // katd works in place
+    key.resize(std::strlen(key.c_str()));  // katd normalises in place
     std::printf("%s\n  looked up as  %s\n", printable(url).c_str(), printable(key).c_str());
     if (category == noCategory) {
         foundAll_ = false;
@@ -57,7 +59,7 @@ void Finder::ask(const std::string& url) {
                     both ? "in neither list" : "not in the list");
         return;
     }
-    // Which of the two lists it was: the first one that has it, asked the way the container asks.
+    // Search each list as the container does, to see which one gave the answer.
     std::uint32_t itsCategory = noCategory;
     const char* item = container_.urlList.find_sw(key.c_str(), &itsCategory);
     if (item != nullptr && itsCategory == category)
@@ -77,8 +79,8 @@ void Finder::askLines() {
         }
         foundAll_ = false;
         tell(input.name + ":" + std::to_string(input.number) + ": " +
-             (hasZero ? "a URL with a zero byte is not asked: write one URL a line, as text"
-                      : "an empty URL is not asked: write one URL a line"));
+             (hasZero ? "a URL with a zero byte is not looked up: write one URL per line, as text"
+                      : "an empty URL is not looked up: write one URL per line"));
     }
 }
 
@@ -87,6 +89,8 @@ void Finder::printHit(const char* item, std::uint32_t category, const char* rela
     std::string number = std::to_string(category);
     if (category > 0xff)
         number = std::to_string(category & 0xff) + " (of " + number + ", which no reply can hold)";
+    const std::string& name = names_.nameOf(category & 0xff);
+    if (!name.empty()) number += " (" + printable(name) + ")";
     std::printf("  answer        category %s: %s [%s] of %s\n", number.c_str(), relation,
                 printable(item).c_str(), file.c_str());
 }

@@ -1,4 +1,4 @@
-// katlist find: what katd answers from its lists, and why.
+// katlist find: explains what katd answers from its lists.
 #ifndef KATLIST_FIND_H
 #define KATLIST_FIND_H
 
@@ -11,12 +11,13 @@ namespace katlist {
 
 struct FindOptions {
     std::string urlsFile, domainsFile;  // empty: none
-    std::vector<std::string> urls;      // those before "--", where "-" stands for standard input
-    std::vector<std::string> verbatim;  // those behind it
+    std::string categories;             // path of the names of the categories; empty: none
+    std::vector<std::string> urls;      // before "--"; "-" is standard input
+    std::vector<std::string> verbatim;  // after "--"
 };
 
-// fine when each URL is in a list, else wrong, as for lines that are no URL. Throws Failure, also where katd
-// would take nothing from a file.
+// fine if each URL is in a list, otherwise wrong, also for lines that are not URLs. Throws Failure, also if
+// katd would refuse a file.
 ExitStatus find(const FindOptions& options);
 
 }  // namespace katlist

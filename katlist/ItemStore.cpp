@@ -11,8 +11,8 @@ namespace katlist {
 
 namespace {
 
-// Ascending as the texts are, whose bytes compare as signed; equal starts say nothing. A text's end counts
-// like the least byte: what ends there is the lesser one or needs the whole comparison.
+// Ordered as the strings are, whose bytes compare as signed. Equal results need the whole comparison: the end
+// of a string counts as the least byte.
 std::uint32_t startOf(const char* text) {
     std::uint32_t start = 0;
     bool ended = false;
@@ -36,19 +36,21 @@ void ItemStore::add(const char* text, const Record& source) {
     }
     Record record = source;
     record.start = startOf(text);
-    record.place = static_cast<std::uint32_t>(blocks_.size() - 1) << unitBits | used_;
+    record.offset = static_cast<std::uint32_t>(blocks_.size() - 1) << unitBits | used_;
     std::memcpy(blocks_.back().get() + used_ * unit, text, bytes);
     records.push_back(record);
     used_ += units;
 }
 
-void ItemStore::sort() {
-    std::sort(records.begin(), records.end(), [this](const Record& left, const Record& right) {
+void ItemStore::sort(const Ranks& ranks) {
+    std::sort(records.begin(), records.end(), [this, &ranks](const Record& left, const Record& right) {
         if (left.start != right.start) return left.start < right.start;
         const std::int32_t order = KATD_SPACE::StringList::cmp(text(left), text(right));
         if (order != 0) return order < 0;
         if (left.derived != right.derived) return right.derived;
-        return left.place < right.place;
+        if (left.category != right.category && ranks[left.category] != ranks[right.category])
+            return ranks[left.category] < ranks[right.category];
+        return left.offset < right.offset;
     });
 }
 

@@ -1,7 +1,8 @@
-// The items of a list that is being built: ten million and more of them, in little memory.
+// The items of a list that is being built: compact, for tens of millions.
 #ifndef KATLIST_ITEMSTORE_H
 #define KATLIST_ITEMSTORE_H
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -9,28 +10,31 @@
 
 namespace katlist {
 
-// Texts lie one behind the other in large blocks, which never move; a record of 16 bytes stands for each. One
+// The strings are packed into large blocks, which never move; a record of 16 bytes describes each. One
 // thread. Throws std::bad_alloc.
 class ItemStore {
 public:
+    using Ranks = std::array<std::uint16_t, 256>;  // by category
+
     struct Record {
-        std::uint32_t start;    // the first four bytes, so that most comparisons need not look at the text
-        std::uint32_t place;    // where the text lies, in units of four bytes; grows with each item added
-        std::uint32_t line;     // where it was read
-        std::uint16_t file;     // the input's number
-        std::uint8_t category;  // 0 to 255
-        bool derived;           // made from an item that was read, such as its www. name
+        std::uint32_t start;   // the first four bytes: most comparisons need not read the string
+        std::uint32_t offset;  // of the string, in units of four bytes; increases with each item
+        std::uint32_t line;    // where it was read
+        std::uint16_t file;    // index of the source
+        std::uint8_t category;
+        bool derived;  // made from an item that was read, such as its www. name
     };
 
-    // `text` has at most itemLimit bytes. Throws Failure beyond 16 GiB of text.
+    // `text` has at most itemLimit bytes. start and offset of `source` are ignored. Throws Failure beyond 16
+    // GiB.
     void add(const char* text, const Record& source);
-    // The text of a record, ended by a zero byte. Valid as long as the store.
+    // The NUL-terminated string of a record, valid as long as the store.
     const char* text(const Record& record) const {
-        return blocks_[record.place >> unitBits].get() + (record.place & unitMask) * unit;
+        return blocks_[record.offset >> unitBits].get() + (record.offset & unitMask) * unit;
     }
-    // Into the order that katd searches in. Of equal texts those that were read come before those that were
-    // derived, in the order in which they were added.
-    void sort();
+    // Sorts into the order in which katd searches. Of equal strings those that were read come before derived
+    // ones, then those whose category has the lower rank, then those that were added first.
+    void sort(const Ranks& ranks);
 
     std::vector<Record> records;
 
@@ -40,7 +44,7 @@ private:
     static constexpr std::uint32_t unitMask = (1U << unitBits) - 1;
 
     std::vector<std::unique_ptr<char[]>> blocks_;
-    std::uint32_t used_ = 1U << unitBits;  // units of the last block; there is none at first
+    std::uint32_t used_ = 1U << unitBits;  // units in use of the last block; initially there is none
 };
 
 }  // namespace katlist

@@ -1,8 +1,10 @@
 #include "Resolve.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <limits>
+#include <string_view>
 
-#include "Shared.h"
 #include "StringList/StringList.h"
 
 namespace katlist {
@@ -12,88 +14,119 @@ using Record = ItemStore::Record;
 
 namespace {
 
-// "5 in FILE:12"
-std::string place(const Record& record, const std::vector<Source>& sources) {
-    const std::string& path = sources[record.file].path;
-    return std::to_string(record.category) + " in " + (path == "-" ? "standard input" : path) + ":" +
-           std::to_string(record.line);
-}
-
-const char* whatBecomes(OnNested onNested) {
+const char* outcome(OnNested onNested) {
     switch (onNested) {
         case OnNested::keep:
             return "; both stay";
         case OnNested::drop:
-            return "; the upper one stays";
+            return "; the shorter one stays";
         case OnNested::fail:
             break;
     }
     return "";
 }
 
+ItemStore::Ranks ranksOf(const tools::CategoryNames& names) {
+    ItemStore::Ranks ranks;
+    ranks.fill(std::numeric_limits<std::uint16_t>::max());  // a number without a name comes last
+    std::uint16_t rank = 0;
+    for (const auto& [name, number] : names.entries()) {
+        if (ranks[number] > rank) ranks[number] = rank++;
+    }
+    return ranks;
+}
+
 }  // namespace
 
-void removeDuplicates(ItemStore* items, const std::vector<Source>& sources, std::uint64_t show,
-                      Resolved* resolved) {
-    std::vector<Record>& records = items->records;
-    Notes conflicts(stderr, show);
+// "CATEGORY in FILE:LINE"
+std::string Resolver::describe(const Record& record) const {
+    const std::string& path = sources_[record.file].path;
+    return printable(names_.display(record.category)) + " in " + (path == "-" ? "standard input" : path) +
+           ":" + std::to_string(record.line);
+}
+
+bool Resolver::isExcepted(const Record& record, const Exceptions& exceptions) const {
+    std::string_view host = items_->text(record);
+    host = host.substr(0, host.find_first_of("/:"));
+    for (bool isWhole = true;; isWhole = false) {
+        const auto found = exceptions.find({record.category, std::string(host)});
+        if (found != exceptions.end() && (isWhole || found->second)) return true;
+        const std::size_t dot = host.find('.');
+        if (dot == host.npos) return false;
+        host.remove_prefix(dot + 1);
+    }
+}
+
+void Resolver::removeExcepted(const Exceptions& exceptions) {
+    if (exceptions.empty()) return;
+    std::vector<Record>& records = items_->records;
+    const auto kept = std::remove_if(records.begin(), records.end(),
+                                     [&](const Record& record) { return isExcepted(record, exceptions); });
+    result_.excepted = static_cast<std::uint64_t>(records.end() - kept);
+    records.erase(kept, records.end());
+}
+
+void Resolver::removeDuplicates() {
+    items_->sort(ranksOf(names_));
+    std::vector<Record>& records = items_->records;
+    Notes conflicts(stderr, show_);
     std::size_t kept = 0;
     for (const Record& record : records) {
-        if (kept == 0 || StringList::cmp(items->text(record), items->text(records[kept - 1])) != 0) {
+        if (kept == 0 || StringList::cmp(items_->text(record), items_->text(records[kept - 1])) != 0) {
             records[kept++] = record;
             continue;
         }
         const Record& first = records[kept - 1];
-        // What was derived gives way to what somebody wrote; where its origin conflicts, that was told.
+        // Of a derived item nothing is shown: the conflict between the items that it comes from was, if any.
         if (record.category == first.category || record.derived) {
-            ++resolved->duplicates;
+            ++result_.duplicates;
         } else if (conflicts.shows()) {
-            conflicts.add("conflict: " + printable(items->text(record)) + " is " + place(first, sources) +
-                          " and " + place(record, sources) + "; the first one stays");
+            conflicts.add("conflict: " + printable(items_->text(record)) + " is " + describe(first) +
+                          " and " + describe(record) + "; the first one stays");
         } else {
             conflicts.add();
         }
     }
     records.resize(kept);
-    resolved->conflicts = conflicts.count();
+    result_.conflicts = conflicts.count();
     conflicts.end("conflicts");
 }
 
-void removeNested(ItemStore* items, const std::vector<Source>& sources, OnNested onNested, std::uint64_t show,
-                  Resolved* resolved) {
-    std::vector<Record>& records = items->records;
-    Notes nested(stderr, show);
-    std::vector<Record> above;  // each begins with the one before it; all of them stay
+void Resolver::removeNested(OnNested onNested) {
+    std::vector<Record>& records = items_->records;
+    Notes nested(stderr, show_);
+    std::vector<Record> above;  // the items that stay and that the next one may begin with; each begins with
+                                // the one before it
     std::size_t kept = 0;
     for (const Record& record : records) {
-        const char* text = items->text(record);
-        while (!above.empty() && StringList::cmp_sw(text, items->text(above.back())) != 0)
+        const char* text = items_->text(record);
+        while (!above.empty() && StringList::cmp_sw(text, items_->text(above.back())) != 0)
             above.pop_back();
         if (!above.empty()) {
             const Record& prefix = above.back();
             if (record.category == prefix.category) {
-                ++resolved->below;
+                ++result_.below;
                 continue;
             }
             if (nested.shows()) {
-                nested.add("nested: " + printable(text) + " is " + place(record, sources) + ", below " +
-                           printable(items->text(prefix)) + ", which is " + place(prefix, sources) +
-                           whatBecomes(onNested));
+                nested.add("nested: " + printable(text) + " is " + describe(record) + ", below " +
+                           printable(items_->text(prefix)) + ", which is " + describe(prefix) +
+                           outcome(onNested));
             } else {
                 nested.add();
             }
             if (onNested != OnNested::keep) continue;
-            ++resolved->nestedKept;
+            ++result_.nestedKept;
         }
         above.push_back(record);
         records[kept++] = record;
     }
     records.resize(kept);
-    resolved->belowOther = nested.count();
+    result_.belowOther = nested.count();
     nested.end("nested items");
     if (onNested == OnNested::fail && nested.count() > 0) {
         throw Failure(wrong, std::to_string(nested.count()) +
-                                 " items lie below others of another category: remove one of each pair, or "
+                                 " items begin with others of another category: remove one of each pair, or "
                                  "choose --on-nested drop or keep");
     }
 }

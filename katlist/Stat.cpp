@@ -6,7 +6,6 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "Mapping.h"
 #include "Shared.h"
 #include "StringList/StringList.h"
 
@@ -18,7 +17,7 @@ namespace {
 
 struct Share {
     std::uint64_t items = 0;
-    std::uint64_t bytes = 0;  // of the texts with their ends, and of the entries
+    std::uint64_t bytes = 0;  // of the items with their terminators, and of the entries
 };
 using Shares = std::map<std::int32_t, Share>;
 
@@ -34,11 +33,11 @@ Shares sharesOf(const StringList& list) {
 }
 
 void printJson(const std::string& file, std::int32_t items, std::uint64_t bytes, const Shares& shares,
-               const Mapping& names) {
+               const tools::CategoryNames& names) {
     nlohmann::ordered_json categories = nlohmann::ordered_json::array();
     for (const auto& [category, share] : shares) {
         nlohmann::ordered_json one = {{"category", category}};
-        const std::string name = names.nameOf(category);
+        const std::string& name = names.nameOf(static_cast<std::uint32_t>(category));
         if (!name.empty()) one["name"] = name;
         one["items"] = share.items;
         one["bytes"] = share.bytes;
@@ -46,14 +45,15 @@ void printJson(const std::string& file, std::int32_t items, std::uint64_t bytes,
     }
     const nlohmann::ordered_json all = {
         {"file", file}, {"items", items}, {"bytes", bytes}, {"categories", categories}};
-    // A path or name may hold bytes that are no UTF-8.
+    // A path or name may contain bytes that are not UTF-8.
     std::printf("%s\n", all.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
 }
 
-void printTable(std::int32_t items, std::uint64_t bytes, const Shares& shares, const Mapping& names) {
-    std::printf("%8s %12s %14s%s\n", "category", "items", "bytes", names.all().empty() ? "" : "  name");
+void printTable(std::int32_t items, std::uint64_t bytes, const Shares& shares,
+                const tools::CategoryNames& names) {
+    std::printf("%8s %12s %14s%s\n", "category", "items", "bytes", names.empty() ? "" : "  name");
     for (const auto& [category, share] : shares) {
-        const std::string name = names.nameOf(category);
+        const std::string& name = names.nameOf(static_cast<std::uint32_t>(category));
         std::printf("%8d %12llu %14llu%s%s\n", static_cast<int>(category),
                     static_cast<unsigned long long>(share.items),
                     static_cast<unsigned long long>(share.bytes), name.empty() ? "" : "  ",
@@ -65,15 +65,16 @@ void printTable(std::int32_t items, std::uint64_t bytes, const Shares& shares, c
 }  // namespace
 
 void stat(const StatOptions& options) {
-    const Mapping names = options.map.empty() ? Mapping() : Mapping::load(options.map);
-    LineFile(options.file, LineFile::Source::listFile).next();  // tells why it cannot be read
+    tools::CategoryNames names;
+    if (!options.categories.empty()) listreader::readNames(options.categories, &names);
+    LineFile(options.file, LineFile::Source::listFile).next();  // reports why it cannot be read
     StringList list;
     if (!list.load(options.file.c_str())) {
-        throw Failure(wrong, "katd takes no item from " + options.file + ": katlist check " + options.file +
-                                 " says why");
+        throw Failure(wrong,
+                      "katd refuses " + options.file + ": katlist check " + options.file + " explains why");
     }
     const Shares shares = sharesOf(list);
-    // The buffer is a few bytes larger than the texts, or as large as a first line wants that says too much.
+    // The buffer is a few bytes larger than the items, or much larger if the first line says so.
     const std::uint64_t bytes = static_cast<std::uint64_t>(list.bufferSize) +
                                 static_cast<std::uint64_t>(list.count) * sizeof(StringList::Entry);
     if (options.json) {

@@ -1,4 +1,4 @@
-// katlist stat: what a list costs.
+// katlist stat: size of a list by category.
 #ifndef KATLIST_STAT_H
 #define KATLIST_STAT_H
 
@@ -8,7 +8,7 @@ namespace katlist {
 
 struct StatOptions {
     std::string file;
-    std::string map;  // path of the names of the categories; empty: none
+    std::string categories;  // path of the names of the categories; empty: none
     bool json = false;
 };
 

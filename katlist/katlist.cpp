@@ -30,7 +30,8 @@ katlist::ExitStatus run(const katlist::Arguments& arguments) {
 
 int main(int argc, char** argv) {
     if (!QOR_SPACE::prepareProcess()) return katlist::failed;
-    katlist::ExitStatus status = katlist::fine;
+    listreader::setProgramName("katlist");
+    int status = katlist::fine;
     try {
         katlist::Arguments arguments;
         if (katlist::parseArguments(argc, argv, &arguments, &status)) status = run(arguments);
@@ -43,7 +44,7 @@ int main(int argc, char** argv) {
         katlist::tell(failure.what());
         status = failure.status;
     } catch (const std::bad_alloc&) {
-        katlist::tell("memory is short: give it more, or build smaller lists");
+        katlist::tell("out of memory: build from fewer inputs at once");
         status = katlist::failed;
     } catch (const std::exception& e) {
         katlist::tell(e.what());

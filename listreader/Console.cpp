@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include "tools/Text.h"
+
 namespace listreader {
 
 namespace {
@@ -24,19 +26,7 @@ void tell(const std::string& text) {
 }
 
 std::string printable(std::string_view text) {
-    std::string result;
-    for (const char c : text) {
-        if (result.size() >= shownBytes) return result + "...";
-        const unsigned char byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20 && byte != 0x7f) {
-            result += c;
-            continue;
-        }
-        char escape[5];
-        std::snprintf(escape, sizeof escape, "\\x%02x", static_cast<unsigned>(byte));
-        result += escape;
-    }
-    return result;
+    return tools::printable(text, shownBytes);
 }
 
 void Notes::add(const std::string& text) {

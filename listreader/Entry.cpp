@@ -7,7 +7,7 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdlib>
+#include <new>
 
 #include "Text.h"
 
@@ -144,6 +144,7 @@ const char* parseHost(Entry* entry, bool isUrl) {
         if (const char* reason = checkName(converted, isUrl)) return reason;
         isAddress = isIpv4(converted);
     }
+    entry->hasAddress = isAddress;
     entry->kind = isUrl ? EntryKind::url : isAddress ? EntryKind::address : EntryKind::host;
     return nullptr;
 }
@@ -161,6 +162,7 @@ const char* parseEntry(std::string_view written, Entry* entry) {
         lower(entry->text.data(), entry->text.size());
         entry->hostEnd = text.size();
         entry->kind = EntryKind::network;
+        entry->hasAddress = true;
         return nullptr;
     }
     text = rest;

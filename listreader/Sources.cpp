@@ -124,6 +124,13 @@ std::vector<Source> findSources(const std::vector<std::string>& arguments, Wante
     return sources;
 }
 
+void readNames(const std::string& path, tools::CategoryNames* names) {
+    std::string problem;
+    const auto status = names->read(path, &problem);
+    if (status == tools::CategoryNames::Status::ok) return;
+    throw Failure(status == tools::CategoryNames::Status::unreadable ? failed : wrong, problem);
+}
+
 std::int32_t toCategory(std::string_view text, std::int32_t highest) {
     const std::string_view digits = trimmed(text);
     std::int32_t number = -1;

@@ -16,7 +16,7 @@ void setProgramName(const char* name);
 // Prints "NAME: TEXT" on standard error; removes a progress line first.
 void tell(const std::string& text);
 
-// Text from a file or an argument, made safe for a terminal: control bytes as \xNN, cut after 100 bytes.
+// Text from a file or an argument, made safe for a terminal: control characters as \xNN, cut after 100 bytes.
 std::string printable(std::string_view text);
 
 // Notes of one kind. The first ones are printed, all are counted.

@@ -38,6 +38,7 @@ struct Entry {
     Scope scope = Scope::unsaid;
     bool isException = false;    // "not this one": overrides less specific entries of its category
     bool isStored = false;       // an item of a list file of katd
+    bool hasAddress = false;     // the host is an address, whatever the kind
     bool isBareIpv6 = false;     // an IPv6 address without brackets
     std::int32_t category = -1;  // never negative when an entry is handed out
     std::uint64_t line = 0;      // counted from 1

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "listreader/Console.h"
+#include "tools/CategoryNames.h"
 
 namespace listreader {
 
@@ -33,6 +34,9 @@ struct CategoryRules {
 // has none is left out, with a note. Throws Failure for a folder without such a file, or without a category.
 std::vector<Source> findSources(const std::vector<std::string>& arguments, Wanted wanted,
                                 const CategoryRules& rules, Notes* skipped);
+
+// Reads a file of category names. Throws Failure if it cannot be read or a line is wrong.
+void readNames(const std::string& path, tools::CategoryNames* names);
 
 // A category from 0 to `highest` in decimal digits, blanks around them allowed; -1 for anything else.
 std::int32_t toCategory(std::string_view text, std::int32_t highest);
