@@ -16,8 +16,8 @@ using KATD_SPACE::Utils;
 
 namespace {
 
-constexpr std::size_t headerLimit = 1023;  // characters that katd reads of the first line
-constexpr std::size_t itemStart = 4;       // of an item line, behind the category and the bar
+constexpr std::size_t headerLimit = 1023;  // bytes that katd reads of the first line
+constexpr std::size_t itemStart = 4;       // offset in an item line, after the category and the bar
 constexpr std::int64_t spareBytes = 3;     // of katd's buffer, beyond the size in the first line
 constexpr std::int64_t sizeLimit = std::numeric_limits<std::int32_t>::max() - spareBytes;
 
@@ -38,7 +38,7 @@ public:
     Checker(const std::string& path, const CheckOptions& options)
         : path_(path), kind_(options.kind), findings_(stdout, options.show) {}
 
-    // True when nothing was found. Throws Failure where the file cannot be read.
+    // True if nothing was found. Throws Failure if the file cannot be read.
     bool run() {
         LineFile file(path_, LineFile::Source::listFile);
         if (kind_ == KindOption::guess) guessKind();
@@ -48,7 +48,7 @@ public:
             if (file.number == 1) {
                 checkHeader(file.text, file.length);
             } else {
-                checkLine(file.text, file.length, file.number);
+                checkLine(file.text, file.length, file.dropped, file.number);
             }
         }
         checkTotals(file.number);
@@ -66,9 +66,9 @@ private:
 
     void guessKind();
     void checkHeader(char* line, std::size_t length);
-    void checkLine(char* line, std::size_t length, std::uint64_t number);
+    void checkLine(char* line, std::size_t length, std::uint64_t dropped, std::uint64_t number);
     void checkCategory(const char* line, std::uint64_t number);
-    void checkSpace(std::size_t bytes, std::size_t itemBytes, std::uint64_t number);
+    void checkSpace(std::uint64_t bytes, std::uint64_t itemBytes, std::uint64_t number);
     void checkSpelling(const std::string& item, std::uint64_t number);
     void checkOrder(const std::string& item, std::uint64_t number);
     void checkNested(const std::string& item, std::uint64_t number);
@@ -87,23 +87,23 @@ private:
         if (stopped_ == 0) stopped_ = line;
     }
     bool isUrls() const { return kind_ == KindOption::urls; }
-    // True when katd has the item at hand, whole: only then its search says anything about it.
+    // True if katd holds the whole current item: only then its search result means anything.
     bool isHeld() const { return list_.loaded && stopped_ == 0 && items_ <= list_.count; }
 
     const std::string path_;
     KindOption kind_;
     Notes findings_;
     Progress progress_;
-    StringList list_;  // as katd has it
+    StringList list_;  // as katd loads it
     std::int64_t headerCount_ = 0;
     std::int64_t headerSize_ = 0;
     bool headerIsGood_ = false;
-    std::uint64_t stopped_ = 0;  // the line at which katd stops reading; 0: none
-    std::uint64_t beyond_ = 0;   // the first line beyond the count; 0: none
-    std::int64_t items_ = 0;     // item lines, those beyond the count included
-    std::int64_t bytes_ = 0;     // of katd's buffer that they need
-    Item last_{"", 0};           // the item before; line 0: none
-    std::vector<Item> above_;    // prefixes of the item before, each beginning with the one before it
+    std::uint64_t stopped_ = 0;  // the line at which katd stops reading, or 0
+    std::uint64_t beyond_ = 0;   // the first line beyond the count, or 0
+    std::int64_t items_ = 0;     // item lines, including those beyond the count
+    std::int64_t bytes_ = 0;     // that they need in katd's buffer
+    Item last_{"", 0};           // the previous item; line 0: none
+    std::vector<Item> above_;    // prefixes of the previous item, from the shortest on
 };
 
 void Checker::guessKind() {
@@ -118,7 +118,7 @@ void Checker::guessKind() {
 
 void Checker::checkHeader(char* line, std::size_t length) {
     if (length > headerLimit) {
-        find(1, "the first line has more than 1023 characters: katd takes the rest for an item line");
+        find(1, "the first line has more than 1023 characters: katd reads the rest as an item line");
         line[headerLimit] = '\0';
         stopped_ = 1;
     }
@@ -132,15 +132,16 @@ void Checker::checkHeader(char* line, std::size_t length) {
     headerIsGood_ = headerCount_ >= 1 && headerSize_ >= 1 && headerSize_ <= sizeLimit;
     const std::string canonical = std::to_string(headerCount_) + "|" + std::to_string(headerSize_);
     if (!headerIsGood_) {
-        find(1, "the first line is no \"number of items|bytes\", both from 1 on, the bytes to " +
+        find(1, "the first line is not \"number of items|bytes\", both at least 1, the bytes at most " +
                     std::to_string(sizeLimit) + ", but " + bracketed(line) + ": katd refuses the file");
     } else if (canonical != line) {
-        find(1, "the first line has other characters beside the two numbers: katd reads " + bracketed(line) +
+        find(1, "the first line has other characters than the two numbers: katd reads " + bracketed(line) +
                     " as " + canonical);
     }
 }
 
-void Checker::checkLine(char* line, std::size_t length, std::uint64_t number) {
+// `dropped` bytes of the line are not in `line`.
+void Checker::checkLine(char* line, std::size_t length, std::uint64_t dropped, std::uint64_t number) {
     const bool isBeyond = headerIsGood_ && items_ >= headerCount_ && stopped_ == 0;
     const bool isItem = std::strlen(line) >= itemStart && line[itemStart - 1] == '|' &&
                         std::memchr(line, '\n', itemStart - 1) == nullptr;
@@ -150,23 +151,22 @@ void Checker::checkLine(char* line, std::size_t length, std::uint64_t number) {
     }
     if (!isItem) {
         if (!isBeyond) {
-            stop(number,
-                 "this is no item line, which has a category of three characters, a | and the item, but " +
-                     bracketed(std::string(line, std::strcspn(line, "\r\n"))));
+            stop(number, "this is not an item line (a category of three characters, a | and the item), but " +
+                             bracketed(std::string(line, std::strcspn(line, "\r\n"))));
         }
         return;
     }
     if (std::strlen(line) < length)
-        find(number, "there is a zero byte in the line, which ends the item for katd");
+        find(number, "there is a zero byte in the line, where the item ends for katd");
     if (line[itemStart] == '\0') {
         if (!isBeyond) stop(number, "the file ends before the item");
         return;
     }
     const std::size_t bytes = std::strlen(line + itemStart);
     const std::string item = Utils::rtrim(line + itemStart);
-    if (!isBeyond) checkSpace(bytes, item.size(), number);
+    if (!isBeyond) checkSpace(bytes + dropped, item.size() + dropped, number);
     ++items_;
-    bytes_ += static_cast<std::int64_t>(item.size()) + 1;
+    bytes_ += static_cast<std::int64_t>(item.size() + dropped) + 1;
     checkCategory(line, number);
     checkSpelling(item, number);
     checkOrder(item, number);
@@ -174,17 +174,18 @@ void Checker::checkLine(char* line, std::size_t length, std::uint64_t number) {
     last_ = {item, number};
 }
 
-// Three characters, read as katd does.
+// Reads the three characters as katd does.
 void Checker::checkCategory(const char* line, std::uint64_t number) {
     const std::string characters(line, itemStart - 1);
     if (listreader::toCategory(characters, categoryLimit) >= 0) return;
     const std::int32_t category = Utils::toInt32(characters.c_str());
-    const std::string reads = "the category " + bracketed(characters) + " is no number from 0 to 255: katd ";
-    if (category == -1) return find(number, reads + "takes the item for a miss");
+    const std::string reads =
+        "the category " + bracketed(characters) + " is not a number from 0 to 255: katd ";
+    if (category == -1) return find(number, reads + "treats the item as a miss");
     find(number, reads + "answers " + std::to_string(category & 0xff));
 }
 
-void Checker::checkSpace(std::size_t bytes, std::size_t itemBytes, std::uint64_t number) {
+void Checker::checkSpace(std::uint64_t bytes, std::uint64_t itemBytes, std::uint64_t number) {
     if (!headerIsGood_ || stopped_ != 0) return;
     const std::int64_t room = headerSize_ + spareBytes - bytes_;
     if (room <= 0) {
@@ -201,24 +202,23 @@ void Checker::checkSpace(std::size_t bytes, std::size_t itemBytes, std::uint64_t
     }
 }
 
-// What katd would ask for must look like the item.
+// The item must be spelt as katd would look for it.
 void Checker::checkSpelling(const std::string& item, std::uint64_t number) {
     std::string asked;
     const char* reason = storedToItem(isUrls() ? Kind::urls : Kind::domains, item, &asked);
     if (item.empty()) {
         find(number, isUrls() ? "the item is empty: every URL begins with it" : "the item is empty");
     } else if (item.size() > itemLimit) {
-        find(number, "the item is over-long: no URL in use has more than 65535 bytes");
+        find(number, "the item is longer than 65535 bytes, which no URL in use is");
     } else if (reason != nullptr) {
         find(number, "of no use, " + std::string(reason) + ": " + bracketed(item));
     } else if (asked != item) {
-        find(number,
-             std::string("never found, ") +
-                 (hasCapitals(item.c_str()) ? "there are capital letters in it" : "it is spelt otherwise") +
-                 ": katd would look for " + bracketed(asked) + ", not " + bracketed(item));
+        find(number, std::string("never found, ") +
+                         (hasCapitals(item.c_str()) ? "it has capital letters" : "it is spelt otherwise") +
+                         ": katd would look for " + bracketed(asked) + ", not " + bracketed(item));
     } else if (isHeld() && hasCapitals(item.c_str())) {
         Utils::toLower(asked.data());
-        // Whoever lists the small letters too has thought of it: an escape in the URL gives capital ones.
+        // Correct if both spellings are listed: an escape in a URL decodes to a capital letter.
         if (list_.find_sw(asked.c_str(), nullptr) == nullptr) {
             find(number, "capital letters in the path are found only where a URL has them as escapes: " +
                              bracketed(item) + " lacks " + bracketed(asked) + " beside it");
@@ -244,12 +244,12 @@ void Checker::checkNested(const std::string& item, std::uint64_t number) {
         const Item& prefix = above_.back();
         const char* found = list_.find_sw(item.c_str(), nullptr);
         const std::string pair =
-            bracketed(item) + " lies below " + bracketed(prefix.text) + ", " + numbered(prefix.line) + ": ";
+            bracketed(item) + " begins with " + bracketed(prefix.text) + ", " + numbered(prefix.line) + ": ";
         if (found != nullptr && item != found) {
-            find(number, "hidden: " + pair + "katd's search always comes to " + bracketed(found) + " first");
+            find(number, "hidden: " + pair + "katd's search always finds " + bracketed(found) + " first");
         } else {
-            find(number,
-                 "hides another: " + pair + "URLs below that one which sort behind this one are missed");
+            find(number, "hides another: " + pair +
+                             "katd misses URLs that begin with that one and sort after this one");
         }
     }
     if (!item.empty()) above_.push_back({item, number});
@@ -259,7 +259,7 @@ void Checker::checkTotals(std::uint64_t lines) {
     if (lines == 0) return find(1, "the file is empty: katd refuses it");
     if (!headerIsGood_) return;
     if (beyond_ != 0) {
-        find(beyond_, "beyond the count: katd reads no line from here on, for the first line says " +
+        find(beyond_, "beyond the count: katd reads no line from here on, because the first line says " +
                           counted(headerCount_, "item"));
     }
     if (items_ != headerCount_) {
@@ -270,8 +270,7 @@ void Checker::checkTotals(std::uint64_t lines) {
         find(1, "wrong size: the first line says " + counted(headerSize_, "byte") + ", the items need " +
                     std::to_string(bytes_));
     }
-    if (!list_.loaded && stopped_ == 0)
-        find(1, "katd takes no item from the file, perhaps for lack of memory");
+    if (!list_.loaded && stopped_ == 0) find(1, "katd refuses the file, perhaps for lack of memory");
 }
 
 void Checker::printResult() const {

@@ -1,4 +1,4 @@
-// katlist check: what is wrong with list files.
+// katlist check: reports what is wrong with list files.
 #ifndef KATLIST_CHECK_H
 #define KATLIST_CHECK_H
 
@@ -19,8 +19,8 @@ struct CheckOptions {
     std::uint64_t show = 20;              // findings of each file
 };
 
-// Prints the findings and a last line for each file. The worst status of all files; a file that cannot be
-// read is told and does not end the run.
+// Prints the findings and a summary line for each file. Returns the worst status of all files. A file that
+// cannot be read is reported, and the others are still checked.
 ExitStatus check(const CheckOptions& options);
 
 }  // namespace katlist

@@ -128,7 +128,8 @@ void readNames(const std::string& path, tools::CategoryNames* names) {
     std::string problem;
     const auto status = names->read(path, &problem);
     if (status == tools::CategoryNames::Status::ok) return;
-    throw Failure(status == tools::CategoryNames::Status::unreadable ? failed : wrong, problem);
+    const bool isUnreadable = status == tools::CategoryNames::Status::unreadable;
+    throw Failure(isUnreadable ? failed : wrong, problem + (isUnreadable ? ": check the path" : ""));
 }
 
 std::int32_t toCategory(std::string_view text, std::int32_t highest) {
