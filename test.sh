@@ -175,6 +175,8 @@ scripts/packages.sh cmake ninja-build g++ g++-multilib googletest libcli11-dev l
 mkdir -p build
 failed=()
 notes=()
+# Of the catalogue.
+scripts/packages.sh liblmdb-dev libpsl-dev
 run32=
 for step in "${steps[@]}"; do
     start=$SECONDS

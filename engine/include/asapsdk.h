@@ -67,7 +67,8 @@
 enum {
     ASAPSDK_BAD_ARGUMENT = 1,  // a null handle, text or path
     ASAPSDK_BAD_CACHE = 3,     // cache file not read or written, cut or changed; the code is the errno, or 0
-    ASAPSDK_NO_MEMORY = 4
+    ASAPSDK_NO_MEMORY = 4,
+    ASAPSDK_BAD_CATALOG = 5    // the catalogue or its settings cannot be used
 };
 
 // Bit 0 of CSDKUrlCat_GetFlags: the URL has no category, now and later.

@@ -1,0 +1,340 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <ctime>
+
+#include "Writer.h"
+
+namespace catalog {
+
+namespace {
+
+constexpr std::size_t blockSize = 4U << 20U;
+constexpr std::uint64_t recordsPerCommit = 1000000;
+
+// What stands before the key of an addition.
+struct Addition {
+    std::uint32_t sequence;
+    std::uint32_t category;
+    std::uint16_t source;
+    std::uint16_t keySize;
+    unsigned char flags;
+};
+constexpr std::size_t additionSize = sizeof(Addition);
+
+}  // namespace
+
+// The key's next eight bytes stand beside its address, so that most comparisons need not go there.
+struct Builder::Record {
+    std::uint64_t chunk;
+    const char* data;
+
+    Addition addition() const {
+        Addition result;
+        std::memcpy(&result, data, additionSize);
+        return result;
+    }
+    std::string_view key() const {
+        const Addition head = addition();
+        return {data + additionSize, head.keySize};
+    }
+    void load(std::size_t depth) {
+        const std::string_view text = key();
+        unsigned char bytes[8] = {};
+        if (depth < text.size())
+            std::memcpy(bytes, text.data() + depth, std::min<std::size_t>(8, text.size() - depth));
+        chunk = 0;
+        for (const unsigned char byte : bytes)
+            chunk = chunk << 8U | byte;
+    }
+    static bool less(const Record& a, const Record& b) {
+        const int order = a.key().compare(b.key());
+        return order != 0 ? order < 0 : a.addition().sequence < b.addition().sequence;
+    }
+    static void sort(Record* begin, Record* end, std::size_t depth) {
+        std::sort(begin, end, [](const Record& a, const Record& b) { return a.chunk < b.chunk; });
+        while (begin != end) {
+            Record* const next =
+                std::find_if(begin, end, [&](const Record& r) { return r.chunk != begin->chunk; });
+            if (next - begin > 1) {
+                const bool ended = next - begin <= 8 || std::any_of(begin, next, [&](const Record& record) {
+                                       return record.addition().keySize <= depth + 8;
+                                   });
+                if (ended) {
+                    std::sort(begin, next, less);
+                } else {
+                    for (Record* record = begin; record != next; ++record)
+                        record->load(depth + 8);
+                    sort(begin, next, depth + 8);
+                }
+            }
+            begin = next;
+        }
+    }
+};
+
+Builder::Builder() = default;
+Builder::~Builder() = default;
+
+const char* entryKeys(const Url& entry, EntryKeys* keys) {
+    keys->own = hostKey(entry);
+    keys->host.clear();
+    if (entry.path.empty() && !entry.portGiven) return nullptr;
+    keys->host.swap(keys->own);
+    keys->own = pathKey(entry, entry.portGiven ? entry.port : 0);
+    return keys->own.size() <= maxKey ? nullptr : "host and path are longer than the catalogue holds";
+}
+
+std::string hostKeyOf(std::string_view pathKey) {
+    std::size_t base = pathBase(pathKey);
+    if (pathKey[1] == '\0') {
+        const std::size_t size = pathKey[2] == '4' ? 4 : 16;
+        std::string key(1, networkRecord);
+        key.append(pathKey.substr(2, 1 + size)).push_back(static_cast<char>(8 * size));
+        return key;
+    }
+    const auto port = pathKey.find(keyPort, 1);
+    if (port < base) base = port;
+    return std::string(1, hostRecord).append(pathKey.substr(1, base - 1));
+}
+
+const char* Builder::add(const Url& entry, unsigned category, std::uint16_t source, bool instead) {
+    EntryKeys keys;
+    if (const char* const reason = entryKeys(entry, &keys)) return reason;
+    if (!keys.host.empty()) {
+        const unsigned char flag = entry.portGiven ? hasPorts : hasPaths;
+        std::string host = keys.host;
+        host.push_back(static_cast<char>(flag));
+        if (host != lastHost_) addRecord(keys.host, noCategory, 0, flag);
+        lastHost_.swap(host);
+    }
+    const unsigned flags = isEntry | (instead ? isInstead : 0U);
+    addRecord(keys.own, category, source, static_cast<unsigned char>(flags));
+    return nullptr;
+}
+
+void Builder::addRecord(std::string_view key, unsigned category, std::uint16_t source, unsigned char flags) {
+    const std::size_t size = additionSize + key.size();
+    if (blocks_.empty() || used_ + size > blockSize) {
+        blocks_.emplace_back(new char[blockSize]);
+        used_ = 0;
+    }
+    char* const data = blocks_.back().get() + used_;
+    used_ += size;
+    Addition head{};
+    head.sequence = static_cast<std::uint32_t>(records_.size());
+    head.category = category;
+    head.source = source;
+    head.keySize = static_cast<std::uint16_t>(key.size());
+    head.flags = flags;
+    std::memcpy(data, &head, additionSize);
+    std::memcpy(data + additionSize, key.data(), key.size());
+    keyBytes_ += key.size();
+    Record record{0, data};
+    record.load(0);
+    records_.push_back(record);
+}
+
+void Builder::sort() {
+    Record::sort(records_.data(), records_.data() + records_.size(), 0);
+    position_ = 0;
+}
+
+bool Builder::next(Item* item, Result* result) {
+    if (position_ == records_.size()) return false;
+    item->key = records_[position_].key();
+    item->flags = 0;
+    item->pairs.clear();
+    for (; position_ < records_.size() && records_[position_].key() == item->key; ++position_) {
+        const Addition head = records_[position_].addition();
+        const bool had = (item->flags & head.flags) == head.flags;
+        item->flags = static_cast<unsigned char>(item->flags | head.flags);
+        if ((head.flags & isEntry) == 0) continue;
+        const bool known = head.category == noCategory ||
+                           std::any_of(item->pairs.begin(), item->pairs.end(),
+                                       [&](const Pair& pair) { return pair.category == head.category; });
+        if (known && had) ++result->repeated;
+        if (known) continue;
+        if (item->pairs.size() == maxEntryCategories) {
+            ++result->dropped;
+        } else {
+            item->pairs.push_back({static_cast<std::uint16_t>(head.category), head.source});
+        }
+    }
+    return true;
+}
+
+std::string makeValue(unsigned flags, const std::vector<unsigned>& ancestors, const std::vector<Pair>& pairs,
+                      char record) {
+    std::string value;
+    const auto count = static_cast<unsigned>(ancestors.size());
+    value.push_back(static_cast<char>(flags | std::min(count, manyAncestors) << ancestorShift));
+    if (count >= manyAncestors) value.push_back(static_cast<char>(count));
+    for (const unsigned ancestor : ancestors) {
+        value.push_back(static_cast<char>(ancestor));
+        if (record == pathRecord) value.push_back(static_cast<char>(ancestor >> 8U));
+    }
+    if (!pairs.empty())
+        value.append(reinterpret_cast<const char*>(pairs.data()), pairs.size() * sizeof(Pair));
+    return value;
+}
+
+namespace {
+
+// The new file while it is written. Throws the number of LMDB's failure.
+class NewFile {
+public:
+    NewFile(const std::string& path, std::size_t mapSize) {
+        check(mdb_env_create(&environment_));
+        check(mdb_env_set_mapsize(environment_, mapSize));
+        // Nobody reads the file before it is renamed, and it is synced then.
+        check(mdb_env_open(environment_, path.c_str(), MDB_NOSUBDIR | MDB_NOLOCK | MDB_NOSYNC | MDB_NOMEMINIT,
+                           0644));
+    }
+    ~NewFile() {
+        if (transaction_ != nullptr) mdb_txn_abort(transaction_);
+        if (environment_ != nullptr) mdb_env_close(environment_);
+    }
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
+
+    void append(std::string_view key, const std::string& value) { put(key, value, MDB_APPEND); }
+
+    void put(std::string_view key, const std::string& value, unsigned flags = 0) {
+        if (transaction_ == nullptr) begin();
+        MDB_val name{key.size(), const_cast<char*>(key.data())};
+        MDB_val data{value.size(), const_cast<char*>(value.data())};
+        check(mdb_cursor_put(cursor_, &name, &data, flags));
+        if (++records_ % recordsPerCommit == 0) commit();
+    }
+
+    void commit() {
+        if (transaction_ == nullptr) return;
+        mdb_cursor_close(cursor_);
+        MDB_txn* const transaction = transaction_;
+        transaction_ = nullptr;
+        check(mdb_txn_commit(transaction));
+    }
+
+private:
+    static void check(int error) {
+        if (error != 0) throw error;
+    }
+
+    void begin() {
+        check(mdb_txn_begin(environment_, nullptr, 0, &transaction_));
+        MDB_dbi records = 0;
+        check(mdb_dbi_open(transaction_, nullptr, 0, &records));
+        check(mdb_cursor_open(transaction_, records, &cursor_));
+    }
+
+    MDB_env* environment_ = nullptr;
+    MDB_txn* transaction_ = nullptr;
+    MDB_cursor* cursor_ = nullptr;
+    std::uint64_t records_ = 0;
+};
+
+// The entries above the one at hand, in its tree.
+class Ancestors {
+public:
+    // Leaves those above the key, and makes their marks the value's.
+    void descend(std::string_view key) {
+        while (!levels_.empty() && !isAncestor(levels_.back().key, key))
+            levels_.pop_back();
+        marks_.clear();
+        for (const Level& level : levels_)
+            marks_.push_back(ancestorMark(level.key));
+    }
+    void push(const Builder::Item& item) { levels_.push_back({item.key, item.flags, item.pairs}); }
+    const std::vector<unsigned>& marks() const { return marks_; }
+
+    // Whether the answer of a URL is the same without this entry, the order of its categories included.
+    // Entries with paths and ports come between those of hosts: where there are any, nothing is redundant.
+    bool makeRedundant(const Builder::Item& item) const {
+        if ((item.flags & isInstead) != 0 || item.key[0] == pathRecord) return false;
+        std::vector<std::uint16_t> above;
+        bool covered = false;
+        for (auto level = levels_.rbegin(); level != levels_.rend(); ++level) {
+            if ((level->flags & (hasPaths | hasPorts)) != 0) return false;
+            covered = covered || (level->flags & isEntry) != 0;
+            for (const Pair& pair : level->pairs) {
+                if (std::find(above.begin(), above.end(), pair.category) == above.end())
+                    above.push_back(pair.category);
+            }
+            if ((level->flags & isInstead) != 0) break;
+        }
+        return covered && item.pairs.size() <= above.size() &&
+               std::equal(item.pairs.begin(), item.pairs.end(), above.begin(),
+                          [](const Pair& pair, std::uint16_t category) { return pair.category == category; });
+    }
+
+private:
+    struct Level {
+        std::string_view key;
+        unsigned char flags;
+        std::vector<Pair> pairs;
+    };
+    std::vector<Level> levels_;
+    std::vector<unsigned> marks_;
+};
+
+bool syncFile(const std::string& path) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    const bool synced = fsync(fd) == 0;
+    const int error = errno;
+    close(fd);
+    errno = error;
+    return synced;
+}
+
+}  // namespace
+
+bool Builder::write(const std::string& path, bool compact, const Sources& sources, const CategoryNames& names,
+                    Result* result, std::string* failure) {
+    const std::uint64_t bytes = keyBytes_ + 32U * records_.size();
+    const std::uint64_t slack = sizeof(void*) == 4 ? bytes / 4 + (16U << 20U) : 3 * bytes + (256U << 20U);
+    *result = Result();
+    try {
+        NewFile file(path, static_cast<std::size_t>(bytes + slack));
+        Ancestors ancestors;
+        Item item;
+        std::map<std::uint16_t, std::uint64_t> bySource;
+        for (position_ = 0; next(&item, result);) {
+            ancestors.descend(item.key);
+            if (compact && (item.flags & isEntry) != 0 && ancestors.makeRedundant(item)) {
+                ++result->compacted;
+                item.flags &= static_cast<unsigned char>(~isEntry);
+                item.pairs.clear();
+                if ((item.flags & (hasPaths | hasPorts)) == 0) continue;
+            }
+            file.append(item.key, makeValue(item.flags, ancestors.marks(), item.pairs, item.key[0]));
+            ancestors.push(item);
+            if ((item.flags & isEntry) != 0) ++result->entries;
+            for (const Pair& pair : item.pairs)
+                ++bySource[pair.source];
+        }
+        for (const auto& [number, source] : sources) {
+            Source counted = source;
+            counted.entries = bySource[number];
+            file.put(numberedKey(sourceRecord, number), sourceValue(counted));
+        }
+        for (const auto& [number, name] : names)
+            file.put(numberedKey(categoryRecord, number), name);
+        Header header;
+        header.entries = result->entries;
+        header.created = header.changed = static_cast<std::uint64_t>(std::time(nullptr));
+        file.put(std::string(1, headerRecord), headerValue(header));
+        file.commit();
+    } catch (int error) {
+        *failure = mdb_strerror(error);
+        return false;
+    }
+    if (syncFile(path)) return true;
+    *failure = std::strerror(errno);
+    return false;
+}
+
+}  // namespace catalog

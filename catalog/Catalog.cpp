@@ -1,0 +1,508 @@
+#include "Catalog.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "Guard.h"
+
+namespace catalog {
+
+namespace {
+
+// LMDB trusts the two meta pages at the file's start, to the point of dividing by what they say: they are
+// compared with the file before. This is how LMDB 0.9 lays them out, for this machine's word size.
+struct MetaPage {
+    struct Database {
+        std::uint32_t pageSize;
+        std::uint16_t flags;
+        std::uint16_t depth;
+        std::size_t branchPages;
+        std::size_t leafPages;
+        std::size_t overflowPages;
+        std::size_t entries;
+        std::size_t root;
+    };
+
+    std::size_t page;
+    std::uint16_t unused;
+    std::uint16_t flags;
+    std::uint32_t bounds;
+    std::uint32_t magic;
+    std::uint32_t version;
+    std::size_t address;
+    std::size_t mapSize;
+    Database databases[2];
+    std::size_t lastPage;
+    std::size_t transaction;
+};
+constexpr std::uint32_t lmdbMagic = 0xBEEFC0DE;
+constexpr std::uint16_t metaFlag = 8;
+
+enum class MetaState { good, foreign, cut };
+
+MetaState examineMeta(int fd, std::uint64_t fileSize) {
+    MetaPage meta{};
+    std::uint32_t pageSize = 0;
+    for (unsigned i = 0; i < 2; ++i) {
+        const ssize_t size = pread(fd, &meta, sizeof meta, static_cast<off_t>(i) * pageSize);
+        if (size != static_cast<ssize_t>(sizeof meta)) return i == 0 ? MetaState::foreign : MetaState::cut;
+        const MetaPage::Database& freeList = meta.databases[0];
+        const bool sane = meta.page == i && (meta.flags & metaFlag) != 0 && meta.magic == lmdbMagic &&
+                          meta.version == 1 && freeList.pageSize >= 512 && freeList.pageSize <= 65536 &&
+                          (freeList.pageSize & (freeList.pageSize - 1)) == 0 && meta.databases[1].flags == 0;
+        if (!sane || (i == 1 && freeList.pageSize != pageSize)) return MetaState::foreign;
+        pageSize = freeList.pageSize;
+        if (meta.lastPage >= fileSize / pageSize) return MetaState::cut;
+    }
+    return MetaState::good;
+}
+
+std::string sentence(const std::string& path, const std::string& what) {
+    return "catalogue " + path + ": " + what;
+}
+constexpr const char* makeAnew = "; make it anew with katcatalog import";
+
+// Room for a growing file, as much as the address space has without care.
+std::uint64_t mappingFor(std::uint64_t fileSize) {
+    constexpr std::uint64_t least = sizeof(void*) == 4 ? 4U << 20U : 64U << 20U;
+    return (fileSize + std::max(fileSize / (sizeof(void*) == 4 ? 8 : 2), least)) & ~std::uint64_t{0xffff};
+}
+
+// Opens the environment, in the guarded section.
+struct Opening {
+    MDB_env* environment;
+    const char* path;
+    int error;
+    MDB_txn* transaction;
+    MDB_val header;
+};
+
+void openBody(void* context) {
+    auto* const opening = static_cast<Opening*>(context);
+    opening->error = mdb_env_open(opening->environment, opening->path,
+                                  MDB_RDONLY | MDB_NOSUBDIR | MDB_NOLOCK | MDB_NOTLS, 0);
+    if (opening->error != 0) return;
+    opening->error = mdb_txn_begin(opening->environment, nullptr, MDB_RDONLY, &opening->transaction);
+    if (opening->error != 0) return;
+    MDB_dbi records = 0;
+    opening->error = mdb_dbi_open(opening->transaction, nullptr, 0, &records);
+}
+
+}  // namespace
+
+std::shared_ptr<Catalog> Catalog::open(const std::string& path, std::string* failure) {
+    const auto fail = [&](const std::string& what) {
+        *failure = sentence(path, what);
+        return nullptr;
+    };
+    // Not blocking: a FIFO would keep katd waiting.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) {
+        const int error = errno;
+        return fail(std::string(std::strerror(error)) +
+                    (error == ENOENT ? "; make one with katcatalog import" : ""));
+    }
+    struct stat state {};
+    MetaState meta = MetaState::foreign;
+    const bool regular = fstat(fd, &state) == 0 && S_ISREG(state.st_mode);
+    // A commit may have lengthened the file and written its page after the size was read.
+    for (int attempt = 0; regular && attempt < 2 && meta != MetaState::good; ++attempt) {
+        fstat(fd, &state);
+        meta = examineMeta(fd, static_cast<std::uint64_t>(state.st_size));
+    }
+    close(fd);
+    if (!regular) return fail("not a regular file");
+    if (meta == MetaState::foreign)
+        return fail(std::string("not a catalogue of this machine's word size") + makeAnew);
+    if (meta == MetaState::cut) return fail(std::string("the file is cut") + makeAnew);
+
+    std::shared_ptr<Catalog> result(new Catalog);
+    result->path_ = path;
+    result->device_ = state.st_dev;
+    result->inode_ = state.st_ino;
+    result->mappedSize_ = mappingFor(static_cast<std::uint64_t>(state.st_size));
+    if (mdb_env_create(&result->environment_) != 0) return fail("out of memory");
+    mdb_env_set_assert(result->environment_, [](MDB_env*, const char*) { endGuarded(); });
+    mdb_env_set_mapsize(result->environment_, static_cast<std::size_t>(result->mappedSize_));
+    Opening opening{result->environment_, path.c_str(), 0, nullptr, {}};
+    const bool ran = runGuarded(openBody, &opening);
+    if (!ran) return fail(std::string("the file is damaged") + makeAnew);
+    if (opening.transaction != nullptr) mdb_txn_abort(opening.transaction);
+    if (opening.error != 0) return fail(mdb_strerror(opening.error));
+    Header header;
+    Reader reader(result);
+    if (reader.header(&header) != Reader::done)
+        return fail(std::string("not a catalogue, of another version, or damaged") + makeAnew);
+    return result;
+}
+
+Catalog::~Catalog() {
+    if (environment_ != nullptr) mdb_env_close(environment_);
+}
+
+// Entries found in one tree, the longest first.
+struct Reader::Hits {
+    static constexpr unsigned limit = 300;  // more than labels, segments and bits can be
+
+    struct Hit {
+        std::size_t keySize;
+        Value value;
+    };
+
+    // False when there are more than can be.
+    bool add(std::size_t size, const Value& value) {
+        if (count == limit) return false;
+        hits[count++] = Hit{size, value};
+        return true;
+    }
+
+    unsigned count;
+    std::size_t base;  // of path records: the length of what stands before the path
+    std::size_t keySize;
+    char key[1024];  // what was looked for
+    Hit hits[limit];
+};
+
+struct Reader::Request {
+    Reader* reader;
+    const Url* url;
+    Visit visit;
+    Restart restart;
+    void* context;
+    Header* header;
+};
+
+Reader::Reader(std::shared_ptr<Catalog> catalog) : catalog_(std::move(catalog)), hits_(new Hits[3]) {}
+
+Reader::~Reader() {
+    endTransaction();
+}
+
+void Reader::endTransaction() {
+    if (cursor_ != nullptr) mdb_cursor_close(cursor_);
+    if (transaction_ != nullptr) mdb_txn_abort(transaction_);
+    cursor_ = nullptr;
+    transaction_ = nullptr;
+    live_ = false;
+}
+
+std::uint64_t Reader::lastVersion() const {
+    MDB_envinfo info;
+    mdb_env_info(catalog_->environment(), &info);
+    return info.me_last_txnid;
+}
+
+// Makes sure that the transaction sees the newest version.
+bool Reader::begin() {
+    MDB_env* const environment = catalog_->environment();
+    // Before LMDB allocates anything: a file that was cut ends the section here.
+    const std::uint64_t version = lastVersion();
+    if (live_ && mdb_txn_id(transaction_) == version) return true;
+    int error = 0;
+    if (transaction_ == nullptr) {
+        error = mdb_txn_begin(environment, nullptr, MDB_RDONLY, &transaction_);
+    } else {
+        if (live_) mdb_txn_reset(transaction_);
+        live_ = false;
+        error = mdb_txn_renew(transaction_);
+    }
+    if (error == 0) {
+        live_ = true;
+        error = cursor_ == nullptr ? mdb_cursor_open(transaction_, 1, &cursor_)
+                                   : mdb_cursor_renew(transaction_, cursor_);
+    }
+    if (error != 0) status_ = error == MDB_MAP_RESIZED ? grown : damaged;
+    return error == 0;
+}
+
+bool Reader::predecessor(MDB_val* key, MDB_val* value) {
+    const MDB_val wanted = *key;
+    int error = mdb_cursor_get(cursor_, key, value, MDB_SET_RANGE);
+    if (error == 0) {
+        if (key->mv_size == wanted.mv_size && std::memcmp(key->mv_data, wanted.mv_data, wanted.mv_size) == 0)
+            return true;
+        error = mdb_cursor_get(cursor_, key, value, MDB_PREV);
+    } else if (error == MDB_NOTFOUND) {
+        error = mdb_cursor_get(cursor_, key, value, MDB_LAST);
+    }
+    // The header record comes before all others.
+    if (error != 0) status_ = damaged;
+    return error == 0;
+}
+
+bool Reader::get(std::string_view key, Value* value) {
+    MDB_val wanted{key.size(), const_cast<char*>(key.data())};
+    MDB_val found;
+    if (mdb_get(transaction_, 1, &wanted, &found) == 0 && value->parse(found.mv_data, found.mv_size, key[0]))
+        return true;
+    status_ = damaged;
+    return false;
+}
+
+namespace {
+
+std::size_t commonPrefix(const char* a, std::size_t aSize, const char* b, std::size_t bSize) {
+    const std::size_t size = std::min(aSize, bSize);
+    return static_cast<std::size_t>(std::mismatch(a, a + size, b).first - a);
+}
+
+}  // namespace
+
+// All keys that begin the wanted one and are no longer lie before it, and between them and it nothing but
+// what they begin as well. So they are the record just before the wanted key and ancestors of that one, which
+// it knows.
+bool Reader::searchHosts(const Url& url, Hits* hits) {
+    hits->count = 0;
+    const bool isName = url.kind == Url::name;
+    MDB_val key{hits->keySize, hits->key};
+    MDB_val data;
+    if (!predecessor(&key, &data)) return false;
+    const char* const found = static_cast<const char*>(key.mv_data);
+    Value value;
+    if (isName) {
+        const std::size_t common = commonPrefix(found, key.mv_size, hits->key, hits->keySize);
+        if (common < 2) return true;
+        const auto covers = [&](std::size_t size) {
+            return size <= common && (size == hits->keySize || hits->key[size] == '\0');
+        };
+        if (!value.parse(data.mv_data, data.mv_size, found[0])) return status_ = damaged, false;
+        if (covers(key.mv_size) && !hits->add(key.mv_size, value)) return status_ = damaged, false;
+        for (unsigned i = value.ancestors; i-- > 0;) {
+            const unsigned size = value.ancestor(i);
+            Value above;
+            if (!covers(size)) continue;
+            if (!get(std::string_view(hits->key, size), &above) || !hits->add(size, above))
+                return status_ = damaged, false;
+        }
+        return true;
+    }
+    // An address: the networks that hold it; a record's last byte is the prefix length.
+    if (key.mv_size != hits->keySize || found[0] != networkRecord || found[1] != hits->key[1]) return true;
+    if (!value.parse(data.mv_data, data.mv_size, found[0])) return status_ = damaged, false;
+    const std::size_t addressSize = url.host.size();
+    const auto tryPrefix = [&](unsigned prefix, const Value* known) {
+        char network[19];
+        std::memcpy(network, hits->key, hits->keySize);
+        if (prefix > 8 * addressSize) return false;
+        maskAddress(network + 2, addressSize, prefix);
+        network[hits->keySize - 1] = static_cast<char>(prefix);
+        Value above;
+        if (known != nullptr) {
+            if (std::memcmp(found, network, hits->keySize) != 0) return true;
+            above = *known;
+        } else {
+            char masked[16];
+            std::memcpy(masked, found + 2, addressSize);
+            maskAddress(masked, addressSize, prefix);
+            if (std::memcmp(masked, network + 2, addressSize) != 0) return true;
+            if (!get(std::string_view(network, hits->keySize), &above)) return false;
+        }
+        return hits->add(prefix, above);
+    };
+    bool good = tryPrefix(static_cast<unsigned char>(found[key.mv_size - 1]), &value);
+    for (unsigned i = value.ancestors; good && i-- > 0;)
+        good = tryPrefix(value.ancestor(i), nullptr);
+    if (!good) status_ = damaged;
+    return good;
+}
+
+// REQUIRES: hits->key begins with the host's part of the key, of hits->base bytes.
+bool Reader::searchPaths(const Url& url, unsigned port, Hits* hits) {
+    hits->count = 0;
+    if (port != 0) {
+        hits->key[hits->base++] = keyPort;
+        hits->key[hits->base++] = static_cast<char>(port >> 8U);
+        hits->key[hits->base++] = static_cast<char>(port);
+    }
+    const std::size_t pathSize = std::min(url.path.size(), sizeof hits->key - hits->base);
+    encodePath(url.path.data(), pathSize, hits->key + hits->base);
+    hits->keySize = hits->base + pathSize;
+    MDB_val key{std::min(hits->keySize, maxKey), hits->key};
+    MDB_val data;
+    if (!predecessor(&key, &data)) return false;
+    const char* const found = static_cast<const char*>(key.mv_data);
+    const std::size_t common = commonPrefix(found, key.mv_size, hits->key, hits->keySize);
+    if (common < hits->base) return true;
+    Value value;
+    if (!value.parse(data.mv_data, data.mv_size, found[0])) return status_ = damaged, false;
+    const auto covers = [&](std::size_t size) {
+        return size >= hits->base && size <= common && endsAtBoundary(hits->key, hits->keySize, size);
+    };
+    if (covers(key.mv_size) && !hits->add(key.mv_size, value)) return status_ = damaged, false;
+    for (unsigned i = value.ancestors; i-- > 0;) {
+        const unsigned size = value.ancestor(i);
+        Value above;
+        if (!covers(size)) continue;
+        if (!get(std::string_view(hits->key, size), &above) || !hits->add(size, above))
+            return status_ = damaged, false;
+    }
+    return true;
+}
+
+bool Reader::search(Request* request) {
+    const Url& url = *request->url;
+    Hits& hosts = hits_[0];
+    Hits* const trees[] = {&hits_[1], &hits_[2]};  // paths with the port, paths for all ports
+    std::memcpy(hosts.key, hostKey_.data(), hostKey_.size());
+    hosts.keySize = hostKey_.size();
+    if (!searchHosts(url, &hosts)) return false;
+    const bool isName = url.kind == Url::name;
+    for (unsigned i = 0; i < hosts.count; ++i) {
+        const Hits::Hit& host = hosts.hits[i];
+        unsigned next[2] = {};
+        for (unsigned t = 0; t < 2; ++t) {
+            Hits* const tree = trees[t];
+            const bool wanted = t == 0 ? (host.value.flags & hasPorts) != 0 && url.port != 0
+                                       : (host.value.flags & hasPaths) != 0 && !url.path.empty();
+            tree->count = 0;
+            if (!wanted) continue;
+            tree->key[0] = pathRecord;
+            if (isName) {
+                tree->base = host.keySize;
+                std::memcpy(tree->key + 1, hosts.key + 1, host.keySize - 1);
+            } else {
+                tree->key[1] = '\0';
+                tree->base = hostKey_.size();  // family and address without the prefix, and the zero byte
+                std::memcpy(tree->key + 2, hosts.key + 1, tree->base - 2);
+            }
+            if (!searchPaths(url, t == 0 ? url.port : 0, tree)) return false;
+        }
+        // The two trees' entries, the longer path first, with a port before without.
+        for (;;) {
+            const auto pathSize = [&](unsigned t) {
+                return next[t] < trees[t]->count
+                           ? static_cast<long>(trees[t]->hits[next[t]].keySize - trees[t]->base)
+                           : -1L;
+            };
+            const long sizes[] = {pathSize(0), pathSize(1)};
+            if (sizes[0] < 0 && sizes[1] < 0) break;
+            const unsigned t = sizes[0] >= sizes[1] ? 0 : 1;
+            const Hits::Hit& hit = trees[t]->hits[next[t]++];
+            if ((hit.value.flags & isEntry) == 0) continue;
+            if (!request->visit(request->context, {{trees[t]->key, hit.keySize}, &hit.value})) return true;
+        }
+        if ((host.value.flags & isEntry) == 0) continue;
+        std::string_view key(hosts.key, host.keySize);
+        char network[19];
+        if (!isName) {
+            std::memcpy(network, hosts.key, hosts.keySize);
+            maskAddress(network + 2, url.host.size(), static_cast<unsigned>(host.keySize));
+            network[hosts.keySize - 1] = static_cast<char>(host.keySize);
+            key = std::string_view(network, hosts.keySize);
+        }
+        if (!request->visit(request->context, {key, &host.value})) return true;
+    }
+    return true;
+}
+
+namespace {
+
+struct StoredHeader {
+    char magic[sizeof formatMagic];
+    std::uint32_t version;
+    Header header;
+};
+
+}  // namespace
+
+std::string headerValue(const Header& header) {
+    StoredHeader stored{};
+    std::memcpy(stored.magic, formatMagic, sizeof formatMagic);
+    stored.version = formatVersion;
+    stored.header = header;
+    return std::string(reinterpret_cast<const char*>(&stored), sizeof stored);
+}
+
+void Reader::runBody(void* context) {
+    auto* const request = static_cast<Request*>(context);
+    Reader* const reader = request->reader;
+    // Only a machine that stops this thread for longer than two commits take makes a second round.
+    for (;;) {
+        if (!reader->begin()) return;
+        const std::uint64_t version = reader->version_ = mdb_txn_id(reader->transaction_);
+        // The newest version's page of roots is not written to before the next version is there.
+        bool whole = reader->lastVersion() == version;
+        if (whole) {
+            reader->status_ = done;
+            if (request->header != nullptr) {
+                const char name = headerRecord;
+                MDB_val key{1, const_cast<char*>(&name)};
+                MDB_val data;
+                const bool found = mdb_get(reader->transaction_, 1, &key, &data) == 0 &&
+                                   data.mv_size == sizeof(StoredHeader);
+                StoredHeader stored{};
+                if (found) std::memcpy(&stored, data.mv_data, sizeof stored);
+                if (!found || std::memcmp(stored.magic, formatMagic, sizeof formatMagic) != 0 ||
+                    stored.version != formatVersion)
+                    reader->status_ = damaged;
+                *request->header = stored.header;
+            } else {
+                reader->search(request);
+            }
+            whole = reader->lastVersion() <= version + 1;
+        }
+        if (whole) return;
+        if (request->restart != nullptr) request->restart(request->context);
+    }
+}
+
+Reader::Status Reader::run(Request* request) {
+    for (;;) {
+        status_ = done;
+        version_ = 0;
+        if (runGuarded(runBody, request)) return status_;
+        // A transaction that was ended in the middle of LMDB's work is good for nothing but its end.
+        endTransaction();
+        // Was it reading pages that were being written anew?
+        const auto isOvertaken = [](void* context) {
+            auto* const reader = static_cast<Reader*>(context);
+            reader->overtaken_ = reader->version_ != 0 && reader->lastVersion() > reader->version_ + 1;
+        };
+        overtaken_ = false;
+        if (!runGuarded(isOvertaken, this) || !overtaken_) return status_ = damaged;
+        if (request->restart != nullptr) request->restart(request->context);
+    }
+}
+
+Reader::Status Reader::visit(const Url& url, Visit see, Restart restart, void* context) {
+    hostKey_.assign(1, url.kind == Url::name ? hostRecord : networkRecord);
+    if (url.kind != Url::name) hostKey_.push_back(url.kind == Url::ipv4 ? '4' : '6');
+    hostKey_.append(url.host);
+    // Behind all networks that begin at this address.
+    if (url.kind != Url::name) hostKey_.push_back('\xff');
+    Request request{this, &url, see, restart, context, nullptr};
+    return run(&request);
+}
+
+Reader::Status Reader::header(Header* header) {
+    Request request{this, nullptr, nullptr, nullptr, nullptr, header};
+    return run(&request);
+}
+
+Reader::Status Reader::classify(const Url& url, Answer* answer) {
+    const auto restart = [](void* context) {
+        auto* const result = static_cast<Answer*>(context);
+        result->covered = false;
+        result->count = 0;
+    };
+    const auto add = [](void* context, const Covering& covering) {
+        auto* const result = static_cast<Answer*>(context);
+        result->covered = true;
+        for (std::size_t i = 0; i < covering.value->pairCount; ++i) {
+            const std::uint16_t category = covering.value->pair(i).category;
+            std::uint16_t* const end = result->categories + result->count;
+            if (result->count < Answer::limit && std::find(result->categories, end, category) == end)
+                result->categories[result->count++] = category;
+        }
+        return (covering.value->flags & isInstead) == 0;
+    };
+    restart(answer);
+    return visit(url, add, restart, answer);
+}
+
+}  // namespace catalog

@@ -1,0 +1,376 @@
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include "Writer.h"
+
+namespace catalog {
+
+bool Entry::operator==(const Entry& other) const {
+    return instead == other.instead && std::equal(pairs.begin(), pairs.end(), other.pairs.begin(),
+                                                  other.pairs.end(), [](const Pair& a, const Pair& b) {
+                                                      return a.category == b.category && a.source == b.source;
+                                                  });
+}
+
+std::string numberedKey(Record record, std::uint16_t number) {
+    return {record, static_cast<char>(number >> 8U), static_cast<char>(number)};
+}
+
+std::string sourceValue(const Source& source) {
+    const std::uint64_t numbers[] = {source.lines, source.entries};
+    return std::string(reinterpret_cast<const char*>(numbers), sizeof numbers) + source.name;
+}
+
+bool parseSource(std::string_view value, Source* source) {
+    std::uint64_t numbers[2];
+    if (value.size() < sizeof numbers) return false;
+    std::memcpy(numbers, value.data(), sizeof numbers);
+    source->lines = numbers[0];
+    source->entries = numbers[1];
+    source->name = value.substr(sizeof numbers);
+    return true;
+}
+
+int lockCatalog(const std::string& path, std::string* failure) {
+    const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) {
+        *failure = std::strerror(errno);
+        return -1;
+    }
+    if (flock(fd, LOCK_EX | LOCK_NB) == 0) return fd;
+    *failure = errno == EWOULDBLOCK ? "another program is changing it; try again when it has ended"
+                                    : std::strerror(errno);
+    close(fd);
+    return -1;
+}
+
+struct Update::Node {
+    unsigned char flags = 0;
+    std::vector<unsigned> ancestors;
+    std::vector<Pair> pairs;
+};
+
+std::unique_ptr<Update> Update::open(const std::string& path, std::string* failure) {
+    std::unique_ptr<Update> update(new Update);
+    update->path_ = path;
+    update->lock_ = lockCatalog(path, failure);
+    if (update->lock_ < 0) {
+        *failure = "catalogue " + path + ": " + *failure;
+        return nullptr;
+    }
+    // Examines the file: LMDB trusts it.
+    const std::shared_ptr<Catalog> catalog = Catalog::open(path, failure);
+    if (!catalog) return nullptr;
+    try {
+        struct stat state {};
+        update->check(fstat(update->lock_, &state) == 0 ? 0 : errno);
+        if (state.st_ino != catalog->inode() || state.st_dev != catalog->device())
+            throw Failure{"catalogue " + path + ": it was replaced just now; try again"};
+        const auto size = static_cast<std::uint64_t>(state.st_size);
+        const std::uint64_t slack = sizeof(void*) == 4 ? size / 2 + (64U << 20U) : 2 * size + (4ULL << 30U);
+        update->check(mdb_env_create(&update->environment_));
+        update->check(mdb_env_set_mapsize(update->environment_, static_cast<std::size_t>(size + slack)));
+        update->check(mdb_env_open(update->environment_, path.c_str(), MDB_NOSUBDIR | MDB_NOLOCK, 0644));
+        update->check(mdb_txn_begin(update->environment_, nullptr, 0, &update->transaction_));
+        MDB_dbi records = 0;
+        update->check(mdb_dbi_open(update->transaction_, nullptr, 0, &records));
+    } catch (const Failure& caught) {
+        *failure = caught.text;
+        return nullptr;
+    }
+    Reader reader(catalog);
+    if (reader.header(&update->header_) != Reader::done) {
+        *failure = "catalogue " + path + ": the file is damaged; make it anew with katcatalog import";
+        return nullptr;
+    }
+    return update;
+}
+
+Update::~Update() {
+    if (transaction_ != nullptr) mdb_txn_abort(transaction_);
+    if (environment_ != nullptr) mdb_env_close(environment_);
+    if (lock_ >= 0) close(lock_);
+}
+
+void Update::check(int error) const {
+    if (error != 0) throw Failure{"catalogue " + path_ + ": " + mdb_strerror(error)};
+}
+
+bool Update::read(std::string_view key, std::string* value) {
+    MDB_val name{key.size(), const_cast<char*>(key.data())};
+    MDB_val data;
+    const int error = mdb_get(transaction_, 1, &name, &data);
+    if (error == MDB_NOTFOUND) return false;
+    check(error);
+    value->assign(static_cast<const char*>(data.mv_data), data.mv_size);
+    return true;
+}
+
+bool Update::readNode(std::string_view key, Node* node) {
+    std::string bytes;
+    if (!read(key, &bytes)) return false;
+    Value value;
+    if (!value.parse(bytes.data(), bytes.size(), key[0])) check(MDB_CORRUPTED);
+    node->flags = value.flags;
+    node->ancestors.clear();
+    for (unsigned i = 0; i < value.ancestors; ++i)
+        node->ancestors.push_back(value.ancestor(i));
+    node->pairs.clear();
+    for (std::size_t i = 0; i < value.pairCount; ++i)
+        node->pairs.push_back(value.pair(i));
+    return true;
+}
+
+void Update::writeNode(std::string_view key, const Node& node) {
+    const std::string value = makeValue(node.flags, node.ancestors, node.pairs, key[0]);
+    MDB_val name{key.size(), const_cast<char*>(key.data())};
+    MDB_val data{value.size(), const_cast<char*>(value.data())};
+    check(mdb_put(transaction_, 1, &name, &data, 0));
+    ++written_;
+}
+
+namespace {
+
+class Cursor {
+public:
+    explicit Cursor(MDB_txn* transaction) { mdb_cursor_open(transaction, 1, &cursor_); }
+    ~Cursor() {
+        if (cursor_ != nullptr) mdb_cursor_close(cursor_);
+    }
+    Cursor(const Cursor&) = delete;
+    Cursor& operator=(const Cursor&) = delete;
+
+    // The first record at or behind the key, or the one behind the last; false at the end.
+    bool seek(std::string_view key) {
+        key_ = {key.size(), const_cast<char*>(key.data())};
+        return mdb_cursor_get(cursor_, &key_, &data_, MDB_SET_RANGE) == 0;
+    }
+    bool move(MDB_cursor_op how) { return mdb_cursor_get(cursor_, &key_, &data_, how) == 0; }
+    std::string_view key() const { return {static_cast<const char*>(key_.mv_data), key_.mv_size}; }
+    const MDB_val& data() const { return data_; }
+
+private:
+    MDB_cursor* cursor_ = nullptr;
+    MDB_val key_{};
+    MDB_val data_{};
+};
+
+}  // namespace
+
+// Tells the records below a new or former one of it.
+void Update::changeBelow(std::string_view key, bool add) {
+    std::vector<std::string> below;
+    {
+        Cursor cursor(transaction_);
+        for (bool more = cursor.seek(key); more; more = cursor.move(MDB_NEXT)) {
+            if (cursor.key() == key) continue;
+            if (!isAncestor(key, cursor.key())) break;
+            below.emplace_back(cursor.key());
+        }
+    }
+    const unsigned mark = ancestorMark(key);
+    for (const std::string& name : below) {
+        Node node;
+        if (!readNode(name, &node)) continue;
+        const auto place = std::lower_bound(node.ancestors.begin(), node.ancestors.end(), mark);
+        if (add) {
+            node.ancestors.insert(place, mark);
+        } else if (place != node.ancestors.end() && *place == mark) {
+            node.ancestors.erase(place);
+        }
+        writeNode(name, node);
+    }
+}
+
+// Changes a record; it comes to be or goes as its flags say.
+void Update::setNode(std::string_view key, unsigned char set, unsigned char clear, const Entry* entry) {
+    Node node;
+    const bool existed = readNode(key, &node);
+    const Node before = node;
+    node.flags = static_cast<unsigned char>((node.flags | set) & ~clear);
+    if (entry != nullptr) node.pairs = entry->pairs;
+    if ((node.flags & (isEntry | hasPaths | hasPorts)) == 0) {
+        if (!existed) return;
+        MDB_val name{key.size(), const_cast<char*>(key.data())};
+        check(mdb_del(transaction_, 1, &name, nullptr));
+        ++written_;
+        changeBelow(key, false);
+        return;
+    }
+    if (existed && node.flags == before.flags && entry == nullptr) return;
+    if (!existed) {
+        Cursor cursor(transaction_);
+        if (cursor.seek(key) ? cursor.move(MDB_PREV) : cursor.move(MDB_LAST)) {
+            const std::string above(cursor.key());
+            Node neighbour;
+            if (above[0] == key[0] && readNode(above, &neighbour)) {
+                std::string ancestor;
+                for (const unsigned mark : neighbour.ancestors) {
+                    ancestor = above;
+                    if (key[0] == networkRecord) {
+                        maskAddress(ancestor.data() + 2, ancestor.size() - 3, mark);
+                        ancestor.back() = static_cast<char>(mark);
+                    } else {
+                        ancestor.resize(mark);
+                    }
+                    if (isAncestor(ancestor, key)) node.ancestors.push_back(mark);
+                }
+                if (isAncestor(above, key)) node.ancestors.push_back(ancestorMark(above));
+            }
+        }
+    }
+    writeNode(key, node);
+    if (!existed) changeBelow(key, true);
+}
+
+bool Update::get(const std::string& key, Entry* entry) {
+    Node node;
+    if (!readNode(key, &node) || (node.flags & isEntry) == 0) return false;
+    entry->instead = (node.flags & isInstead) != 0;
+    entry->pairs = node.pairs;
+    return true;
+}
+
+namespace {
+
+// The host's part of both keys has the same length: a host record has its prefix length or nothing behind it,
+// a path record a zero byte or nothing before it.
+unsigned char flagOf(std::string_view key, std::string_view host) {
+    return key[host.size()] == keyPort ? hasPorts : hasPaths;
+}
+
+}  // namespace
+
+void Update::put(const std::string& key, const std::string& host, const Entry& entry) {
+    Entry before;
+    if (!get(key, &before)) {
+        ++header_.entries;
+    } else if (before == entry) {
+        return;
+    }
+    if (!host.empty()) setNode(host, flagOf(key, host), 0, nullptr);
+    setNode(key, static_cast<unsigned char>(isEntry | (entry.instead ? isInstead : 0)),
+            entry.instead ? 0 : isInstead, &entry);
+}
+
+void Update::put(const Url& url, const Entry& entry) {
+    EntryKeys keys;
+    if (const char* const reason = entryKeys(url, &keys)) throw Failure{reason};
+    put(keys.own, keys.host, entry);
+}
+
+bool Update::hasBelow(std::string_view host, bool ports) {
+    std::string prefix(1, pathRecord);
+    if (host[0] == networkRecord) {
+        prefix.push_back('\0');
+        prefix.append(host.substr(1, host.size() - 2));
+    } else {
+        prefix.append(host.substr(1));
+    }
+    for (const char separator : {keySlash, keyQuestion, keyPort}) {
+        if ((separator == keyPort) != ports) continue;
+        const std::string wanted = prefix + separator;
+        Cursor cursor(transaction_);
+        if (cursor.seek(wanted) && cursor.key().substr(0, wanted.size()) == wanted) return true;
+    }
+    return false;
+}
+
+bool Update::erase(const std::string& key, const std::string& host) {
+    Entry before;
+    if (!get(key, &before)) return false;
+    --header_.entries;
+    const Entry nothing;
+    setNode(key, 0, isEntry | isInstead, &nothing);
+    if (!host.empty()) {
+        const unsigned char flag = flagOf(key, host);
+        if (!hasBelow(host, flag == hasPorts)) setNode(host, 0, flag, nullptr);
+    }
+    return true;
+}
+
+void Update::forEachRecord(void (*see)(void*, std::string_view, const Value&), void* context) {
+    Cursor cursor(transaction_);
+    for (bool more = cursor.seek(std::string(1, hostRecord)); more; more = cursor.move(MDB_NEXT)) {
+        Value value;
+        if (!value.parse(cursor.data().mv_data, cursor.data().mv_size, cursor.key()[0])) check(MDB_CORRUPTED);
+        if ((value.flags & isEntry) != 0) see(context, cursor.key(), value);
+    }
+}
+
+namespace {
+
+// The records of a kind with numbers.
+template <typename See>
+void forEachNumbered(MDB_txn* transaction, Record record, See see) {
+    Cursor cursor(transaction);
+    for (bool more = cursor.seek(std::string(1, record)); more; more = cursor.move(MDB_NEXT)) {
+        const std::string_view key = cursor.key();
+        if (key[0] != record || key.size() != 3) break;
+        const auto number = static_cast<std::uint16_t>(static_cast<unsigned char>(key[1]) * 256U +
+                                                       static_cast<unsigned char>(key[2]));
+        see(number, std::string_view(static_cast<const char*>(cursor.data().mv_data), cursor.data().mv_size));
+    }
+}
+
+}  // namespace
+
+Sources Update::sources() {
+    Sources result;
+    forEachNumbered(transaction_, sourceRecord, [&](std::uint16_t number, std::string_view value) {
+        Source source;
+        if (parseSource(value, &source)) result[number] = source;
+    });
+    return result;
+}
+
+CategoryNames Update::categoryNames() {
+    CategoryNames result;
+    forEachNumbered(transaction_, categoryRecord,
+                    [&](std::uint16_t number, std::string_view value) { result[number] = value; });
+    return result;
+}
+
+void Update::setSource(std::uint16_t number, const Source& source) {
+    const std::string key = numberedKey(sourceRecord, number);
+    const std::string value = sourceValue(source);
+    MDB_val name{key.size(), const_cast<char*>(key.data())};
+    MDB_val data{value.size(), const_cast<char*>(value.data())};
+    check(mdb_put(transaction_, 1, &name, &data, 0));
+}
+
+void Update::eraseSource(std::uint16_t number) {
+    const std::string key = numberedKey(sourceRecord, number);
+    MDB_val name{key.size(), const_cast<char*>(key.data())};
+    const int error = mdb_del(transaction_, 1, &name, nullptr);
+    if (error != MDB_NOTFOUND) check(error);
+}
+
+void Update::setCategoryName(std::uint16_t number, const std::string& text) {
+    const std::string key = numberedKey(categoryRecord, number);
+    MDB_val name{key.size(), const_cast<char*>(key.data())};
+    MDB_val data{text.size(), const_cast<char*>(text.data())};
+    check(mdb_put(transaction_, 1, &name, &data, 0));
+}
+
+void Update::commit() {
+    header_.changed = static_cast<std::uint64_t>(std::time(nullptr));
+    ++header_.changes;
+    const std::string key(1, headerRecord);
+    const std::string value = headerValue(header_);
+    MDB_val name{key.size(), const_cast<char*>(key.data())};
+    MDB_val data{value.size(), const_cast<char*>(value.data())};
+    check(mdb_put(transaction_, 1, &name, &data, 0));
+    MDB_txn* const transaction = transaction_;
+    transaction_ = nullptr;
+    check(mdb_txn_commit(transaction));
+}
+
+}  // namespace catalog

@@ -1,0 +1,177 @@
+#include "Live.h"
+
+#include <pthread.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <system_error>
+
+#include "catalog/Guard.h"
+
+namespace engine {
+
+using catalog::Catalog;
+using catalog::Reader;
+
+namespace {
+
+constexpr std::chrono::milliseconds interval{400};
+
+}  // namespace
+
+std::unique_ptr<Live> Live::open(const std::string& path, std::string* failure) {
+    std::unique_ptr<Live> live(new Live(path));
+    catalog::installFaultGuard();
+    std::shared_ptr<Catalog> catalog = Catalog::open(path, failure);
+    if (!catalog) return nullptr;
+    live->publish(std::move(catalog));
+    // The signals are katd's business, and its threads'.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    try {
+        live->watcher_ = std::thread(&Live::watch, live.get());
+    } catch (const std::system_error& error) {
+        *failure = std::string("cannot start the thread that watches the catalogue: ") + error.what();
+        live.reset();
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return live;
+}
+
+Live::~Live() {
+    {
+        const std::lock_guard<std::mutex> guard(stopMutex_);
+        stop_ = true;
+    }
+    stopped_.notify_all();
+    if (watcher_.joinable()) watcher_.join();
+    for (Slot& slot : slots_)
+        slot.reader.reset();
+    current_.reset();
+    catalog::uninstallFaultGuard();
+}
+
+void Live::watch() {
+    std::unique_lock<std::mutex> lock(stopMutex_);
+    while (!stopped_.wait_for(lock, interval, [this] { return stop_; })) {
+        lock.unlock();
+        try {
+            poll();
+        } catch (const std::exception&) {
+            // Without memory: the next round tries again.
+        }
+        lock.lock();
+    }
+}
+
+void Live::report(const std::string& sentence) {
+    const std::lock_guard<std::mutex> guard(reportMutex_);
+    if (reported_ == sentence) return;
+    reported_ = sentence;
+    std::fprintf(stderr, "katd-engine-catalog: %s\n", sentence.c_str());
+}
+
+void Live::poll() {
+    const std::lock_guard<std::mutex> guard(pollMutex_);
+    std::shared_ptr<Catalog> current;
+    {
+        const std::lock_guard<std::mutex> currentGuard(currentMutex_);
+        current = current_;
+    }
+    struct stat state {};
+    if (stat(path_.c_str(), &state) != 0) {
+        report("catalogue " + path_ + ": " + std::strerror(errno) + "; the old one is still used");
+        return;
+    }
+    const bool same = state.st_dev == current->device() && state.st_ino == current->inode();
+    const auto size = static_cast<std::uint64_t>(state.st_size);
+    // An update that needs more than is mapped would make a question open the file again.
+    if (same && size < current->mappedSize() - current->mappedSize() / 8) return;
+    const Refused state2{state.st_ino, size, state.st_mtim.tv_sec, state.st_mtim.tv_nsec};
+    if (state2 == refused_) return;
+    std::string failure;
+    std::shared_ptr<Catalog> catalog = Catalog::open(path_, &failure);
+    if (catalog) {
+        publish(std::move(catalog));
+        refused_ = Refused();
+        const std::lock_guard<std::mutex> reportGuard(reportMutex_);
+        reported_.clear();
+    } else {
+        refused_ = state2;
+        report(failure + "; the old one is still used");
+    }
+}
+
+// Readers of the old file are dropped here: a thread that has no more questions would keep it for good.
+void Live::publish(std::shared_ptr<Catalog> catalog) {
+    std::uint64_t generation = 0;
+    {
+        const std::lock_guard<std::mutex> guard(currentMutex_);
+        current_.swap(catalog);
+        generation = ++generation_;
+    }
+    for (Slot& slot : slots_) {
+        const std::lock_guard<std::mutex> guard(slot.mutex);
+        if (slot.generation != generation) slot.reader.reset();
+    }
+}
+
+// The file outgrew its mapping between two looks at it. The caller holds a slot, so the readers of the others
+// are left to drop their old file themselves.
+void Live::openAgain(std::uint64_t generation) {
+    const std::lock_guard<std::mutex> guard(currentMutex_);
+    if (generation_ != generation) return;
+    std::string failure;
+    std::shared_ptr<Catalog> catalog = Catalog::open(path_, &failure);
+    if (!catalog) return;
+    current_.swap(catalog);
+    ++generation_;
+}
+
+Live::SlotUse::SlotUse(Live* live) : slot_(nullptr) {
+    const auto thread = reinterpret_cast<std::uintptr_t>(pthread_self());
+    const std::size_t first = (thread >> 12U) * 0x9e3779b1U >> 7U;
+    for (std::size_t i = 0; i < slotCount; ++i) {
+        slot_ = &live->slots_[(first + i) % slotCount];
+        if (slot_->mutex.try_lock()) return;
+    }
+    slot_->mutex.lock();
+}
+
+const catalog::Answer* Live::classifyIn(Slot* slot, const char* url, std::string* failure) {
+    slot->answer.covered = false;
+    slot->answer.count = 0;
+    if (catalog::readUrl(url, &slot->url) != nullptr) return &slot->answer;
+    Reader::Status status = Reader::damaged;
+    for (int attempt = 0; attempt < 4; ++attempt) {
+        if (!slot->reader || slot->generation != generation_.load()) {
+            std::shared_ptr<Catalog> current;
+            {
+                const std::lock_guard<std::mutex> guard(currentMutex_);
+                current = current_;
+                slot->generation = generation_;
+            }
+            slot->reader = std::make_unique<Reader>(std::move(current));
+        }
+        status = slot->reader->classify(slot->url, &slot->answer);
+        if (status == Reader::done) return &slot->answer;
+        slot->reader.reset();
+        if (status == Reader::grown) {
+            openAgain(slot->generation);
+        } else if (attempt > 0) {
+            // A commit that overtook the look-up may look like damage, but not twice.
+            break;
+        }
+    }
+    *failure = "catalogue " + path_ + ": the file is damaged or was cut; make it anew with katcatalog import";
+    report(*failure);
+    return nullptr;
+}
+
+}  // namespace engine

@@ -1,0 +1,211 @@
+// Files that are damaged, cut, or changed while they are read.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <random>
+#include <thread>
+
+#include "catalog/CatalogFixture.h"
+
+namespace catalog {
+
+namespace {
+
+using katd_test::readFile;
+using katd_test::writeFile;
+
+class CatalogFileTest : public CatalogFixture {
+protected:
+    void build(unsigned hosts) {
+        Builder builder;
+        Url url;
+        for (unsigned i = 0; i < hosts; ++i) {
+            const std::string host = "h" + std::to_string(i * 7919 % hosts) + ".example";
+            readEntry(i % 5 == 0 ? host + "/p" + std::to_string(i) : host, &url);
+            builder.add(url, i % 60, 1);
+        }
+        readEntry("203.0.113.0/24", &url);
+        builder.add(url, 5, 1);
+        write(&builder);
+    }
+
+    // Asks much of the file; what it answers does not matter. True if nothing was found to be damaged.
+    bool askAll(const std::shared_ptr<Catalog>& catalog) {
+        auto reader = std::make_unique<Reader>(catalog);
+        const auto answer = std::make_unique<Answer>();
+        bool good = true;
+        Url url;
+        for (unsigned i = 0; i < 400; ++i) {
+            readUrl(i % 7 == 0 ? "203.0.113." + std::to_string(i % 256)
+                               : "www.h" + std::to_string(i * 31) + ".example/p" + std::to_string(i) + "/x",
+                    &url);
+            if (reader->classify(url, answer.get()) == Reader::done) continue;
+            good = false;
+            reader = std::make_unique<Reader>(catalog);
+        }
+        return good;
+    }
+
+    // Whether the file could be opened, and all of it read.
+    bool isGood(const std::string& bytes) {
+        writeFile(path, bytes);
+        std::string failure;
+        const auto catalog = Catalog::open(path, &failure);
+        if (!catalog) {
+            EXPECT_EQ(0U, failure.find("catalogue " + path + ": ")) << failure;
+            return false;
+        }
+        return askAll(catalog);
+    }
+};
+
+TEST_F(CatalogFileTest, whatIsNoCatalogueIsRefused) {
+    std::string failure;
+    EXPECT_FALSE(Catalog::open(folder.path(), &failure));
+    EXPECT_EQ("catalogue " + folder.path() + ": not a regular file", failure);
+    EXPECT_FALSE(Catalog::open(path, &failure));
+    EXPECT_EQ("catalogue " + path + ": No such file or directory; make one with katcatalog import", failure);
+    EXPECT_FALSE(isGood(""));
+    EXPECT_FALSE(isGood("0.0.0.0 ads.example\n"));
+    EXPECT_FALSE(isGood(std::string(100000, '\0')));
+
+    MDB_env* environment = nullptr;
+    std::filesystem::remove(path);
+    mdb_env_create(&environment);
+    ASSERT_EQ(0, mdb_env_open(environment, path.c_str(), MDB_NOSUBDIR | MDB_NOLOCK, 0644));
+    mdb_env_close(environment);
+    EXPECT_FALSE(Catalog::open(path, &failure));
+    EXPECT_NE(failure.npos, failure.find("not a catalogue, of another version, or damaged")) << failure;
+}
+
+TEST_F(CatalogFileTest, cutFilesAreRefused) {
+    build(3000);
+    const std::string whole = readFile(path);
+    EXPECT_TRUE(isGood(whole));
+    for (std::size_t size = 0; size < whole.size(); size += 4096) {
+        SCOPED_TRACE(size);
+        EXPECT_FALSE(isGood(whole.substr(0, size)));
+        EXPECT_FALSE(isGood(whole.substr(0, size + 100)));
+    }
+}
+
+TEST_F(CatalogFileTest, damagedBytesAreSurvived) {
+    build(3000);
+    const std::string whole = readFile(path);
+    std::mt19937 random(7);
+    const auto upTo = [&](std::size_t n) { return std::uniform_int_distribution<std::size_t>(0, n)(random); };
+    unsigned noticed = 0;
+    constexpr unsigned rounds = 400;
+    for (unsigned round = 0; round < rounds; ++round) {
+        SCOPED_TRACE(round);
+        std::string bytes = whole;
+        // A third in the meta pages, a third in the heads of pages, the rest anywhere.
+        const std::size_t pages = bytes.size() / 4096;
+        for (unsigned n = 0; n < 1 + round / 20; ++n) {
+            const std::size_t place = round % 3 == 0   ? upTo(2 * 4096 - 1)
+                                      : round % 3 == 1 ? upTo(pages - 1) * 4096 + upTo(63)
+                                                       : upTo(bytes.size() - 1);
+            bytes[place] = static_cast<char>(upTo(255));
+        }
+        if (!isGood(bytes)) ++noticed;
+    }
+    EXPECT_LT(rounds / 10, noticed);
+    EXPECT_GT(rounds, noticed);
+}
+
+TEST_F(CatalogFileTest, fileCutUnderAReaderIsNoticed) {
+    build(3000);
+    const std::string whole = readFile(path);
+    std::string failure;
+    const auto catalog = Catalog::open(path, &failure);
+    ASSERT_TRUE(catalog) << failure;
+    EXPECT_TRUE(askAll(catalog));
+    for (const std::size_t size : {whole.size() / 2, std::size_t{4096}, std::size_t{0}}) {
+        std::filesystem::resize_file(path, size);
+        EXPECT_FALSE(askAll(catalog)) << size;
+    }
+    std::ofstream(path, std::ios::binary | std::ios::in) << whole;
+    EXPECT_TRUE(askAll(catalog));
+}
+
+// Each version has one category at all entries of a name's way up: a mixture of versions would have two.
+TEST_F(CatalogFileTest, readersNeverSeeTwoVersions) {
+    const char* const names[] = {"example", "b.example", "a.b.example", "a.b.example/x", "a.b.example/x/y"};
+    const auto putAll = [&](Update* update, unsigned version) {
+        Url url;
+        for (const char* const name : names) {
+            readEntry(name, &url);
+            Entry entry;
+            entry.pairs.push_back({static_cast<std::uint16_t>(version), 1});
+            update->put(url, entry);
+        }
+        // Others come and go, so that pages are freed and used again.
+        for (unsigned i = 0; i < 40; ++i) {
+            readEntry("h" + std::to_string((version * 13 + i) % 2000) + ".example", &url);
+            EntryKeys keys;
+            entryKeys(url, &keys);
+            if (!update->erase(keys.own, keys.host)) update->put(url, Entry());
+        }
+    };
+    build(2000);
+    std::string failure;
+    {
+        const auto update = Update::open(path, &failure);
+        ASSERT_TRUE(update) << failure;
+        putAll(update.get(), 1);
+        update->commit();
+    }
+    const auto catalog = Catalog::open(path, &failure);
+    ASSERT_TRUE(catalog) << failure;
+    std::atomic<bool> stop{false};
+    std::atomic<unsigned> mixed{0};
+    std::atomic<unsigned> damagedCount{0};
+    std::vector<std::thread> readers;
+    for (unsigned n = 0; n < 3; ++n) {
+        readers.emplace_back([&] {
+            auto reader = std::make_unique<Reader>(catalog);
+            const auto answer = std::make_unique<Answer>();
+            Url url;
+            readUrl("http://a.b.example/x/y/z", &url);
+            while (!stop) {
+                if (reader->classify(url, answer.get()) != Reader::done) {
+                    ++damagedCount;
+                    reader = std::make_unique<Reader>(catalog);
+                } else if (answer->count != 1) {
+                    ++mixed;
+                }
+            }
+        });
+    }
+    for (unsigned version = 2; version < 150; ++version) {
+        const auto update = Update::open(path, &failure);
+        ASSERT_TRUE(update) << failure;
+        putAll(update.get(), version);
+        update->commit();
+    }
+    stop = true;
+    for (std::thread& reader : readers)
+        reader.join();
+    EXPECT_EQ(0U, mixed);
+    EXPECT_EQ(0U, damagedCount);
+    Reader reader(catalog);
+    Url url;
+    readUrl("a.b.example/x/y", &url);
+    const auto answer = std::make_unique<Answer>();
+    EXPECT_EQ(Reader::done, reader.classify(url, answer.get()));
+    EXPECT_EQ(149U, answer->categories[0]);
+    EXPECT_TRUE(askAll(catalog));
+}
+
+TEST_F(CatalogFileTest, oneUpdateAtATime) {
+    build(10);
+    std::string failure;
+    const auto first = Update::open(path, &failure);
+    ASSERT_TRUE(first) << failure;
+    EXPECT_FALSE(Update::open(path, &failure));
+    EXPECT_NE(failure.npos, failure.find("another program is changing it")) << failure;
+}
+
+}  // namespace
+
+}  // namespace catalog

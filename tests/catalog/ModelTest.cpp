@@ -1,0 +1,203 @@
+// The catalogue against a plain model of what it is to answer.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <random>
+
+#include "catalog/CatalogFixture.h"
+
+namespace catalog {
+
+namespace {
+
+// What one entry of the model covers.
+bool covers(const Url& entry, const Url& url) {
+    if (entry.kind != url.kind || (entry.portGiven && entry.port != url.port)) return false;
+    std::string host = url.host;
+    if (entry.kind != Url::name) maskAddress(host.data(), host.size(), entry.prefix);
+    if (host.compare(0, entry.host.size(), entry.host) != 0) return false;
+    if (host.size() > entry.host.size() && host[entry.host.size()] != '\0') return false;
+    if (url.path.compare(0, entry.path.size(), entry.path) != 0) return false;
+    if (url.path.size() == entry.path.size() || entry.path.empty()) return true;
+    const char next = url.path[entry.path.size()];
+    return entry.path.find('?') == std::string::npos ? next == '/' || next == '?' : next == '&';
+}
+
+struct ModelEntry {
+    Url url;
+    Entry entry;
+};
+using Model = std::map<std::string, ModelEntry>;  // by its text
+
+std::vector<unsigned> modelAnswer(const Model& model, const Url& url, bool* covered) {
+    std::vector<const ModelEntry*> found;
+    for (const auto& [text, entry] : model) {
+        if (covers(entry.url, url)) found.push_back(&entry);
+    }
+    const auto rank = [](const ModelEntry* e) {
+        return std::make_tuple(e->url.prefix, e->url.host.size(), e->url.path.size(), e->url.portGiven);
+    };
+    std::sort(found.begin(), found.end(), [&](auto a, auto b) { return rank(a) > rank(b); });
+    std::vector<unsigned> categories;
+    *covered = !found.empty();
+    for (const ModelEntry* entry : found) {
+        for (const Pair& pair : entry->entry.pairs) {
+            if (std::find(categories.begin(), categories.end(), pair.category) == categories.end())
+                categories.push_back(pair.category);
+        }
+        if (entry->entry.instead) break;
+    }
+    return categories;
+}
+
+// Few words, so that much lies below and beside something else.
+class Texts {
+public:
+    explicit Texts(unsigned seed) : random_(seed) {}
+
+    unsigned upTo(unsigned n) { return std::uniform_int_distribution<unsigned>(0, n)(random_); }
+
+    std::string host() {
+        static const char* const addresses[] = {"10.0.0.1",      "10.0.0.2",      "10.0.1.1",
+                                                "[2001:db8::1]", "[2001:db8::2]", "[2001:db9::1]"};
+        if (upTo(5) == 0) return addresses[upTo(5)];
+        static const char* const labels[] = {"a", "b", "a-", "ab", "4"};
+        std::string text = labels[upTo(3)];
+        for (unsigned n = upTo(upTo(9) == 0 ? 30 : 4); n > 0; --n)
+            text = std::string(labels[upTo(4)]) + "." + text;
+        return text;
+    }
+    std::string rest() {
+        static const char* const segments[] = {"x", "y", "x-", "xy", "", ".", "..", "%78", "x%2fy"};
+        static const char* const queries[] = {"q", "q&r", "q&r=1", "q-", "q/x", "Q?x"};
+        std::string text;
+        if (upTo(4) == 0) text += upTo(1) == 0 ? ":80" : ":8080";
+        for (unsigned n = upTo(upTo(9) == 0 ? 200 : 4); n > 0; --n)
+            text += std::string("/") + segments[upTo(8)];
+        if (upTo(4) == 0) text += std::string("?") + queries[upTo(5)];
+        return text;
+    }
+    std::string entry() {
+        static const char* const networks[] = {"10.0.0.0/8",    "10.0.0.0/24",   "10.0.0.0/31", "0.0.0.0/0",
+                                               "2001:db8::/32", "2001:d00::/24", "::/0"};
+        if (upTo(9) == 0) return networks[upTo(6)];
+        return host() + (upTo(1) == 0 ? "" : rest());
+    }
+    std::string url() {
+        static const char* const schemes[] = {"http://", "https://", "", "HTTP://u@"};
+        return schemes[upTo(3)] + host() + rest();
+    }
+
+private:
+    std::mt19937 random_;
+};
+
+class CatalogModelTest : public CatalogFixture {
+protected:
+    void compare(const Model& model, Texts* texts, unsigned questions) {
+        std::string failure;
+        const auto catalog = Catalog::open(path, &failure);
+        ASSERT_TRUE(catalog) << failure;
+        Reader reader(catalog);
+        const auto answer = std::make_unique<Answer>();
+        for (unsigned i = 0; i < questions; ++i) {
+            const std::string text = texts->url();
+            Url url;
+            if (readUrl(text, &url) != nullptr) continue;
+            bool covered = false;
+            const auto expected = modelAnswer(model, url, &covered);
+            ASSERT_EQ(Reader::done, reader.classify(url, answer.get())) << text;
+            const std::vector<unsigned> actual(answer->categories, answer->categories + answer->count);
+            ASSERT_EQ(expected, actual) << text;
+            ASSERT_EQ(covered, answer->covered) << text;
+        }
+    }
+
+    // Adds a random entry to the model; its key in the model.
+    std::string addTo(Model* model, Texts* texts) {
+        ModelEntry entry;
+        EntryKeys keys;
+        do {
+            const std::string text = texts->entry();
+            if (readEntry(text, &entry.url) != nullptr) entry.url.host.clear();
+        } while (entry.url.host.empty() || entryKeys(entry.url, &keys) != nullptr);
+        entry.entry.instead = texts->upTo(6) == 0;
+        for (unsigned n = texts->upTo(3); n > 0; --n) {
+            const auto category = static_cast<std::uint16_t>(texts->upTo(9) * 7000);
+            const bool known = std::any_of(entry.entry.pairs.begin(), entry.entry.pairs.end(),
+                                           [&](const Pair& pair) { return pair.category == category; });
+            if (!known) entry.entry.pairs.push_back({category, 1});
+        }
+        const std::string key = keyText(keys.own);
+        (*model)[key] = entry;
+        return key;
+    }
+
+    void build(const Model& model, bool compact) {
+        Builder builder;
+        for (const auto& [text, entry] : model) {
+            builder.add(entry.url, Builder::noCategory, 0, entry.entry.instead);
+            for (const Pair& pair : entry.entry.pairs)
+                builder.add(entry.url, pair.category, pair.source, entry.entry.instead);
+        }
+        write(&builder, compact);
+    }
+};
+
+TEST_F(CatalogModelTest, builtCataloguesAnswerLikeTheModel) {
+    for (unsigned seed = 0; seed < 60; ++seed) {
+        SCOPED_TRACE(seed);
+        Texts texts(seed);
+        Model model;
+        for (unsigned n = seed % 3 == 0 ? 5 : 150; n > 0; --n)
+            addTo(&model, &texts);
+        build(model, seed % 2 == 0);
+        compare(model, &texts, 400);
+        if (HasFatalFailure()) return;
+    }
+}
+
+TEST_F(CatalogModelTest, changedCataloguesAnswerLikeTheModel) {
+    for (unsigned seed = 100; seed < 110; ++seed) {
+        SCOPED_TRACE(seed);
+        Texts texts(seed);
+        Model model;
+        for (unsigned n = seed % 60; n > 0; --n)
+            addTo(&model, &texts);
+        build(model, false);
+        for (unsigned round = 0; round < 6; ++round) {
+            std::string failure;
+            const auto update = Update::open(path, &failure);
+            ASSERT_TRUE(update) << failure;
+            const bool abandoned = texts.upTo(4) == 0;
+            Model changed = model;
+            for (unsigned n = texts.upTo(60); n > 0; --n) {
+                if (texts.upTo(2) > 0 || changed.empty()) {
+                    const std::string key = addTo(&changed, &texts);
+                    update->put(changed[key].url, changed[key].entry);
+                } else {
+                    const auto gone =
+                        std::next(changed.begin(), texts.upTo(static_cast<unsigned>(changed.size()) - 1));
+                    EntryKeys keys;
+                    entryKeys(gone->second.url, &keys);
+                    EXPECT_TRUE(update->erase(keys.own, keys.host)) << gone->first;
+                    EXPECT_FALSE(update->erase(keys.own, keys.host));
+                    changed.erase(gone);
+                }
+            }
+            if (!abandoned) {
+                update->commit();
+                model = changed;
+            }
+            compare(model, &texts, 300);
+            if (HasFatalFailure()) return;
+        }
+        const auto header = readHeader();
+        EXPECT_EQ(model.size(), header.entries);
+    }
+}
+
+}  // namespace
+
+}  // namespace catalog

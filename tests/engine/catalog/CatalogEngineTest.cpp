@@ -1,0 +1,221 @@
+// The catalogue engine behind the interface that katd calls.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <thread>
+
+#include "asapsdk.h"
+#include "catalog/CatalogFixture.h"
+
+namespace catalog {
+
+namespace {
+
+using katd_test::readFile;
+using katd_test::writeFile;
+
+class CatalogEngineTest : public CatalogFixture {
+protected:
+    CatalogEngineTest() {
+        setenv("KATD_CATALOG_INI", (folder / "catalog.ini").c_str(), 1);
+        writeFile(folder / "catalog.ini", "[catalog]\ncatalog_path = " + path + "\n");
+    }
+    ~CatalogEngineTest() override { CSDKMain_Close(engine); }
+
+    struct Line {
+        const char* entry;
+        unsigned category;
+        bool instead = false;
+    };
+    // Puts a new catalogue in the place of the old one.
+    void replace(const std::vector<Line>& lines) {
+        Builder builder;
+        for (const Line& line : lines) {
+            Url url;
+            ASSERT_EQ(nullptr, readEntry(line.entry, &url));
+            builder.add(url, line.category, 1, line.instead);
+        }
+        builder.sort();
+        std::string failure;
+        ASSERT_TRUE(builder.write(path + ".new", false, {}, {}, &result, &failure)) << failure;
+        std::filesystem::rename(path + ".new", path);
+    }
+
+    void create() {
+        CSDKMain_Close(engine);
+        engine = CSDKMain_Create("ServerAddress=localhost;HttpConnPoolSize=4;WebSecCacheMaxEntries=1000");
+        ASSERT_NE(nullptr, engine) << lastFailure();
+    }
+
+    static std::string lastFailure() {
+        void* const text = CSDKException_GetErrorDescription();
+        const std::string failure =
+            std::to_string(CSDKException_GetType()) + " " + csdkstring_getstring(text);
+        csdkstring_close(text);
+        return failure;
+    }
+
+    std::string ask(const char* url) {
+        void* const answer = CSDKMain_ClassifyUrl(engine, url);
+        if (answer == nullptr) return lastFailure();
+        const unsigned short* categories = nullptr;
+        unsigned short count = 0;
+        CSDKUrlCat_GetCategories(answer, &categories, &count);
+        std::string text;
+        for (unsigned i = 0; i < count; ++i)
+            text += (i == 0 ? "" : ",") + std::to_string(categories[i]);
+        if (text.empty()) text = CSDKUrlCat_GetFlags(answer) == ASAPSDK_FLAG_FINAL ? "final" : "unknown";
+        CSDKUrlCat_Close(answer);
+        return text;
+    }
+
+    // Asks until the answer is the expected one; the last one. The engine looks at the file twice a second.
+    std::string askUntil(const char* url, const std::string& expected) {
+        std::string answer;
+        for (int i = 0; i < 1000 && (answer = ask(url)) != expected; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        return answer;
+    }
+
+    void* engine = nullptr;
+};
+
+TEST_F(CatalogEngineTest, answersTheUnionDownToAnException) {
+    replace({{"example.com", 300},
+             {"example.com", 5},
+             {"www.example.com/ads", 44},
+             {"www.example.com/ads", 5},
+             {"good.www.example.com", Builder::noCategory, true},
+             {"203.0.113.0/24", 7},
+             {"known.test", Builder::noCategory}});
+    create();
+    struct Row {
+        const char* url;
+        const char* expected;
+    };
+    const Row rows[] = {
+        {"http://example.com/", "300,5"},
+        {"example.com:443", "300,5"},
+        {"https://a.b.c.example.com/adsl", "300,5"},
+        {"https://x.www.example.com/ads?x", "44,5,300"},
+        {"https://x.good.www.example.com/ads", "final"},
+        {"http://203.0.113.9", "7"},
+        {"http://known.test/", "final"},
+        {"http://other.test/", "final"},
+        {"com", "final"},
+        {"::::", "final"},
+        {"", "final"},
+    };
+    for (const Row& row : rows)
+        EXPECT_EQ(row.expected, ask(row.url)) << row.url;
+    EXPECT_EQ(nullptr, CSDKMain_ClassifyUrl(engine, nullptr));
+    EXPECT_EQ("1 null argument", lastFailure());
+}
+
+TEST_F(CatalogEngineTest, noGoodFileAtTheStartIsAFailureWithASentence) {
+    EXPECT_EQ(nullptr, CSDKMain_Create(""));
+    EXPECT_EQ("5 catalogue " + path + ": No such file or directory; make one with katcatalog import",
+              lastFailure());
+    writeFile(path, "what");
+    EXPECT_EQ(nullptr, CSDKMain_Create(""));
+    EXPECT_EQ("5 catalogue " + path +
+                  ": not a catalogue of this machine's word size; make it anew with katcatalog import",
+              lastFailure());
+    std::filesystem::remove(folder / "catalog.ini");
+    EXPECT_EQ(nullptr, CSDKMain_Create(""));
+    EXPECT_EQ("5 cannot read the settings of the catalogue engine, " + folder / "catalog.ini" +
+                  ": No such file or directory",
+              lastFailure());
+}
+
+TEST_F(CatalogEngineTest, newVersionsAreSeenAndBadOnesRefused) {
+    replace({{"a.example", 1}});
+    create();
+    EXPECT_EQ("1", ask("www.a.example"));
+    replace({{"a.example", 2}});
+    EXPECT_EQ("2", askUntil("www.a.example", "2"));
+
+    testing::internal::CaptureStderr();
+    const std::string good = readFile(path);
+    writeFile(path + ".new", good.substr(0, good.size() / 2));
+    std::filesystem::rename(path + ".new", path);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    EXPECT_EQ("2", ask("www.a.example"));
+    EXPECT_EQ("katd-engine-catalog: catalogue " + path +
+                  ": the file is cut; make it anew with katcatalog import; the old one is still used\n",
+              testing::internal::GetCapturedStderr());
+
+    replace({{"a.example", 3}});
+    EXPECT_EQ("3", askUntil("www.a.example", "3"));
+    std::string failure;
+    const auto update = Update::open(path, &failure);
+    ASSERT_TRUE(update) << failure;
+    Url url;
+    readEntry("www.a.example", &url);
+    Entry entry;
+    entry.pairs.push_back({4, 1});
+    update->put(url, entry);
+    EXPECT_EQ("3", ask("www.a.example"));
+    update->commit();
+    EXPECT_EQ("4,3", ask("www.a.example"));
+}
+
+TEST_F(CatalogEngineTest, growthBeyondTheMappingIsFollowed) {
+    replace({{"a.example", 1}});
+    create();
+    EXPECT_EQ("1", ask("www.a.example"));
+    std::string failure;
+    // More than the engine maps beyond the file's size.
+    const auto update = Update::open(path, &failure);
+    ASSERT_TRUE(update) << failure;
+    Entry entry;
+    for (std::uint16_t i = 0; i < maxEntryCategories; ++i)
+        entry.pairs.push_back({i, 1});
+    for (unsigned i = 0; i < 70000; ++i) {
+        Url url;
+        readEntry("h" + std::to_string(i) + ".example", &url);
+        update->put(url, entry);
+    }
+    update->commit();
+    EXPECT_EQ("1", ask("www.a.example"));
+    EXPECT_EQ(0U, ask("h69999.example").find("0,1,2"));
+}
+
+TEST_F(CatalogEngineTest, cutUnderItItFailsAndGoesOnWithTheNextFile) {
+    replace({{"a.example", 1}});
+    create();
+    EXPECT_EQ("1", ask("a.example"));
+    testing::internal::CaptureStderr();
+    std::filesystem::resize_file(path, 4096);
+    const std::string failure =
+        "catalogue " + path + ": the file is damaged or was cut; make it anew with katcatalog import";
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ("5 " + failure, ask("a.example"));
+    EXPECT_EQ("katd-engine-catalog: " + failure + "\n", testing::internal::GetCapturedStderr());
+    replace({{"a.example", 2}});
+    EXPECT_EQ("2", askUntil("a.example", "2"));
+}
+
+TEST_F(CatalogEngineTest, faultsElsewhereStillEndTheProcess) {
+    replace({{"a.example", 1}});
+    create();
+    EXPECT_EXIT(*static_cast<volatile int*>(nullptr) = 1, testing::KilledBySignal(SIGSEGV), "");
+    EXPECT_EXIT(raise(SIGBUS), testing::KilledBySignal(SIGBUS), "");
+}
+
+TEST_F(CatalogEngineTest, theCacheFileIsValidAndEmpty) {
+    replace({{"a.example", 1}});
+    create();
+    const std::string cache = folder / "cache";
+    EXPECT_EQ(0, CSDKMain_SaveWebSecCache(engine, cache.c_str()));
+    EXPECT_EQ(0, CSDKMain_LoadWebSecCache(engine, cache.c_str()));
+    writeFile(cache, readFile(cache) + "x");
+    EXPECT_NE(0, CSDKMain_LoadWebSecCache(engine, cache.c_str()));
+    EXPECT_EQ("3 " + cache + " is no cache file of this engine, or it is cut or damaged", lastFailure());
+    EXPECT_NE(0, CSDKMain_SaveWebSecCache(engine, (folder / "no/where").c_str()));
+    EXPECT_EQ("3 cannot open " + folder / "no/where" + ": No such file or directory", lastFailure());
+}
+
+}  // namespace
+
+}  // namespace catalog
