@@ -1,5 +1,5 @@
-// The category of a host in the generated lists: told by its first eight characters, so that a server without
-// lists can answer right and every answer can be verified.
+// The category of a host in the generated lists. It follows from the first eight characters, so that a server
+// without lists can give the right answer, and every answer can be verified.
 #ifndef KATD_BENCH_CATEGORY_H
 #define KATD_BENCH_CATEGORY_H
 

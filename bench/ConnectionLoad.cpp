@@ -31,7 +31,7 @@ void limitPatience(int fd) {
     setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
 }
 
-// One connection needs no epoll: a call less for each request.
+// A single connection needs no epoll, which saves a system call per request.
 void loadOne(Stream* stream, Schedule* schedule) {
     do {
         stream->send();

@@ -1,4 +1,4 @@
-// A load on a helper of squid, through pipes, as squid asks: a line for each question, with a channel-ID.
+// Load on a squid helper through pipes, in squid's protocol: one line with a channel-ID for each question.
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
@@ -64,7 +64,7 @@ Helper::~Helper() {
     waitpid(pid_, nullptr, 0);
 }
 
-// The questions under way, by channel.
+// The questions in flight, by channel.
 class Window {
 public:
     Window(const Questions& questions, unsigned size) : questions_(questions), asked_(size), sentAt_(size) {}
@@ -81,7 +81,7 @@ public:
         next_ = next_ + 1 == questions_.count() ? 0 : next_ + 1;
     }
 
-    // Takes the answer in [line, end); its channel, which is free then.
+    // Checks the answer in [line, end). Returns its channel, which is free then.
     unsigned take(const char* line, const char* end, std::uint64_t now, Schedule* schedule) {
         unsigned channel = 0;
         const char* text = std::from_chars(line, end, channel).ptr;
@@ -105,7 +105,7 @@ private:
     std::vector<std::uint64_t> sentAt_;
 };
 
-// False when a signal came instead.
+// False if a signal interrupted it.
 bool receive(int fd, char* to, std::size_t size, std::size_t* got) {
     const ssize_t result = read(fd, to, size);
     if (result < 0 && errno == EINTR) return false;

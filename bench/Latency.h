@@ -5,7 +5,7 @@
 
 namespace bench {
 
-// Counts of latencies in classes that are at most 1/32 of their value wide. Allocates nothing.
+// A histogram of latencies; the width of a class is at most 1/32 of its value. Allocates nothing.
 class Latency {
 public:
     void add(std::uint64_t nanoseconds) {
@@ -15,7 +15,7 @@ public:
     void clear() { *this = Latency(); }
     std::uint64_t total() const { return total_; }
 
-    // The latency in microseconds that this share of them stays below; 0 when there is none.
+    // The latency in microseconds below which this share of them lies; 0 without any.
     double percentile(double share) const {
         const std::uint64_t rank = static_cast<std::uint64_t>(share * static_cast<double>(total_));
         std::uint64_t seen = 0;
@@ -27,8 +27,8 @@ public:
     }
 
 private:
-    static constexpr unsigned BITS = 5;                    // 2 to this: classes for each power of two
-    static constexpr unsigned CLASSES = (1 + 36) << BITS;  // up to 36 bits more: minutes
+    static constexpr unsigned BITS = 5;                    // log2 of the classes per power of two
+    static constexpr unsigned CLASSES = (1 + 36) << BITS;  // 36 bits more: up to minutes
 
     static unsigned classOf(std::uint64_t value) {
         if (value >> BITS == 0) return static_cast<unsigned>(value);

@@ -17,14 +17,14 @@ class Schedule {
 public:
     explicit Schedule(const ClientOptions& options);
 
-    // Counts an answer that took from `sent` to `now`.
+    // Records an answer that took from `sent` to `now`.
     void answered(std::uint64_t sent, std::uint64_t now) {
         if (now < countedFrom_) return;
         latency.add(now - sent);
     }
     bool isOver(std::uint64_t now) const { return now >= end_ || latency.total() >= most_ || isStopped(); }
     double countedSeconds(std::uint64_t now) const;
-    // From now on SIGTERM and SIGINT end a load; how much it was is told then.
+    // From now on SIGTERM and SIGINT end a load early; its results are still printed.
     static void heedSignals();
     static bool isStopped();
 
@@ -36,14 +36,14 @@ private:
     std::uint64_t most_;
 };
 
-// Each runs until the schedule is over. Ends the process when an answer is wrong, or none comes.
+// Run until the schedule is over. End the process if an answer is wrong or missing.
 void loadConnections(const ClientOptions& options, const Questions& questions, Schedule* schedule);
 void loadByReconnecting(const ClientOptions& options, const Questions& questions, Schedule* schedule);
 void loadHelper(const ClientOptions& options, const Questions& questions, Schedule* schedule);
 void waitUntilOver(const Schedule& schedule);
 
-// Opens connections that ask once and are held as long as the process lives. The number of them: fewer than
-// wanted where the server, or the limit of descriptors, allows no more.
+// Opens connections, each of which asks once and stays open as long as the process lives. Returns their
+// number: fewer than wanted if the server or the descriptor limit allows no more.
 unsigned holdIdle(const ClientOptions& options, const Questions& questions);
 
 }  // namespace bench

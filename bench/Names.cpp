@@ -10,22 +10,21 @@ constexpr unsigned SYLLABLES = 70;
 static_assert((sizeof(CONSONANTS) - 1) * (sizeof(VOWELS) - 1) == SYLLABLES, "every pair is a syllable");
 
 constexpr const char* SUBDOMAINS[] = {"www.", "news.", "shop.", "m.", "img."};
-constexpr const char* ENDINGS[] = {".test", ".test", ".example"};  // none begins another
+constexpr const char* ENDINGS[] = {".test", ".test", ".example"};  // none is a prefix of another
 
 void appendSyllable(unsigned index, std::string* to) {
     *to += CONSONANTS[index / 5];
     *to += VOWELS[index % 5];
 }
 
-// Takes a number below `range` out of the bits.
+// Extracts a number below `range` from the bits.
 unsigned take(std::uint64_t* bits, unsigned range) {
     const unsigned taken = static_cast<unsigned>(*bits % range);
     *bits /= range;
     return taken;
 }
 
-// A permutation of the numbers below COUNT, in which neighbours lie anywhere: two digits to base 4900, of
-// which each is shifted by what the other one tells, four times.
+// A pseudo-random permutation of the numbers below COUNT: four Feistel rounds on two digits of base 4900.
 std::uint32_t shuffled(std::uint32_t number, std::uint64_t seed) {
     constexpr std::uint32_t BASE = SYLLABLES * SYLLABLES;
     std::uint32_t high = number / BASE;
@@ -53,7 +52,7 @@ std::uint64_t Names::mix(std::uint64_t value) {
 void Names::appendHost(std::uint32_t number, std::string* to) const {
     std::uint64_t bits = mix(number + (seed_ << 32));
     if (take(&bits, 5) == 0) *to += SUBDOMAINS[take(&bits, 5)];
-    // Four syllables are the number; more of them, and the ending, are ornament.
+    // Four syllables encode the number; further ones and the ending are for looks.
     std::uint32_t own = shuffled(number, seed_);
     for (unsigned i = 0; i < 4; ++i, own /= SYLLABLES)
         appendSyllable(own % SYLLABLES, to);

@@ -1,4 +1,4 @@
-// The command lines of the bench's programs.
+// Command lines of the benchmark programs.
 #ifndef KATD_BENCH_OPTIONS_H
 #define KATD_BENCH_OPTIONS_H
 
@@ -17,15 +17,15 @@ struct ServerOptions {
 
 struct ClientOptions {
     std::string socket;               // empty with a helper
-    std::vector<std::string> helper;  // command of a proxy's helper to ask instead
+    std::vector<std::string> helper;  // command of a squid helper to ask instead
     std::string questions;            // path
     unsigned connections = 1;         // busy ones
-    unsigned window = 1;              // requests under way on each
-    int idle = -1;        // connections that have asked once and are held; -1: none, nor a word about them
-    double seconds = 1;   // measured
-    double warmUp = 0.1;  // seconds before that
-    std::uint64_t count = 0;  // requests after which it ends; 0: the time alone ends it
-    bool reconnects = false;  // a connection for each request
+    unsigned window = 1;              // requests in flight on each
+    int idle = -1;                    // connections held open after one request; -1: none, and none reported
+    double seconds = 1;               // measured
+    double warmUp = 0.1;              // seconds before the measurement
+    std::uint64_t count = 0;          // ends after this many requests; 0: no limit
+    bool reconnects = false;          // a connection for each request
 };
 
 struct ListOptions {
@@ -40,7 +40,7 @@ struct ListOptions {
 
 struct HelperOptions {
     std::vector<std::string> lists;
-    bool gathers = false;  // one write for all answers that are due
+    bool gathers = false;  // one write for all answers to a read
 };
 
 // Each reads argv into *options. Ends the process for --help, --version (status 0) and bad usage (2).

@@ -14,9 +14,9 @@ namespace bench {
 namespace {
 
 constexpr std::size_t BLOCK = 256 * 1024;
-constexpr std::ptrdiff_t CATEGORY = 4;  // characters before the item, with the bar
+constexpr std::ptrdiff_t CATEGORY = 4;  // characters before the item, including the bar
 
-// Bytes are signed; longerKey is the result for a key that begins with the item.
+// Compares signed bytes; longerKey is the result for a key that begins with the item.
 std::int32_t compareTexts(const char* key, const char* item, std::int32_t longerKey) {
     while (*item != '\0' && *key == *item) {
         ++key;
@@ -46,7 +46,7 @@ PlainList::PlainList(const std::string& path) {
     if (count_ == 0) fail("%s is no list", path.c_str());
 }
 
-// Takes [line, next), which ends with a line feed; next.
+// Adds the line [line, next), which ends with a line feed. Returns next.
 const char* PlainList::takeLine(const char* line, const char* next, const std::string& path) {
     std::uint32_t number = 0;
     const char* const bar = std::from_chars(line, next, number).ptr;

@@ -7,15 +7,14 @@
 
 namespace bench {
 
-// A list in the plainest form: the file is read by blocks and each item copied once; the search compares the
-// key with the middle item until one is left. The baseline of the searches and of the load, and the database
-// of the ideal helper.
+// A list in the plainest form: the file is read in blocks, each item is copied once, and the search is a
+// plain binary search. The baseline for searching and loading, and the database of the ideal helper.
 class PlainList {
 public:
-    // Reads a list file of katd's. Ends the process when it cannot.
+    // Reads a list file of katd. Ends the process on failure.
     explicit PlainList(const std::string& path);
 
-    // Index of the text that equals the key, or with which it begins; negative when the search meets none.
+    // Index of the item that equals the key, or is a prefix of it; negative if the search finds none.
     std::int32_t find(const char* key) const { return search(compare, key); }
     std::int32_t findPrefix(const char* key) const { return search(comparePrefix, key); }
 
@@ -38,9 +37,9 @@ private:
 
     std::unique_ptr<char[]> texts_;
     std::unique_ptr<Entry[]> entries_;
-    std::uint32_t size_ = 0;  // of the texts, as the file tells it
-    std::uint32_t used_ = 0;  // of them so far
-    std::uint32_t room_ = 0;  // entries
+    std::uint32_t size_ = 0;  // of the items in bytes, from the file's first line
+    std::uint32_t used_ = 0;  // bytes used so far
+    std::uint32_t room_ = 0;  // entries, from the file's first line
     std::int32_t count_ = 0;
 };
 

@@ -7,21 +7,21 @@
 
 namespace bench {
 
-// Questions and the answers expected, as they stand on the wire: row after row, so that any number of them is
-// one write, and one comparison.
+// Questions and expected answers in wire format, contiguous, so that any number of them takes one write and
+// one comparison.
 struct Questions {
-    // Ends the process when the file cannot be used.
+    // Ends the process if the file is not usable.
     explicit Questions(const std::string& path);
 
     unsigned count() const { return static_cast<unsigned>(requestEnd.size()); }
     std::uint32_t requestBegin(unsigned i) const { return i == 0 ? 0 : requestEnd[i - 1]; }
     std::uint32_t replyBegin(unsigned i) const { return i == 0 ? 0 : replyEnd[i - 1]; }
     std::string url(unsigned i) const;
-    // Its category, or -1 when there is to be none.
+    // The expected category, or -1 for none.
     int category(unsigned i) const;
 
     std::vector<char> requests;
-    std::vector<std::uint32_t> requestEnd;  // in `requests`, of each question
+    std::vector<std::uint32_t> requestEnd;  // offsets in `requests`, one for each question
     std::vector<char> replies;
     std::vector<std::uint32_t> replyEnd;
 };

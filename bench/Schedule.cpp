@@ -39,7 +39,7 @@ double Schedule::countedSeconds(std::uint64_t now) const {
 
 void Schedule::heedSignals() {
     struct sigaction action {};
-    action.sa_handler = stop;  // without SA_RESTART: a call that waits comes back
+    action.sa_handler = stop;  // without SA_RESTART, so that blocking calls return
     sigaction(SIGTERM, &action, nullptr);
     sigaction(SIGINT, &action, nullptr);
 }

@@ -6,7 +6,7 @@
 
 namespace bench {
 
-// A listening socket on the path, which is replaced. Ends the process on failure.
+// A listening socket; replaces what is at the path. Ends the process on failure.
 int listenOn(const std::string& path);
 // A connection, or -1 with errno set.
 int connectTo(const std::string& path);

@@ -13,7 +13,7 @@ namespace bench {
 
 namespace {
 
-char input[64 * 1024];  // of whichever stream receives: there is one thread
+char input[64 * 1024];  // shared by all streams: there is one thread
 
 }  // namespace
 
@@ -81,7 +81,7 @@ void Stream::countAnswers(std::uint64_t now, Schedule* schedule) {
         --underWay_;
         if (++awaited_ == questions_.count()) {
             awaited_ = 0;
-            return;  // the places start anew
+            return;  // the offsets in the replies start at 0 again
         }
     }
 }

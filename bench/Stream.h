@@ -9,15 +9,15 @@
 
 namespace bench {
 
-// One busy connection: it asks all questions in turn, from `first` on, over and over.
+// One busy connection, which asks all questions in turn, starting with `first`, repeatedly.
 class Stream {
 public:
     Stream(int fd, const Questions& questions, unsigned first, unsigned window);
 
     int fd() const { return fd_; }
-    // Fills the window with further requests.
+    // Sends requests until the window is full.
     void send();
-    // Takes the answers that are there, or waits for one. False when it was interrupted.
+    // Receives the available answers, or waits for one. False if interrupted.
     bool receive(Schedule* schedule);
 
 private:
@@ -28,10 +28,10 @@ private:
     const int fd_;
     const unsigned window_;
     unsigned next_;     // question to send
-    unsigned awaited_;  // question whose answer comes next
+    unsigned awaited_;  // question whose answer is next
     unsigned underWay_ = 0;
-    std::size_t replyAt_;                // place in the replies of the byte that comes next
-    std::vector<std::uint64_t> sentAt_;  // by the number of the request modulo window
+    std::size_t replyAt_;                // offset of the next byte in the replies
+    std::vector<std::uint64_t> sentAt_;  // by request number modulo window
     unsigned sentSlot_ = 0;
     unsigned awaitedSlot_ = 0;
 };

@@ -1,4 +1,4 @@
-// Lists of any size, and questions for them.
+// Makes lists of any size, and questions for them.
 #include <errno.h>
 
 #include <algorithm>
@@ -17,8 +17,8 @@ namespace bench {
 namespace {
 
 struct Item {
-    std::uint64_t head;    // first eight characters, as they sort
-    std::uint32_t offset;  // of the whole in the texts
+    std::uint64_t head;    // first eight characters, in sorting order
+    std::uint32_t offset;  // of the item in `texts`
 };
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
@@ -65,7 +65,7 @@ void writeList(const ListOptions& options, const Names& names) {
     finish(std::move(file), options.output);
 }
 
-// A question is the item, or what is no item, with more of a path behind it.
+// A question is an item, or a string that is not in the list, followed by more of a path.
 void writeQuestions(const ListOptions& options, const Names& names) {
     File file = create(options.questions);
     std::string url;

@@ -1,4 +1,4 @@
-// What katc helper is measured against: a helper that has the lists in its own memory.
+// The baseline of katc helper: a helper that has the lists in its own memory.
 #include <string.h>
 #include <unistd.h>
 
@@ -23,7 +23,7 @@ public:
             lists_.push_back(std::make_unique<PlainList>(list));
     }
 
-    // line: "CHANNEL URL", ended by a zero byte in place of its line feed. Changed.
+    // line: "CHANNEL URL", with a zero byte in place of the line feed. It is modified.
     void append(char* line, std::string* out) const {
         char* const blank = strchr(line, ' ');
         if (blank == nullptr) fail("no question: %s", line);
@@ -54,8 +54,8 @@ private:
     std::vector<std::unique_ptr<PlainList>> lists_;
 };
 
-// Each answer is written when it is known, as helpers do that answer line by line; or together with those to
-// all lines that one read brought.
+// Writes each answer as soon as it is known, as simple helpers do, or all answers to the lines of one read at
+// once.
 void serve(const Answers& answers, bool gathers) {
     std::vector<char> input(inputSize);
     std::size_t kept = 0;

@@ -1,4 +1,4 @@
-// What katd is measured against: the system calls of an answer, without any look-up.
+// The baseline of katd: the system calls of an answer, without any look-up.
 #include <errno.h>
 #include <pthread.h>
 #include <signal.h>
@@ -25,7 +25,7 @@ using KATD_SPACE::ReplyHeader;
 
 constexpr unsigned inputSize = 4096;
 constexpr unsigned LENGTH_SIZE = sizeof(std::int32_t);
-constexpr std::size_t STACK_SIZE = 512 * 1024;  // katd's
+constexpr std::size_t STACK_SIZE = 512 * 1024;  // as in katd
 
 struct Server {
     ServerOptions options;
@@ -49,7 +49,7 @@ void answerFromEngine(const char* url, Reply* reply) {
     CSDKUrlCat_Close(answer);
 }
 
-// message ends with a zero byte.
+// REQUIRES: message ends with a zero byte.
 void answer(const char* message, Reply* reply) {
     reply->header = {};
     if (server.options.asksEngine) return answerFromEngine(message + prefixLength, reply);
@@ -64,7 +64,7 @@ bool sendReply(int fd, const Reply& reply) {
            writeAll(fd, bytes + sizeof(ReplyHeader), reply.header.length);
 }
 
-// Lengths are trusted as far as the buffer goes: the clients are our own.
+// Lengths are only checked against the buffer: the clients are our own.
 std::uint32_t lengthAt(const char* bytes) {
     std::uint32_t length = 0;
     memcpy(&length, bytes, sizeof(length));
@@ -83,7 +83,7 @@ void serveWithTwoReads(int fd) {
     }
 }
 
-// Requests sent ahead share a read; with one write, also the write.
+// Pipelined requests share a read and, with one write, the write too.
 void serveWithOneRead(int fd) {
     char input[inputSize + 1];
     char output[inputSize];

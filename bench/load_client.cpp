@@ -1,4 +1,4 @@
-// Asks a server, or a helper, and measures.
+// Asks a server or a helper, and measures.
 #include <signal.h>
 #include <sys/resource.h>
 
@@ -13,7 +13,7 @@ double secondsOf(const timeval& time) {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
 }
 
-// Of this process and of a helper that has ended.
+// Of this process and its helper, which has ended.
 double cpuSeconds() {
     double sum = 0;
     for (const auto who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {

@@ -8,7 +8,7 @@ from report import progress
 
 
 def run_micro(bench, title, arguments):
-    """For each benchmark the nanoseconds of every repetition; beside them the counters of the last one."""
+    """Returns, for each benchmark, the nanoseconds of every repetition, and the counters of the last one."""
     progress(f"{title}: {bench.rounds} repetitions")
     output = run(ONE_CORE + [bench.builds.program("bench/micro_bench"), "--benchmark_format=json",
                              f"--benchmark_repetitions={bench.rounds}",
@@ -33,7 +33,7 @@ def run_lookup(bench, report):
                        bench.judges, least=False)
         report.compare(f"{items:,} items, find_sw : plain search", times, "find_sw", "find_sw_plain", unit="ns")
         extra = max(counters[name]["extra_bytes_an_item"] for name in ("find", "find_sw"))
-        report.add(f"{items:,} items, memory beside texts and entries", [extra],
+        report.add(f"{items:,} items, memory in addition to strings and entries", [extra],
                    2.0 if items == bench.sizes["large"] else None, least=False, unit=" bytes an item",
                    judged=bench.judges)
     small = bench.sizes["small"]

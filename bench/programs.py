@@ -1,4 +1,4 @@
-"""The programs that a run starts: lists, katd, the ideal servers, the load client."""
+"""The programs that a run starts: list generator, katd, ideal servers, load client."""
 
 import json
 import os
@@ -27,7 +27,7 @@ log_file_path = {log}
 
 
 class BenchError(Exception):
-    """What ends a run, in one sentence."""
+    """Ends the run; the message is one sentence."""
 
 
 def run(command, **options):
@@ -43,7 +43,7 @@ def in_environment(**variables):
 
 
 class Builds:
-    """Where the programs are. The lists, the clients and the micro-benchmarks are those of 64 bits."""
+    """Locates programs and lists. Lists, clients and micro-benchmarks come from the 64-bit build."""
 
     def __init__(self, build64, build32, data):
         self.builds = {64: build64, 32: build32}
@@ -56,7 +56,7 @@ class Builds:
         return path
 
     def list_file(self, kind, items):
-        """The path of a list, "urls" or "domains"; its questions lie beside it."""
+        """The path of a list, "urls" or "domains"; made if necessary. PATH.questions has its questions."""
         folder = os.path.join(self.data, "lists")
         os.makedirs(folder, exist_ok=True)
         path = os.path.join(folder, f"{kind}-{items}")
@@ -69,7 +69,7 @@ class Builds:
         return path
 
     def questions(self, items):
-        """Hosts of the domain list: each is looked for in both lists."""
+        """Hosts of the domain list, each of which is searched for in both lists."""
         return self.list_file("domains", items) + ".questions"
 
 
@@ -98,11 +98,10 @@ class Server:
             for line in file:
                 if line.startswith(field + ":"):
                     return int(line.split()[1])
-        raise BenchError(f"/proc/{self.pid}/status does not tell {field}")
-
+        raise BenchError(f"/proc/{self.pid}/status has no {field}")
 
     def cpu_seconds(self):
-        """The processor's time that it has used, to a hundredth of a second."""
+        """Its processor time, in units of 10 ms."""
         with open(f"/proc/{self.pid}/stat", encoding="ascii") as file:
             fields = file.read().rsplit(")", 1)[1].split()
         return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
@@ -123,7 +122,7 @@ class Ideal(Server):
         limit = time.monotonic() + 10
         while not os.path.exists(socket):
             if self.process.poll() is not None or time.monotonic() > limit:
-                raise BenchError("the ideal server does not serve")
+                raise BenchError("the ideal server does not listen")
             time.sleep(0.01)
 
     def __exit__(self, *exception):
@@ -132,7 +131,7 @@ class Ideal(Server):
 
 
 class Katd(Server):
-    """katd in a home of its own, with a URL list and a domain list of so many items; 0: none."""
+    """katd in a home of its own, with a URL list and a domain list of this many items; 0: none."""
 
     count = 0
 
@@ -158,7 +157,7 @@ class Katd(Server):
         limit = time.monotonic() + 60
         while not os.path.exists(self.socket):
             if self.process.poll() is not None or time.monotonic() > limit:
-                raise BenchError("katd does not serve: " + self.messages())
+                raise BenchError("katd does not listen: " + self.messages())
             time.sleep(0.02)
 
     def messages(self):
@@ -171,7 +170,7 @@ class Katd(Server):
         return text[-600:]
 
     def reload(self):
-        """Returns when the lists are in place."""
+        """Returns when the new lists are in use."""
         run([self.builds.program("client/katc"), "ctl", "reload"], env=self.env)
 
     def __exit__(self, *exception):
@@ -183,9 +182,9 @@ class Katd(Server):
 
 
 class Client:
-    """The load client, always the same."""
+    """The load client."""
 
-    by_cpu = False  # rates are of the processor's time of client, helper and server, not of the clock
+    by_cpu = False  # rates per second of processor time of client, helper and server
 
     def __init__(self, builds, seconds, warm_up, cores=None):
         warm_up = 0 if self.by_cpu else warm_up
@@ -193,13 +192,13 @@ class Client:
         self.seconds = ["--seconds", str(seconds), "--warm-up", str(warm_up)]
 
     def ask(self, server, questions, connections=1, window=1, options=()):
-        """What it measured, a dictionary; answers that are not right end the run."""
+        """The measurement as a dictionary. A wrong answer ends the run."""
         command = self.command + [server.socket, "--questions", questions, "--connections", str(connections),
                                   "--window", str(window)] + self.seconds + list(options)
         return self.measure(command, server)
 
     def ask_helper(self, helper, questions, window, server=None):
-        """The same through a helper; server: the one that the helper asks, if any."""
+        """The same through a helper; server: the server behind the helper, if any."""
         command = self.command + ["--questions", questions, "--window", str(window)] + self.seconds
         return self.measure(command + ["--helper"] + helper, server)
 
@@ -212,7 +211,7 @@ class Client:
         return result
 
     def start(self, server, questions, connections, idle=0):
-        """A client that asks until finish(), and counts every answer; and how many idle connections it holds."""
+        """Returns a client that asks until finish(), and the number of idle connections that it holds."""
         command = self.command + [server.socket, "--questions", questions, "--connections", str(connections),
                                   "--seconds", "3600", "--warm-up", "0", "--idle", str(idle)]
         process = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
@@ -231,7 +230,7 @@ class Client:
 
 
 class IdleConnections:
-    """Connections that are held open for the length of a `with`; `held` is how many there are."""
+    """Idle connections for the duration of a `with`; `held` is their number."""
 
     def __init__(self, client, server, questions, count):
         self.process, self.held = client.start(server, questions, 0, count)

@@ -1,4 +1,4 @@
-"""Rounds that alternate, the figures that come of them, and the tables."""
+"""Alternating rounds, the figures computed from them, and the tables."""
 
 import statistics
 import sys
@@ -9,13 +9,13 @@ def say(text):
 
 
 def progress(text):
-    """A line that the next one replaces, on a terminal; elsewhere, nothing."""
+    """On a terminal, prints a line that the next one replaces; elsewhere, nothing."""
     if sys.stderr.isatty():
         print(f"\r\033[K{text}", end="", file=sys.stderr, flush=True)
 
 
 def alternate(title, subjects, rounds):
-    """Measures each of the named functions once a round, in an order that turns round each time."""
+    """Calls each of the named functions once per round, in alternating order."""
     results = {name: [] for name in subjects}
     for number in range(rounds):
         order = list(subjects) if number % 2 == 0 else list(reversed(subjects))
@@ -41,7 +41,7 @@ def number(value):
 
 
 class Report:
-    """The figures of one run of one bench."""
+    """The figures of one run of one benchmark."""
 
     def __init__(self, name):
         self.name = name
@@ -50,7 +50,7 @@ class Report:
         self.reached = True
 
     def add(self, what, values, aim=None, least=True, unit="", measured="", judged=True):
-        """values: one for each round. aim: what the median is to reach, at least or at most."""
+        """values: one for each round. aim: lower (least) or upper bound for the median."""
         low, middle, high = quartiles(values)
         verdict = ""
         if aim is not None:
@@ -70,7 +70,7 @@ class Report:
 
     def compare(self, what, results, subject, baseline, aim=None, unit="/s", judged=True, least=True,
                 inverse=False):
-        """The ratio of two subjects, of each round. inverse: of the costs, where rates were measured."""
+        """The ratios of two subjects per round. inverse: ratios of costs, computed from rates."""
         pairs = zip(results[subject], results[baseline])
         ratios = [b / a if inverse else a / b for a, b in pairs]
         measured = (f"{number(statistics.median(results[subject]))} : "

@@ -1,5 +1,5 @@
 #!/usr/bin/env -S python3 -B
-"""Runs the benches and prints their figures; ./bench.sh builds what it needs and starts it."""
+"""Runs the benchmarks and prints their figures; ./bench.sh builds the programs and starts it."""
 
 import argparse
 import json
@@ -23,7 +23,7 @@ BENCHES = {"wire": run_wire, "lookup": run_lookup, "load": run_load, "reload": r
 
 
 class Bench:
-    """What every bench needs to know of the run."""
+    """Parameters of the run for all benchmarks."""
 
     def __init__(self, options):
         Client.by_cpu = options.cpu
@@ -32,7 +32,7 @@ class Bench:
         self.plots = os.path.join(options.data, "plots")
         self.quick = options.quick
         self.bits = [64] + ([32] if options.build32 else [])
-        self.judges = not options.quick  # a moment on small lists says nothing about the aims
+        self.judges = not options.quick  # short runs on small lists cannot judge the targets
         self.rounds = options.rounds or (1 if self.quick else 7)
         self.seconds = 0.05 if self.quick else options.seconds
         self.warm_up = 0.01 if self.quick else 0.1
@@ -40,7 +40,7 @@ class Bench:
             "small": 10000, "large": 1000000, "largest": 10000000}
 
     def plot(self, name, axis, lines, powers):
-        """An SVG of rates. lines: place on the axis, and the results of alternate() there."""
+        """Draws rates as SVG. lines: pairs of a position on the axis and the results of alternate() there."""
         os.makedirs(self.plots, exist_ok=True)
         names = list(lines[0][1])
         data = os.path.join(self.plots, name + ".dat")
@@ -68,7 +68,7 @@ plot {', '.join(plots)}
 
 
 def check_client(bench):
-    """A client that lets wrong answers pass would measure nothing."""
+    """Verifies that the client detects a wrong answer."""
     good = bench.builds.questions(bench.sizes["small"])
     wrong = os.path.join(bench.data, "wrong.questions")
     with open(good, encoding="ascii") as questions, open(wrong, "w", encoding="ascii") as file:
@@ -84,11 +84,11 @@ def check_client(bench):
             if "wrong answer" not in str(error):
                 raise
         else:
-            raise BenchError("the load client has let a wrong answer pass")
+            raise BenchError("the load client accepted a wrong answer")
 
 
 def document(path, reports, bench):
-    """Puts tables between the marks of a document, and the plots beside it."""
+    """Replaces the tables between the marks of a document, and copies the plots to its folder."""
     with open(path, encoding="utf-8") as file:
         text = file.read()
     pieces = {report.name: report.table() for report in reports}
@@ -96,7 +96,7 @@ def document(path, reports, bench):
     for name, piece in pieces.items():
         begin, end = f"<!-- bench {name} -->\n", f"<!-- end {name} -->"
         if begin not in text or end not in text:
-            raise BenchError(f"{path} has no place for {name}: put {begin.strip()} and {end} there")
+            raise BenchError(f"{path} has no marks for {name}: add {begin.strip()} and {end}")
         before, rest = text.split(begin, 1)
         text = before + begin + piece + end + rest.split(end, 1)[1]
     with open(path, "w", encoding="utf-8") as file:
@@ -108,7 +108,7 @@ def document(path, reports, bench):
 
 
 def machine():
-    """One line that says on what this was measured."""
+    """A description of this machine."""
     model = "unknown processor"
     with open("/proc/cpuinfo", encoding="ascii", errors="replace") as file:
         for line in file:
@@ -119,31 +119,33 @@ def machine():
 
 
 def parse_arguments():
-    parser = argparse.ArgumentParser(prog="bench.sh", description="Measures katd against its aims.",
-                                     epilog="Exit status: 0 all aims reached, 1 one was missed or a program "
+    parser = argparse.ArgumentParser(prog="bench.sh", description="Measures katd against its targets.",
+                                     epilog="Exit status: 0 all targets reached, 1 one was missed or a program "
                                             "failed, 2 bad usage.")
     parser.add_argument("names", nargs="*", metavar="NAME", help=f"{', '.join(BENCHES)}; all by default")
-    parser.add_argument("--quick", action="store_true", help="a moment each, on small lists: do they still run?")
-    parser.add_argument("--rounds", type=int, help="of each measurement; 7 by default")
-    parser.add_argument("--seconds", type=float, default=1.0, help="of one measurement in a round; 1 by default")
-    parser.add_argument("--cpu", action="store_true", help="rates by the processor's time, not by the clock: for a "
-                        "machine that has other things to do")
+    parser.add_argument("--quick", action="store_true",
+                        help="run each briefly, on small lists, without judging the figures")
+    parser.add_argument("--rounds", type=int, help="rounds of each measurement, 7 by default")
+    parser.add_argument("--seconds", type=float, default=1.0,
+                        help="seconds of one measurement in a round, 1 by default")
+    parser.add_argument("--cpu", action="store_true", help="rates by processor time instead of wall-clock time, for a "
+                        "machine that is not idle")
     parser.add_argument("--document", metavar="FILE", help="put the tables and plots into this document")
     parser.add_argument("--build", default="build/release", help=argparse.SUPPRESS)
     parser.add_argument("--build32", help=argparse.SUPPRESS)
     parser.add_argument("--data", default="build/bench", help=argparse.SUPPRESS)
     options = parser.parse_args()
     if options.document and (options.quick or options.cpu):
-        parser.error("--document takes neither --quick nor --cpu: the document says how it was measured")
+        parser.error("--document cannot be combined with --quick or --cpu")
     unknown = [name for name in options.names if name not in BENCHES]
     if unknown:
-        parser.error(f"there is no bench {unknown[0]}: choose from {', '.join(BENCHES)}")
+        parser.error(f"there is no benchmark {unknown[0]}: choose from {', '.join(BENCHES)}")
     return options
 
 
 def main():
     options = parse_arguments()
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))  # so that the servers are ended
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))  # so that the servers are stopped
     bench = Bench(options)
     os.makedirs(bench.data, exist_ok=True)
     check_client(bench)
@@ -164,7 +166,7 @@ def main():
         document(options.document, reports, bench)
     missed = [report.name for report in reports if not report.reached]
     if missed:
-        say(f"Aims missed in: {', '.join(missed)}")
+        say(f"Targets missed in: {', '.join(missed)}")
     return 1 if missed else 0
 
 

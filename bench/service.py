@@ -1,4 +1,4 @@
-"""What katd costs and stands: many clients, reloads, the engine, a proxy's helper."""
+"""Many clients, reloads, the engine, a proxy's helper."""
 
 import os
 import resource
@@ -45,7 +45,7 @@ def run_clients(bench, report):
     busy = 8 if bench.quick else 64
     hard = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
     if hard < many + 100:
-        report.note(f"The limit of open files, {hard}, leaves room for no more than {hard - 100} connections.")
+        report.note(f"The limit of open files, {hard}, allows only {hard - 100} connections.")
         many = hard - 100
 
     for bits in bench.bits:
@@ -58,7 +58,7 @@ def run_clients(bench, report):
 
     for bits in bench.bits:
         with Katd(bench.builds, small, bits) as katd, Ideal(bench.builds, 2, 2, bits=bits) as ideal:
-            results = alternate(f"clients, {bits} bits, connecting anew", {
+            results = alternate(f"clients, {bits} bits, reconnecting", {
                 name: lambda server=server: client.ask(server, questions, options=["--reconnect"])["rate"]
                 for name, server in (("katd", katd), ("ideal", ideal))}, bench.rounds)
         report.compare(f"{bits} bits, accepted, asked once and closed, katd : ideal", results, "katd", "ideal")
@@ -141,4 +141,4 @@ def run_helper(bench, report):
                 report.compare(f"{items:,} items, {window} under way, {program} : ideal server", results, name,
                                "ideal", aim if name == "katc helper, 16" else None, judged=bench.judges)
     report.note("The ideal server has one connection and makes 2 reads and 2 writes for each request. Helpers with "
-                "lists of their own write a line for each answer, or, gathering, those to all lines of a read.")
+                "their own lists write each answer separately or, gathering, all answers to a read at once.")

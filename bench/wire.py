@@ -1,4 +1,4 @@
-"""Throughput on the socket, against servers that make the system calls alone."""
+"""Throughput on the socket, compared with servers that only make the system calls."""
 
 import contextlib
 

@@ -1,4 +1,4 @@
-# One place for what every target is compiled with.
+# Compiler settings of all targets.
 
 set(CMAKE_CXX_STANDARD 17)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -8,7 +8,7 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 if(NOT CMAKE_BUILD_TYPE)
     set(CMAKE_BUILD_TYPE Release CACHE STRING "" FORCE)
 endif()
-# Assertions guard against programming errors in the field too: no build type defines NDEBUG.
+# Assertions stay active in production: no build type defines NDEBUG.
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -g")
 set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O2 -g")
 set(CMAKE_CXX_FLAGS_MINSIZEREL "-Os -g")
@@ -22,14 +22,14 @@ if(KATD_32BIT)
     check_cxx_source_compiles("#include <string>\nint main() { return std::string().size() != 0; }" KATD_M32_WORKS)
     unset(CMAKE_REQUIRED_FLAGS)
     if(NOT KATD_M32_WORKS)
-        unset(KATD_M32_WORKS CACHE)  # to be tried again once the package is there
+        unset(KATD_M32_WORKS CACHE)  # so that it is tried again after the package is installed
         message(FATAL_ERROR "The compiler cannot build for 32 bits: install the Debian package g++-multilib.")
     endif()
 endif()
 
-# Files beyond 2 GiB and times beyond 2038 on 32 bits too.
+# Files larger than 2 GiB and times after 2038 on 32 bits too.
 add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
-# Assertions and sanitizer reports name files relative to the source tree.
+# File names in assertions and sanitizer reports are relative to the source tree.
 add_compile_options(-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 
 find_package(Threads REQUIRED)
@@ -51,9 +51,9 @@ if(KATD_HARDEN)
     add_link_options(-Wl,-z,relro,-z,now)
 endif()
 
-# katd_optimise_whole(TARGET...): the code of a query lies in a dozen sources, and after each pause of the processor's
-# caches it has to be fetched anew: compiled as one, katd answers 4 to 5 in 100 more requests (bench.sh wire). The
-# libraries keep ordinary code as well, so that the tests link in a moment.
+# katd_optimise_whole(TARGET...): link-time optimisation. The code of a query is spread over a dozen sources; with LTO
+# katd answers 4 to 5 % more requests (bench.sh wire). The libraries also keep ordinary object code, so that the tests
+# link quickly.
 function(katd_optimise_whole)
     if(NOT KATD_LTO)
         return()
@@ -66,7 +66,7 @@ function(katd_optimise_whole)
     endif()
 endfunction()
 
-# What is ours is compiled under these warnings; what comes from a package is not ours to mend.
+# Warnings for katd's own code, not for that of packages.
 add_library(katd_warnings INTERFACE)
 target_compile_options(katd_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror

@@ -26,7 +26,7 @@
 #                              output in HOME/output, and wait until "${katc_command[@]} ctl urls_stat" succeeds; sets
 #                              $katd_pid; fails when katd ends or does not answer in 60 s. Descriptor 9, which scripts
 #                              use for a lock, is closed in katd.
-#   stop_katd                  end that katd and wait for it; nothing if none runs. Registered with at_exit by start_katd.
+#   stop_katd                  end that katd, if any, and wait for it; start_katd registers it with at_exit
 #   show_katd_log HOME         print the last lines of katd's output and log to standard error
 
 [[ -z ${source_tree:-} ]] || return 0 # sourced before

@@ -1,4 +1,4 @@
-// Loading a list against reading its file by blocks and copying each item once.
+// Loading a list, compared with reading its file in blocks and copying each item once.
 #include <optional>
 
 #include "Fail.h"
@@ -9,7 +9,7 @@
 namespace bench {
 
 void registerLoads(const std::string& path) {
-    // The memory is given back outside of what is measured, by both.
+    // Both free the memory outside the measurement.
     benchmark::RegisterBenchmark("load", [=](benchmark::State& state) {
         for (auto _ : state) {
             KATD_SPACE::StringList list;

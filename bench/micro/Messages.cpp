@@ -1,4 +1,4 @@
-// A message at level debug against the system calls of its three records, and one that is filtered.
+// A message at level debug, compared with the system calls of its three records; and a filtered message.
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
@@ -21,9 +21,9 @@ constexpr const char* logModule = "UrlServer";
 constexpr const char* asked = "http://www.harbour-gazette.example/";
 constexpr unsigned long NEVER_ROTATED = 2097151;  // KiB
 
-// The same bytes as the message's, by the calls that keep a log of several processes whole: for each record
-// the lock, the size, whether the file is still the one that is open, whether the lock files are there, the
-// write, and the size again. The size is asked for as File::length does it.
+// Writes the bytes of the message with the calls that a log shared by several processes needs. For each
+// record: lock, get the size, check that the open file and the lock files are still in place, write, get the
+// size again. The size is queried as File::length does.
 class BareLog {
 public:
     explicit BareLog(const std::string& path) : path_(path), lockPath_(path + ".lock") {
@@ -111,7 +111,7 @@ void filtered(benchmark::State& state) {
         DBG_MSG("Get url category for [%s]", asked);
 }
 
-// What a filtered message cannot do without: its position, a call, two comparisons.
+// The minimum for a filtered message: its source position, a call, two comparisons.
 std::atomic<std::int32_t> level{1};
 std::atomic<void (*)(const char*)> output{KATD_SPACE::writeDebugLog};
 

@@ -1,4 +1,4 @@
-// The micro-benchmarks, in the order of their files. Each is registered for what the command line names.
+// Functions that register the micro-benchmarks for the arguments of the command line.
 #ifndef KATD_BENCH_MICRO_H
 #define KATD_BENCH_MICRO_H
 
@@ -8,13 +8,13 @@
 
 namespace bench {
 
-// Searches in the lists of a pair, of which the one is of URL prefixes, the other of hosts.
+// Searches in a list of URL prefixes and a list of hosts.
 void registerSearches(const std::string& urlsPath, const std::string& domainsPath);
 // Loads of a list.
 void registerLoads(const std::string& path);
-// What becomes of a URL before it is searched for; the lists are small ones.
+// Normalising a URL and looking it up in small lists.
 void registerUrls(const std::string& urlsPath, const std::string& domainsPath);
-// Messages, to a log in that folder.
+// Messages to a log in that folder.
 void registerMessages(const std::string& folder);
 
 }  // namespace bench

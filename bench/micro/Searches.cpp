@@ -1,4 +1,4 @@
-// The searches of a list against the plain binary search, with keys that come in no order.
+// The searches of a list, compared with a plain binary search; the keys are in random order.
 #include <malloc.h>
 
 #include <random>
@@ -17,21 +17,21 @@ using KATD_SPACE::StringList;
 
 constexpr unsigned KEYS = 1U << 20;
 
-// Bytes that the C library has given out.
+// Bytes currently allocated.
 std::size_t allocated() {
     const struct mallinfo2 info = mallinfo2();
     return info.uordblks + info.hblkhd;
 }
 
-// A list in both forms, and keys: one half items, the other half what is none.
+// A list in both forms, and keys: half of them items, half of them not.
 struct Fixture {
     Fixture(const std::string& path, bool isPrefix);
 
-    std::size_t extraBytes = 0;  // that the StringList takes beside texts and entries
+    std::size_t extraBytes = 0;  // of the StringList in addition to strings and entries
     StringList list;
     PlainList plain;
     std::string texts;
-    std::vector<std::uint32_t> keys;  // places in texts
+    std::vector<std::uint32_t> keys;  // offsets in `texts`
 };
 
 Fixture::Fixture(const std::string& path, bool isPrefix) : plain(path) {
@@ -47,7 +47,7 @@ Fixture::Fixture(const std::string& path, bool isPrefix) : plain(path) {
     for (unsigned i = 0; i < KEYS; ++i) {
         keys.push_back(static_cast<std::uint32_t>(texts.size()));
         texts += plain.text(anyItem(random));
-        if (i % 2 == 1) texts[keys.back() + 5] = 'x';  // none of the generated names has one
+        if (i % 2 == 1) texts[keys.back() + 5] = 'x';  // no generated name contains an x
         if (isPrefix) texts += "/index.html";
         texts += '\0';
     }

@@ -1,4 +1,4 @@
-// From a URL as it comes to the answer of two small lists: mostly the normalisation.
+// From a raw URL to the answer from two small lists; most of it is normalisation.
 #include <cstring>
 
 #include "Fail.h"
