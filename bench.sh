@@ -47,7 +47,7 @@ done
 
 arguments=(--build build/release "$@")
 presets=(release)
-scripts/packages.sh cmake ninja-build g++ googletest libcli11-dev libidn2-dev liblmdb-dev libpsl-dev nlohmann-json3-dev libbenchmark-dev python3 gnuplot-nox
+scripts/packages.sh "${build_packages[@]}" googletest libbenchmark-dev python3 gnuplot-nox
 if [[ -z $quick ]]; then
     scripts/packages.sh g++-multilib
     if kernel_runs_32_bits; then

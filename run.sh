@@ -91,7 +91,7 @@ exec 9> "$home.lock"
 flock -n 9 || fail "another run.sh serves in this tree: end it first"
 stop_leftover
 if [[ -z $build ]]; then
-    scripts/packages.sh cmake ninja-build g++ libcli11-dev libidn2-dev liblmdb-dev libpsl-dev nlohmann-json3-dev
+    scripts/packages.sh "${build_packages[@]}"
     say "Building (output in $folder.log)"
     build "$folder" release "" -DKATD_TESTS=OFF -DKATD_BENCH=OFF || exit 1
 fi

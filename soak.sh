@@ -30,7 +30,7 @@ if [[ $# -gt 2 || ! $minutes =~ ^[0-9]+(\.[0-9]+)?$ || ! $preset =~ ^(release|re
     exit 2
 fi
 
-packages=(cmake ninja-build g++ googletest libcli11-dev nlohmann-json3-dev)
+packages=("${build_packages[@]}" googletest)
 [[ $preset != release32 ]] || packages+=(g++-multilib)
 scripts/packages.sh "${packages[@]}"
 [[ $preset != release32 ]] || kernel_runs_32_bits ||

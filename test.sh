@@ -170,13 +170,12 @@ for argument in "$@"; do
 done
 [[ ${#steps[@]} -gt 0 ]] || steps=("${all[@]}")
 
-scripts/packages.sh cmake ninja-build g++ g++-multilib googletest libcli11-dev libidn2-dev nlohmann-json3-dev libbenchmark-dev libcpp-httplib-dev prometheus-cpp-dev \
-    clang clang-tidy shellcheck squid curl busybox iproute2 mandoc systemd
+scripts/packages.sh "${build_packages[@]}" g++-multilib googletest libbenchmark-dev clang clang-tidy shellcheck squid \
+    curl busybox iproute2 mandoc systemd nginx-light caddy chromium prometheus wrk
 mkdir -p build
 failed=()
 notes=()
 # Of the catalogue.
-scripts/packages.sh liblmdb-dev libpsl-dev
 run32=
 for step in "${steps[@]}"; do
     start=$SECONDS

@@ -45,7 +45,7 @@ for target in "${targets[@]}"; do
     fi
 done
 
-scripts/packages.sh cmake ninja-build clang libclang-rt-dev libcli11-dev nlohmann-json3-dev
+scripts/packages.sh "${build_packages[@]}" clang libclang-rt-dev
 
 mkdir -p fuzz/findings
 say "building"

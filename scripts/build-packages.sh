@@ -38,7 +38,7 @@ done
 native=$(dpkg --print-architecture)
 [[ ${#architectures[@]} -gt 0 ]] || architectures=("$native")
 
-packages=(cmake ninja-build g++ libcli11-dev libidn2-dev liblmdb-dev libpsl-dev nlohmann-json3-dev debhelper dpkg-dev fakeroot)
+packages=("${build_packages[@]}" debhelper dpkg-dev fakeroot)
 [[ -z $lint ]] || packages+=(lintian)
 for architecture in "${architectures[@]}"; do
     [[ $architecture == "$native" ]] || packages+=(g++-multilib binutils-i686-linux-gnu)

@@ -17,6 +17,7 @@
 #   as_root COMMAND...         run the command as root, by sudo if need be; 1 where that takes a password
 #   need_root ARGUMENT...      start the script again as root, with these arguments, unless it is root already
 # Building
+#   $build_packages            the Debian packages that every build needs, for scripts/packages.sh
 #   build FOLDER PRESET TARGETS OPTION...  configure the preset in FOLDER with CMake's OPTIONs and build TARGETS (one
 #                              string; all targets if empty); output in FOLDER.log; 1 if it fails
 # katd
@@ -32,6 +33,8 @@
 [[ -z ${source_tree:-} ]] || return 0 # sourced before
 
 source_tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+# shellcheck disable=SC2034 # the callers read it
+build_packages=(cmake ninja-build g++ libcli11-dev libidn2-dev liblmdb-dev libpsl-dev nlohmann-json3-dev libcpp-httplib-dev prometheus-cpp-dev)
 problems=0
 katd_pid=
 exit_commands=()
