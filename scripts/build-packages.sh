@@ -46,11 +46,11 @@ done
 scripts/packages.sh "${packages[@]}"
 
 # The build dependencies in debian/control would have to be packages of i386 for i386; the list above replaces them.
-# debian/changelog names no address: that of debian/control serves.
+# Only debian/control has the maintainer's address.
 make_packages() {
     cd "$1/katd"
-    DEB_BUILD_OPTIONS="${DEB_BUILD_OPTIONS:-} parallel=$(nproc)" dpkg-buildpackage -b -us -uc -d "-a$architecture" \
-        "--changed-by=$(sed -n 's/^Maintainer: //p' debian/control)"
+    sed -i "s/^ -- .*<>/ -- $(sed -n 's/^Maintainer: //p' debian/control)/" debian/changelog
+    DEB_BUILD_OPTIONS="${DEB_BUILD_OPTIONS:-} parallel=$(nproc)" dpkg-buildpackage -b -us -uc -d "-a$architecture"
 }
 
 for architecture in "${architectures[@]}"; do
@@ -62,7 +62,7 @@ for architecture in "${architectures[@]}"; do
     tar --exclude=./build --exclude=./.git -cf - . | tar -C "$folder/katd" -xf -
     say "Building the packages for $architecture (output in $log)"
     (make_packages "$folder") 2>&1 | tee "$log" |
-        sed -unE 's/^ +(dh_auto_(configure|build|install)|dh_strip|dh_builddeb).*/   \1/p' || {
+        sed -unE 's/^[[:space:]]*(dh_auto_(configure|build|install)|dh_strip|dh_builddeb)( .*)?$/   \1/p' || {
         tail -n 40 "$log" >&2
         fail "the packages for $architecture were not built; all output is in $log"
     }
