@@ -175,7 +175,6 @@ scripts/packages.sh "${build_packages[@]}" g++-multilib googletest libbenchmark-
 mkdir -p build
 failed=()
 notes=()
-# Of the catalogue.
 run32=
 for step in "${steps[@]}"; do
     start=$SECONDS
