@@ -1,5 +1,5 @@
 #!/usr/bin/perl
-# The documents against the sources and programs. Usage: pages_test.pl TREE PROGRAM... (katd, katc, katlist, katd-syslog, katd-update)
+# The documents against the sources and programs. Usage: pages_test.pl TREE PROGRAM... (katd, katc, katlist, katd-syslog, katd-update, katd-http)
 use strict;
 use warnings;
 
@@ -37,10 +37,10 @@ wrong("docs/messages.md has it twice: $_") for grep { $times{$_}++ == 1 } @expla
 # Every option that --help shows is described in the manual page, and no other. katd shows its usage only in a valid home.
 mkdir $_ for $ENV{KATD_DIR} = "pages_test.home", "pages_test.home/conf";
 system('cp', "$root/demo/conf/katd.ini", "$ENV{KATD_DIR}/conf");
-my %commands = ('katd.8' => ['katd -h'], 'katd-syslog.8' => ['katd-syslog --help'], 'katd-update.8' => ['katd-update --help'],
+my %commands = ('katd.8' => ['katd -h'], 'katd-syslog.8' => ['katd-syslog --help'], 'katd-update.8' => ['katd-update --help'], 'katd-http.8' => ['katd-http --help'],
     'katc.1' => [map { "katc $_ --help" } '', 'ctl', map { "ctl $_" } qw(log_level timeout save_cache urls_stat reload)],
     'katc-helper.1' => ['katc helper --help'], 'katlist.1' => [map { "katlist $_ --help" } '', qw(build check find stat)]);
-for my $page (sort keys %commands) {
+for my $page (grep { $program{(split / /, $commands{$_}[0])[0]} } sort keys %commands) {
     my (@shown, @described);
     for (@{$commands{$page}}) {
         my ($name, $words) = /^(\S+) (.*)/;
