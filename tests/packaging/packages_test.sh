@@ -7,7 +7,7 @@ cd "$(dirname "$0")/../.."
 need_root "$@"
 [[ ${1:-} == --built ]] && built=yes && shift || built=
 (($#)) || set -- amd64 i386
-scripts/packages.sh mmdebstrap g++ g++-multilib
+scripts/packages.sh mmdebstrap arch-test g++ g++-multilib
 [[ -n $built ]] || scripts/build-packages.sh "$@"
 katd_command=(as katd env ASAPSDK_RULES=/rules katd)
 katc_command=(as asker katc)
@@ -46,7 +46,9 @@ for architecture; do
     system=$PWD/build/packages-test-$architecture
     umount "$system/proc" 2> /dev/null || true
     rm -rf "$system"
-    mmdebstrap --variant=apt --skip=cleanup/apt "--architectures=$architecture" bookworm "$system" > "$log" 2>&1
+    # shellcheck disable=SC2016 # a format of apt's
+    mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' 'Codename: bookworm' | head -n 1)
+    mmdebstrap --variant=apt --skip=cleanup/apt "--architectures=$architecture" bookworm "$system" "$mirror" > "$log" 2>&1
     mount -t proc proc "$system/proc"
     at_exit umount "$system/proc"
     cp /etc/resolv.conf /etc/hosts "$system/etc"
