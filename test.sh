@@ -75,7 +75,7 @@ check_lists32() {
         [[ $(count_tests release32 --label-regex "^$name\$") -gt 0 ]] || fail "scripts/bits32.sh: no tests in $name"
     done
     for name in "${qemu_lacks_tests[@]}" "${nested_tests[@]}"; do
-        [[ $(count_tests release32 --tests-regex "^${name//./\\.}\$") == 1 ]] || fail "scripts/bits32.sh: no test $name"
+        [[ $(count_tests release32 --tests-regex "^$name\$") -gt 0 ]] || fail "scripts/bits32.sh: no test $name"
     done
 }
 
