@@ -4,6 +4,7 @@
 # documentation are free.
 # usage: front_servers_test.sh KATD KATC KATD_HTTP
 set -euo pipefail
+# shellcheck source=scripts/lib.sh
 source "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
 
 need_root "$@"
@@ -46,6 +47,7 @@ expect() {
     local what=$1 pattern=$2 output
     shift 2
     output=$(curl -sS -i --max-time 10 "$@" 2>&1) || true
+    # shellcheck disable=SC2053 # a pattern
     [[ $output == $pattern ]] || problem "$what: not as expected: $output"
 }
 
