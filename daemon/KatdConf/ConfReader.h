@@ -7,17 +7,16 @@ namespace KATD_SPACE {
 
 class IniUtils;
 
-// What the settings classes share. May throw std::bad_alloc.
+// Shared by the settings classes. May throw std::bad_alloc.
 class ConfReader {
 public:
     ConfReader() = delete;
 
-    // True when the key exists; value is its text then, possibly empty, and unchanged otherwise.
+    // Returns true and stores the value, which may be empty, if the key exists; otherwise value is unchanged.
     static bool findValue(IniUtils& ini, const char* section, const char* key, std::string& value);
-    // True when the key exists with a text that is not empty; value is that text then and unspecified
-    // otherwise.
+    // The same, but returns false for an empty value, too; then value is unspecified.
     static bool readValue(IniUtils& ini, const char* section, const char* key, std::string& value);
-    // homeDir with one "/" at its end; empty for null and empty.
+    // homeDir with a "/" at its end; "" for null and "".
     static std::string homePathOf(const char* homeDir);
 
     static constexpr const char* katdSection = "katd";

@@ -9,10 +9,10 @@ namespace KATD_SPACE {
 
 class IniUtils;
 
-// The HTTP proxy through which the engine reaches its service, from section "Connectivity" of a file of its
-// own. No fault stops the daemon: without access, address or a needed user name isValid() is false and no
-// proxy is used; other values fall back to their defaults. Loaded by the main thread at start-up, read
-// afterwards.
+// The HTTP proxy between the engine and its service, read from section "Connectivity" of a separate file.
+// Errors do not stop the daemon: without access, address or a required user name isValid() is false and no
+// proxy is used; other bad values are replaced by their defaults. The main thread loads it at start-up;
+// afterwards any thread may read it.
 class HttpProxyConf {
 public:
     HttpProxyConf() = default;
@@ -20,12 +20,11 @@ public:
     HttpProxyConf(const HttpProxyConf&) = delete;
     HttpProxyConf& operator=(const HttpProxyConf&) = delete;
 
-    // Reads the file, unless a proxy is configured already; isValid() tells the outcome, messages the faults.
-    // May throw std::bad_alloc (start-up only).
+    // Reads the file, unless isValid(). Errors are reported by messages. May throw std::bad_alloc.
     void loadConfig(const char* path);
 
     bool isValid() const { return valid; }
-    // Never null; valid as long as the object lives and is not loaded again.
+    // Never null; valid until the next load.
     const char* getProxyServerAddress() const { return proxyServerAddress.c_str(); }
     const char* getProxyPort() const { return proxyPort.c_str(); }
     const char* getProxyAuth() const { return proxyAuth.c_str(); }  // "NoAuth" or "Basic"
@@ -39,8 +38,8 @@ private:
     void readPassword(IniUtils& ini, const char* path);
 
     QOR_SPACE::Mutex lock;             // held by loadConfig
-    bool valid = false;                // a proxy is configured and is to be used
-    std::string proxyServerAddress;    // host name or address
+    bool valid = false;                // use the proxy
+    std::string proxyServerAddress;    // host name or IP address
     std::string proxyPort = "80";      // decimal digits
     std::string proxyAuth = "NoAuth";  // "NoAuth" or "Basic"
     std::string proxyUserName;         // for "Basic"

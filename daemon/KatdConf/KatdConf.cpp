@@ -16,7 +16,7 @@ constexpr std::int32_t noUpperLimit = std::numeric_limits<std::int32_t>::max();
 constexpr std::int32_t maxCacheEntriesLimit = 20000000;
 constexpr std::uint32_t secondsPerHour = 3600;
 constexpr std::uint32_t secondsPerDay = 86400;
-constexpr std::int32_t saveCacheIntervalLimit = 1193046;  // hours: the most whose seconds fit in 32 bits
+constexpr std::int32_t saveCacheIntervalLimit = 1193046;  // hours; their seconds fit in 32 bits
 static_assert(saveCacheIntervalLimit <= std::numeric_limits<std::uint32_t>::max() / secondsPerHour);
 
 bool readText(IniUtils& ini, const char* key, std::string& text) {
@@ -25,7 +25,8 @@ bool readText(IniUtils& ini, const char* key, std::string& text) {
     return false;
 }
 
-// Reads a number of digits alone between two limits, both included; text is what the file holds.
+// Reads a number that consists of digits and lies between two limits, both included; text is the value as
+// written.
 bool readNumber(IniUtils& ini, const char* key, std::int32_t least, std::int32_t most, std::string& text,
                 std::int32_t& number) {
     if (!readText(ini, key, text)) return false;
@@ -103,8 +104,7 @@ bool KatdConf::readSaveCacheTime(IniUtils& ini) {
         return false;
     }
     saveCacheMinute = minuteNumber;
-    if (saveCacheInterval < secondsPerDay)
-        return true;  // saved more than once a day: at that minute of every hour
+    if (saveCacheInterval < secondsPerDay) return true;  // saved at that minute of every hour
     const std::int32_t hourNumber = Utils::toInt32(hour.c_str());
     if (hourNumber > 23) {
         ERR_MSG("save_cache_time [%s] is bad hour", hour.c_str());

@@ -11,9 +11,8 @@ namespace KATD_SPACE {
 
 class IniUtils;
 
-// The daemon's working settings: section "katd" of the settings file. Loaded once at start-up; from then on
-// every thread reads them, and only the two retry values still change. The first bad or missing one is
-// reported by name and fails the load.
+// The daemon's settings, read from section "katd" of the settings file. They are loaded once at start-up;
+// afterwards any thread may read them, and only the two retry values change.
 class KatdConf {
 public:
     KatdConf() = default;
@@ -21,13 +20,13 @@ public:
     KatdConf(const KatdConf&) = delete;
     KatdConf& operator=(const KatdConf&) = delete;
 
-    // Reads and checks conf/katd.ini below homeDir (null or empty: below the working directory). True when
-    // all settings are there and good, or were loaded before. False at the first bad one, which is reported;
-    // the settings read until then hold their new values. May throw std::bad_alloc (start-up only).
+    // Reads and checks conf/katd.ini below homeDir (null or "": the working directory). Returns true if all
+    // settings are valid or were loaded before. Returns false at the first bad or missing one, which is
+    // reported by its name; the settings before it have their new values. May throw std::bad_alloc.
     bool loadConfig(const char* homeDir);
 
-    // The texts stay valid as long as the object lives and is not loaded again; they are never null, empty
-    // before the load. All paths begin with the home path.
+    // Strings stay valid until the next load; they are not null, and "" before the first one. All paths start
+    // with the home path.
     const char* getKatdHomePath() const { return homePath.c_str(); }
     const char* getConfigFilePath() const { return configFilePath.c_str(); }
     const char* getSvcConnString() const { return svcConnString.c_str(); }
@@ -35,7 +34,7 @@ public:
     const char* getMaxCacheEntries() const { return maxCacheEntries.c_str(); }
     const char* getConnPoolSize() const { return connPoolSize.c_str(); }
     const char* getServerAddress() const { return serverAddress.c_str(); }
-    // Null when the setting is absent.
+    // Null if not set.
     const char* getUrlsListPath() const { return urlsListPath.empty() ? nullptr : urlsListPath.c_str(); }
     const char* getDomainsListPath() const {
         return domainsListPath.empty() ? nullptr : domainsListPath.c_str();
@@ -45,11 +44,10 @@ public:
     int getSaveCacheHour() const { return saveCacheHour; }               // 0 to 23, -1: every hour
     int getSaveCacheMinute() const { return saveCacheMinute; }           // 0 to 59, -1: no time of day
 
-    // Stores the number of repeats and the pause between them (milliseconds); neither pointer may be null.
-    // During a setQueryTimeout one may be the old and the other the new value.
+    // Stores the number of retries and the pause before each in milliseconds. Beside a setQueryTimeout, one
+    // may be the old and the other the new value. REQUIRES: neither pointer is null.
     void getQueryTimeout(unsigned* retryTimes, unsigned* retryInterval) const;
-    // Replaces both, unless the interval in force is 0 (before the load, or once it was set to 0): then
-    // nothing.
+    // Replaces both. Does nothing if the present interval is 0, as before the load or after it was set to 0.
     void setQueryTimeout(unsigned retryTimes, unsigned retryInterval);
 
 private:
@@ -60,19 +58,19 @@ private:
     void readListPaths(IniUtils& ini);
 
     QOR_SPACE::Mutex lock;                     // held by loadConfig and setQueryTimeout
-    bool loaded QOR_GUARDED_BY(lock) = false;  // a load succeeded
+    bool loaded QOR_GUARDED_BY(lock) = false;  // a load has succeeded
     std::string urlsListPath;                  // local URL list, empty: none
     std::string domainsListPath;               // local domain list, empty: none
-    std::string homePath;        // home directory, ending in "/", or empty: the working directory
+    std::string homePath;        // home directory with a "/" at its end, or "": the working directory
     std::string configFilePath;  // the settings file
     std::string svcConnString;   // path of the service socket
     std::string cacheFilePath;   // the engine's category cache
-    // Decimal digits as written, 0 to 20000000: pasted into the connection string.
+    // Decimal digits as written, 0 to 20000000, for the engine's connection string.
     std::string maxCacheEntries;
-    std::uint32_t saveCacheInterval = 0;            // seconds
-    std::string connPoolSize;                       // decimal digits as written, at least 1: pasted likewise
-    std::atomic<std::uint32_t> queryRetryTimes{0};  // repeats of a query; written under lock
-    std::atomic<std::uint32_t> queryRetryInterval{0};  // milliseconds between repeats; written under lock
+    std::uint32_t saveCacheInterval = 0;               // seconds
+    std::string connPoolSize;                          // decimal digits as written, at least 1, likewise
+    std::atomic<std::uint32_t> queryRetryTimes{0};     // retries of a query; written under lock
+    std::atomic<std::uint32_t> queryRetryInterval{0};  // milliseconds before each; written under lock
     std::string serverAddress;                         // host name of the classification service
     std::int32_t ctengineQueryTimeout = 0;             // seconds for one engine query, 0: no limit
     std::int32_t saveCacheHour = -1;                   // 0 to 23, -1: every hour

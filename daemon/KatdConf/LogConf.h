@@ -6,25 +6,25 @@
 
 namespace KATD_SPACE {
 
-// Settings of the debug log, from section "katd" of the settings file. All are optional: what is missing or
-// unusable silently keeps its default, so that the daemon can always log. For one thread at start-up; may
-// throw std::bad_alloc.
+// Settings of the debug log, read from section "katd" of the settings file. Missing and bad values silently
+// keep their defaults, so that the daemon can always log. Not thread-safe. May throw std::bad_alloc.
 class LogConf {
 public:
-    // Sets the defaults below homeDir (null or empty: below the working directory).
+    // Sets the defaults below homeDir (null or "": the working directory).
     explicit LogConf(const char* homeDir);
     ~LogConf() = default;
 
-    // Reads the settings file. False, reported, only when it cannot be opened; all values are as before then.
+    // Reads the settings file. Returns false, and reports it, if the file cannot be opened; no value is
+    // changed then.
     bool load();
 
     int getLogLevel() const { return logLevel; }                        // message level 0 to 3
-    int getSizeLimit() const { return sizeLimit; }                      // KiB at which the log rotates
-    int getRotationNumber() const { return rotationNumber; }            // rotated files that remain
+    int getSizeLimit() const { return sizeLimit; }                      // KiB at which the log is rotated
+    int getRotationNumber() const { return rotationNumber; }            // rotated files to keep
     const char* getLogFilePath() const { return logFilePath.c_str(); }  // valid until the next load
 
 private:
-    std::string homePath;             // home directory, ending in "/", or empty: the working directory
+    std::string homePath;             // home directory with a "/" at its end, or "": the working directory
     std::string configFilePath;       // the settings file
     std::string logFilePath;          // the debug log
     std::int32_t logLevel = 1;        // 0 info, 1 error, 2 warning, 3 debug

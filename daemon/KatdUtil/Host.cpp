@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* logModule = "KatdUtil";
 
-// The classification service's name where the settings give none.
+// Host name of the classification service if the caller gives none.
 constexpr const char* defaultHost = "classify.katd.example";
 
 }  // namespace
@@ -41,7 +41,7 @@ void Utils::makeParentDir(const char* path) {
     if (lastSlash == nullptr) return;
     try {
         std::string folder(path, lastSlash);
-        // mkdirs() takes "a/" and "a" for two folders and fails to create the second.
+        // mkdirs() takes "a/" and "a" for two directories and fails to create the second.
         const auto bothSlashes = [](char left, char right) { return left == '/' && right == '/'; };
         folder.erase(std::unique(folder.begin(), folder.end(), bothSlashes), folder.end());
         QOR_SPACE::File(folder).mkdirs();

@@ -15,10 +15,10 @@ namespace {
 
 constexpr const char* logModule = "KatdUtil";
 
-constexpr std::size_t lineSize = 256;         // bytes of a piece of a line, the NUL included
+constexpr std::size_t lineSize = 256;         // bytes of a piece of a line, including the NUL
 constexpr std::size_t sectionNameLimit = 59;  // characters
-// Bytes for what surrounds names, value and comment in a new line.
-constexpr std::size_t decorationRoom = 1024;
+// Bytes reserved for the text around names, value and comment in a new line.
+constexpr std::size_t decorationSize = 1024;
 
 using Line = char[lineSize];
 
@@ -39,7 +39,7 @@ bool isComment(const char* line) {
     return first == '#' || first == ';';
 }
 
-// The text behind the "=" where the line is one of `key`, else null.
+// The text after the "=" if the line is one of `key`, otherwise null.
 const char* valueInLine(const char* line, const char* key) {
     const char* c = Utils::FirstChar(line);
     const std::size_t length = std::strlen(key);
@@ -48,32 +48,32 @@ const char* valueInLine(const char* line, const char* key) {
     return *c == '=' ? Utils::FirstChar(c + 1) : nullptr;
 }
 
-// Text of a file, taken in the same pieces as fgets(3) would read from it.
+// Splits the text of a file into the same pieces as fgets(3).
 class Pieces {
 public:
-    explicit Pieces(const std::string& text) : text_(text) {}
+    explicit Pieces(const std::string& text) : whole(text) {}
 
-    // Copies the next piece into line; false at the end.
+    // Copies the next piece to line. Returns false at the end.
     bool next(Line& line) {
-        begin_ = end_;
-        if (begin_ == text_.size()) return false;
-        const std::size_t lineFeed = text_.find('\n', begin_);
-        end_ = std::min(
-            {begin_ + lineSize - 1, text_.size(), lineFeed == std::string::npos ? lineFeed : lineFeed + 1});
-        line[text_.copy(line, end_ - begin_, begin_)] = '\0';
+        first = last;
+        if (first == whole.size()) return false;
+        const std::size_t lineFeed = whole.find('\n', first);
+        last = std::min(
+            {first + lineSize - 1, whole.size(), lineFeed == std::string::npos ? lineFeed : lineFeed + 1});
+        line[whole.copy(line, last - first, first)] = '\0';
         return true;
     }
-    // The last piece lies at begin() up to, not including, end(). Both are the text's size after the end.
-    std::size_t begin() const { return begin_; }
-    std::size_t end() const { return end_; }
+    // Offsets of the last piece; after the end both are the size of the text.
+    std::size_t begin() const { return first; }
+    std::size_t end() const { return last; }
 
 private:
-    const std::string& text_;
-    std::size_t begin_ = 0;
-    std::size_t end_ = 0;
+    const std::string& whole;
+    std::size_t first = 0;
+    std::size_t last = 0;
 };
 
-// Makes room for a text of `bytes`. False when there is not that much memory.
+// Returns false if there is not enough memory.
 bool reserve(std::string& text, unsigned long long bytes) {
     try {
         if (bytes > text.max_size()) return false;
@@ -84,7 +84,7 @@ bool reserve(std::string& text, unsigned long long bytes) {
     }
 }
 
-// Puts a line before `position`. REQUIRES: the text has room for it.
+// Inserts a line at `position`. REQUIRES: text.capacity() suffices, so that nothing throws.
 void insertLine(std::string& text, std::size_t position, std::initializer_list<const char*> parts) {
     const std::size_t oldSize = text.size();
     for (const char* part : parts)
@@ -163,7 +163,7 @@ int IniUtils::ModifyConfValue(const char* section, const char* key, const char* 
     std::rewind(file);
     std::string text;
     if (!reserve(text, static_cast<unsigned long long>(end) + sectionLength + std::strlen(key) +
-                           std::strlen(value) + std::strlen(comment) + decorationRoom)) {
+                           std::strlen(value) + std::strlen(comment) + decorationSize)) {
         ERR_MSG("In [%s], fail to allocate memory", "ModifyConfValue");
         return -1;
     }
@@ -178,12 +178,12 @@ int IniUtils::ModifyConfValue(const char* section, const char* key, const char* 
     while (!found && pieces.next(line))
         found = isHeaderOf(line, section);
     if (found) {
-        // The old line of the key, else the next header, else the end of the file.
+        // Stop at the key's line, the next header or the end of the file.
         while (pieces.next(line) && !isAnyHeader(line) && valueInLine(line, key) == nullptr) {
         }
         std::size_t position = pieces.begin();
         if (position == text.size()) {
-            // On a line of its own even where the last line has no line feed.
+            // The last line may have no line feed.
             if (text.back() != '\n') text += '\n';
             position = text.size();
         } else if (!isAnyHeader(line)) {

@@ -5,47 +5,47 @@
 
 namespace KATD_SPACE {
 
-// One INI file, open for a few look-ups or changes; every look-up scans it from its start. Made for one
-// reading pass: built on the stack, asked, let go. Owns the stream. For one thread; two objects on one file
-// know nothing of each other. Nothing throws; failures are reported through the messages and the result.
+// Looks up and changes single keys of an open INI file; every look-up scans the file from its start. Meant
+// for a short lifetime on the stack. Not thread-safe; two objects on one file are not coordinated. Nothing
+// throws; failures are reported by messages and results.
 //
-// Lines are taken in pieces of at most 255 characters. Blanks are space, tab, carriage return and line feed.
-//     [ section ]          a section ends at the next line that begins with "["; the first of a name counts
-//     key = a value        ; comment
-//     # comment            "#" and ";" also end a value, so a value holds neither
-// Names are compared byte for byte. The first line of a key counts.
+// Lines are read in pieces of at most 255 characters. Blanks are space, tab, carriage return and line feed.
+//     [ section ]          ends at the next line that starts with "["; only the first section of a name is
+//     read key = a value        ; comment # comment            "#" and ";" also end a value
+// Names are case-sensitive. The first line of a key counts.
 class IniUtils {
 public:
-    static constexpr int valueLimit = 256;  // characters of a value
+    static constexpr int valueLimit = 256;  // maximum length of a value
 
-    // Opens an existing file for reading and writing. A failure is reported and leaves `opened` false; a null
-    // path leaves it false without a word.
+    // Opens an existing file for reading and writing. Leaves `opened` false on failure, which is reported,
+    // and for a null path, which is not.
     explicit IniUtils(const char* path);
-    // The same with a mode of fopen(3), for example "r" for a program that may not write. Close-on-exec is
-    // added.
+    // The same with a mode of fopen(3), such as "r" for a program without write permission. Adds
+    // close-on-exec.
     IniUtils(const char* path, const char* mode);
-    // Closes the stream, which also writes out what ModifyConfValue left in it.
+    // Closes the stream, which flushes the changes of ModifyConfValue.
     ~IniUtils();
     IniUtils(const IniUtils&) = delete;
     IniUtils& operator=(const IniUtils&) = delete;
 
-    // Looks up `key` in `section` (1 to 59 characters). 0: found, value holds its text, without blanks at its
-    // ends, cut at `size` characters (1 to 256), possibly empty. -1: not found (no message) or bad arguments
-    // (reported); value is as it was. REQUIRES: value has room for size + 1 bytes.
+    // Looks up `key` in `section` (1 to 59 characters). Returns 0 and copies its value, without leading and
+    // trailing blanks and cut at `size` characters (1 to 256); it may be empty. Returns -1 if it was not
+    // found (no message) or for bad arguments (reported); then value is unchanged. REQUIRES: value points to
+    // size + 1 bytes.
     int QueryConfValue(const char* section, const char* key, char* value, int size);
 
-    // Sets `key` in `section`, adding the line at the section's end or the section at the file's end if need
-    // be. A null value or comment is an empty one. All other bytes stay as they are; a file never gets
-    // shorter, blanks fill its end instead. 0 when the stream has taken the text (a failing write is not
-    // noticed), -1 with the file unchanged otherwise: file not open, not seekable or not readable, null names
-    // (no message), bad length of the section's name or no memory (reported). REQUIRES: key, value and
-    // comment hold no line feed.
+    // Sets `key` in `section`; if necessary, adds the key at the end of the section or the section at the end
+    // of the file. A null value or comment counts as "". All other bytes are unchanged. The file never
+    // becomes shorter: it is padded with blanks. Returns 0 when the text was passed to the stream (a failed
+    // write is not detected). Returns -1, with the file unchanged, if it is not open, seekable and readable
+    // or a name is null (no message), or for a bad length of the section's name or lack of memory (reported).
+    // REQUIRES: key, value and comment contain no line feed.
     int ModifyConfValue(const char* section, const char* key, const char* value, const char* comment);
 
-    bool opened;  // true exactly when `file` is open: tells a missing file from a missing key
+    bool opened;  // `file` is open: distinguishes a missing file from a missing key
 
 private:
-    std::FILE* file;  // null when the file could not be opened
+    std::FILE* file;  // null if the file could not be opened
 };
 
 }  // namespace KATD_SPACE

@@ -8,11 +8,11 @@ namespace KATD_SPACE {
 
 namespace {
 
-constexpr std::size_t bufferSize = 1024;  // bytes for one piece of a message, on the stack
-constexpr std::size_t textLimit = 1023;   // bytes used of it: at most 1022 characters and the NUL
+constexpr std::size_t bufferSize = 1024;  // bytes of a piece of a message
+constexpr std::size_t textLimit = 1023;   // bytes used: at most 1022 characters and the NUL
 
-constexpr std::int32_t errorLevel = 1;  // least message level that shows errors
-constexpr std::int32_t debugLevel = 3;  // least message level that shows debug messages
+constexpr std::int32_t errorLevel = 1;  // lowest message level that shows errors
+constexpr std::int32_t debugLevel = 3;  // lowest message level that shows debug messages
 
 __attribute__((format(printf, 2, 0))) void emitMessage(const char* kind, const char* format,
                                                        va_list arguments) {
@@ -21,7 +21,7 @@ __attribute__((format(printf, 2, 0))) void emitMessage(const char* kind, const c
     std::snprintf(text, textLimit, "[%s][%s:%d] ", kind, LOG_FILE, static_cast<int>(LOG_LINE));
     ops.output(text);
     text[0] = '\0';
-    errno = callersErrno;  // for "%m": the output may have changed it
+    errno = callersErrno;  // for "%m": ops.output may have changed it
     std::vsnprintf(text, textLimit, format, arguments);
     ops.output(text);
     ops.output("\n");

@@ -13,9 +13,9 @@ namespace {
 
 constexpr const char* logModule = "KatdUtil";
 
-constexpr std::size_t pathRoom = sizeof(sockaddr_un::sun_path);  // bytes, the NUL included
+constexpr std::size_t pathSize = sizeof(sockaddr_un::sun_path);  // bytes, including the NUL
 
-// REQUIRES: path is shorter than pathRoom.
+// REQUIRES: path is shorter than pathSize.
 sockaddr_un localAddress(const char* path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -34,7 +34,7 @@ int Utils::createLocalTcpService(const char* path, int backlog) {
         ERR_MSG("conn_str is null, can not create local tcp service with it");
         return -1;
     }
-    if (std::strlen(path) >= pathRoom) {
+    if (std::strlen(path) >= pathSize) {
         ERR_MSG("[%s] is too long, can not create local tcp service with it", path);
         return -1;
     }
@@ -64,7 +64,7 @@ int Utils::connectLocalTcp(const char* path) {
         ERR_MSG("conn_str is null, can not connect to local tcp service with it");
         return -1;
     }
-    if (std::strlen(path) >= pathRoom) {
+    if (std::strlen(path) >= pathSize) {
         ERR_MSG("[%s] is too long, can not connect to local tcp service with it", path);
         return -1;
     }
@@ -86,13 +86,13 @@ unsigned Utils::readn(int fd, void* buf, unsigned n) {
     return readAtLeast(fd, buf, 0, n, n);
 }
 
-unsigned Utils::readAtLeast(int fd, void* buf, unsigned have, unsigned n, unsigned room) {
+unsigned Utils::readAtLeast(int fd, void* buf, unsigned have, unsigned n, unsigned size) {
     if (fd < 0) {
         ERR_MSG("In %s, fd < 0", "readn");
         return 0;
     }
     while (have < n) {
-        const ssize_t result = read(fd, static_cast<char*>(buf) + have, room - have);
+        const ssize_t result = read(fd, static_cast<char*>(buf) + have, size - have);
         if (result < 0 && errno == EINTR) continue;
         if (result < 0) {
             DBG_MSG("connection is closed[%m]");
@@ -116,7 +116,7 @@ unsigned Utils::writen(int fd, const char* buf, unsigned n, unsigned* out) {
         return 0;
     }
     while (done < n) {
-        errno = 0;  // a result of 0 sets none: an old EINTR would make the loop endless
+        errno = 0;  // a result of 0 does not set it: an old EINTR would cause an endless loop
         const ssize_t result = write(fd, buf + done, n - done);
         if (result <= 0 && errno == EINTR) continue;
         if (result <= 0) {

@@ -40,7 +40,7 @@ int spawnWithFreshSignals(pid_t* child, const char* const* argv) {
     posix_spawnattr_setpgroup(&attributes, 0);
     posix_spawnattr_setflags(&attributes,
                              POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
-    // posix_spawn(3) takes the words as char* for the sake of old callers and leaves them alone.
+    // posix_spawn(3) does not change the strings.
     error = posix_spawn(child, argv[0], nullptr, &attributes, const_cast<char* const*>(argv), environ);
     posix_spawnattr_destroy(&attributes);
     return error;
@@ -79,7 +79,7 @@ void Utils::writeSysLog(const char* text, void (*started)()) {
     const char* const throughShell[] = {"/bin/sh", program, text, nullptr};
     pid_t child = -1;
     int error = spawnWithFreshSignals(&child, direct);
-    // A script without an interpreter line is none for the kernel, yet any shell would run it.
+    // The kernel does not run a script without an interpreter line, but a shell does.
     if (error == ENOEXEC) error = spawnWithFreshSignals(&child, throughShell);
     if (error == 0) awaitEnd(child, sysLogLimitSec);
 }

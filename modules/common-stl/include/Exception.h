@@ -1,4 +1,4 @@
-// What the library throws, always by value.
+// The library's exceptions, thrown by value.
 #ifndef QOR_EXCEPTION_H
 #define QOR_EXCEPTION_H
 
@@ -9,19 +9,18 @@
 
 namespace QOR_SPACE {
 
-// Where an exception arose: source file without extension, and line. Fixed numbers, not __LINE__: who reads
-// an error location knows it by them, so they stay when the code around a throw moves.
+// Source file without extension, and line, of a throw. Fixed numbers instead of __LINE__: they identify the
+// error and stay when the code moves.
 struct ThrowPosition {
     const char* file;  // never null
     std::int32_t line;
 };
 
-// The library's one way to throw: an exception of class Kind with message and position.
+// Throws an exception of class Kind. The library throws in no other way.
 template <class Kind>
 [[noreturn]] void throwException(const ThrowPosition& position, const std::string& text);
 
-// A failure with its message and source position. A value owned by the thread that handles it; catch by
-// reference to const.
+// A failure with a message and a source position. Catch by reference to const.
 class Exception : public QorObject {
 public:
     Exception();
@@ -30,26 +29,26 @@ public:
     Exception& operator=(const Exception&) = default;
     ~Exception() override;
 
-    // Through a const object: the type name.
+    // Of a const object: the type name.
     using QorObject::toString;
-    // The message itself.
+    // The message.
     virtual std::string& getMessage();
     const std::string& getMessage() const { return message; }
-    // Through a non-const object: the message, valid as long as the exception.
+    // Of a non-const object: the message, valid as long as the exception.
     virtual const char* toString();
-    // "<file>, line<line>", e.g. "io/File, line151"; ", line0" when no position was set.
+    // "<file>, line<line>", e.g. "io/File, line151"; ", line0" without a position.
     virtual std::string getErrorLocation();
 
 private:
     template <class Kind>
     friend void throwException(const ThrowPosition& position, const std::string& text);
 
-    std::string message;  // what failed
-    std::string file;     // source file that threw, empty when not set
-    std::int32_t line;    // source line that threw, 0 when not set
+    std::string message;
+    std::string file;   // source file, may be empty
+    std::int32_t line;  // source line, 0 without one
 };
 
-// A failure of input or output.
+// An I/O failure.
 class IOException : public Exception {
 public:
     explicit IOException(const std::string& text);
@@ -58,7 +57,7 @@ public:
     ~IOException() override;
 };
 
-// Memory that could not be had.
+// A failed memory allocation.
 class OutOfMemoryException : public Exception {
 public:
     explicit OutOfMemoryException(const std::string& text);

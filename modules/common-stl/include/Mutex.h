@@ -1,4 +1,4 @@
-// The root class of the library and its thread and process locks.
+// The library's root class and its locks for threads and processes.
 #ifndef QOR_MUTEX_H
 #define QOR_MUTEX_H
 
@@ -12,7 +12,7 @@
 
 namespace QOR_SPACE {
 
-// Root of the library's classes. No data, no thread rule of its own.
+// Root of the library's classes.
 class QorObject {
 public:
     QorObject() = default;
@@ -20,13 +20,12 @@ public:
     QorObject& operator=(const QorObject&) = default;
     virtual ~QorObject();
 
-    // The run-time type name as the compiler records it (mangled), never null; some classes return a text
-    // of their own instead.
+    // The mangled name of the run-time type; some classes return another string. Never null.
     virtual const char* toString() const;
 };
 
-// A POSIX mutex with default attributes: not recursive, no error checking. May be used by any thread; only
-// the thread that locked it may unlock it.
+// A POSIX mutex with default attributes: not recursive, no error checking. Only the thread that locked it may
+// unlock it.
 class QOR_CAPABILITY("mutex") Mutex : public QorObject {
 public:
     Mutex();
@@ -34,11 +33,11 @@ public:
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;
 
-    // 0, or the error number of pthread_mutex_lock(3).
+    // Returns 0 or the error number of pthread_mutex_lock(3).
     int lock() QOR_ACQUIRE();
-    // 0 when taken, EBUSY when somebody holds it.
+    // Returns 0, or EBUSY if a thread holds the mutex.
     int trylock() QOR_TRY_ACQUIRE(0);
-    // 0, or the error number of pthread_mutex_unlock(3).
+    // Returns 0 or the error number of pthread_mutex_unlock(3).
     int unlock() QOR_RELEASE();
 
 private:
@@ -47,8 +46,7 @@ private:
     pthread_mutex_t mutex;  // default attributes
 };
 
-// Holds a Mutex from construction to the end of the block, also when an exception leaves it. Local objects
-// only; the Mutex must outlive it.
+// Holds a Mutex during its lifetime. The Mutex must outlive it.
 class QOR_SCOPED_CAPABILITY Monitor : public QorObject {
 public:
     explicit Monitor(Mutex& toHold) QOR_ACQUIRE(toHold);
@@ -60,8 +58,8 @@ private:
     Mutex& mutex;  // not owned
 };
 
-// A condition variable bound to a Mutex for life (not owned; it must outlive the condition). Every operation
-// returns 0 or the error number of the call below it.
+// A condition variable of a Mutex, which must outlive it. Every operation returns 0 or the error number of
+// the underlying call.
 class Condition : public QorObject {
 public:
     explicit Condition(Mutex& boundMutex);
@@ -69,16 +67,17 @@ public:
     Condition(const Condition&) = delete;
     Condition& operator=(const Condition&) = delete;
 
-    // Waits for a notification; the caller holds the bound mutex. May wake without one: test in a loop.
+    // Waits for a notification. May wake up without one: test in a loop. REQUIRES: the caller holds the
+    // mutex.
     int wait();
-    // The same for at most `seconds`: ETIMEDOUT when the deadline passed. The deadline lies on a full second
-    // of the calendar clock, so the wait is up to one second shorter than asked.
+    // The same for at most `seconds`; returns ETIMEDOUT after that. The deadline is a full second of the
+    // calendar clock, so the wait may be up to one second shorter.
     int wait(int seconds);
     // Wakes one waiter.
     int notify();
     // Wakes every waiter.
     int notifyAll();
-    // Lock and unlock the bound mutex.
+    // Lock and unlock the mutex.
     int lock() QOR_NO_THREAD_SAFETY_ANALYSIS;
     int unlock() QOR_NO_THREAD_SAFETY_ANALYSIS;
 
@@ -90,17 +89,17 @@ private:
 // A counting semaphore for the threads of one process.
 class Semaphore : public QorObject {
 public:
-    // Asserts initialCount >= 1: a semaphore cannot start empty.
+    // REQUIRES (asserted): initialCount >= 1.
     explicit Semaphore(int initialCount);
     ~Semaphore() override;
     Semaphore(const Semaphore&) = delete;
     Semaphore& operator=(const Semaphore&) = delete;
 
-    // Takes a unit, waits for one if there is none; 0.
+    // Takes a unit; waits if there is none. Returns 0.
     int wait();
-    // Takes a unit; 0, or -1 when there is none.
+    // Takes a unit. Returns 0, or -1 if there is none.
     int trywait();
-    // Returns a unit and wakes one waiter; 0.
+    // Puts a unit back and wakes one waiter. Returns 0.
     int post();
 
 private:
@@ -109,8 +108,7 @@ private:
     Condition available;                       // signalled by post
 };
 
-// Many readers or one writer. Readers have priority: a steady stream of them keeps a writer waiting. Not
-// recursive in either kind.
+// Many readers or one writer; not recursive. Readers have priority and can starve a writer.
 class RWLock : public QorObject {
 public:
     RWLock();
@@ -118,15 +116,15 @@ public:
     RWLock(const RWLock&) = delete;
     RWLock& operator=(const RWLock&) = delete;
 
-    // Waits while a writer holds the lock; 0.
+    // Waits while a writer holds the lock. Returns 0.
     int rdlock();
-    // 0, or -1 while a writer holds the lock.
+    // Returns 0, or -1 if a writer holds the lock.
     int tryrdlock();
-    // Waits while anybody holds the lock; 0.
+    // Waits while a reader or writer holds the lock. Returns 0.
     int wrlock();
-    // 0, or -1 while anybody holds the lock.
+    // Returns 0, or -1 if a reader or writer holds the lock.
     int trywrlock();
-    // Ends the caller's hold, of whichever kind; 0.
+    // Releases the caller's lock of either kind. Returns 0.
     int unlock();
 
 private:
@@ -137,18 +135,19 @@ private:
     Condition readable;                          // readers wait here
 };
 
-// Hands out ascending numbers to any thread. After the largest 32-bit number it starts again at 0.
+// A thread-safe counter. After the largest 32-bit number it starts again at 0.
 class Sequence : public QorObject {
 public:
-    // Asserts initVal >= 0; initVal is the first number handed out.
+    // initVal is the first number. REQUIRES (asserted): initVal >= 0.
     explicit Sequence(int initVal);
     ~Sequence() override;
     Sequence(const Sequence&) = delete;
     Sequence& operator=(const Sequence&) = delete;
 
-    // The next number, never negative. At the wrap 0 is handed out twice.
+    // The next number, never negative. After the wrap it returns 0 twice.
     int getNext();
-    // Reserves `size` consecutive numbers and returns the first, never negative; asserts size > 0.
+    // Reserves `size` consecutive numbers and returns the first, never negative. REQUIRES (asserted): size >
+    // 0.
     int getNext(unsigned int size);
 
 private:
@@ -156,13 +155,13 @@ private:
     Mutex mutex;                                   // guards nextValue
 };
 
-// An exclusive advisory lock on a whole file, between processes (fcntl(2), record locks). It belongs to the
-// process: it does not keep threads of one process apart, and closing any descriptor of the file in this
-// process releases it. Pair it with a Mutex: take the Mutex first and release it last. Not thread-safe.
-// Owns its descriptor. Nothing here throws or prints; errno is as the failing call left it.
+// An exclusive advisory lock between processes on a whole file (fcntl(2), record locks). The process owns it:
+// it does not exclude threads of the same process, and closing any descriptor of the file releases it.
+// Combine it with a Mutex; take the Mutex first and release it last. Not thread-safe. Owns its descriptor.
+// Nothing throws; errno is as the failing call set it.
 class FileLock : public QorObject {
 public:
-    // Unopened when `lockPath` is empty; otherwise as setPath.
+    // As setPath.
     FileLock(const std::string& lockPath, bool widenMode);
     ~FileLock() override;
     FileLock(const FileLock&) = delete;
@@ -174,19 +173,19 @@ public:
     // second name is not opened, so that nobody can use the lock to open up another file or to release this
     // process's locks on it. Ask isValid() whether it worked.
     void setPath(const std::string& lockPath, bool widenMode);
-    // Waits for the lock: 0, or -1 (unopened, interrupted by a signal, refused).
+    // Waits for the lock. Returns 0, or -1 on failure: no open file, interrupted by a signal, refused.
     int lock();
-    // 0, or -1 (unopened, refused).
+    // Returns 0, or -1 on failure.
     int unlock();
-    // Closes the file, which releases the lock: 0, or -1 (unopened, or close(2) failed).
+    // Closes the file, which releases the lock. Returns 0, or -1 on failure.
     int close();
-    // Removes the file; descriptor and lock stay usable: 0, or -1.
+    // Removes the file; descriptor and lock remain usable. Returns 0, or -1 on failure.
     int unlink();
-    // True while a lock file is open.
+    // True if a lock file is open.
     bool isValid() const { return fd >= 0; }
 
 private:
-    std::int32_t fd;             // open lock file, -1 when none
+    std::int32_t fd;             // open lock file, or -1
     struct flock lockRequest;    // exclusive, whole file
     struct flock unlockRequest;  // the same, releasing
     char path[256];              // lock file, cut to 255 characters

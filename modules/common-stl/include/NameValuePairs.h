@@ -1,4 +1,4 @@
-// An ordered record of named values.
+// Ordered lists of named values.
 #ifndef QOR_NAMEVALUEPAIRS_H
 #define QOR_NAMEVALUEPAIRS_H
 
@@ -10,7 +10,7 @@
 
 namespace QOR_SPACE {
 
-// A value with its text form; only the text is ever read. Plain value, no locking.
+// A value and its string form; only the string is used. Not thread-safe.
 class TypedValue : public QorObject {
 public:
     TypedValue();
@@ -18,16 +18,15 @@ public:
     TypedValue& operator=(const TypedValue&) = default;
     ~TypedValue() override;
 
-    // The text form, valid until the value changes.
+    // The string form, valid until the value changes.
     const char* toString() const override;
 
     std::int32_t type = 1;   // type code
     double number = 0;       // numeric form
-    std::string text = "0";  // text form
+    std::string text = "0";  // string form
 };
 
-// A named value. Plain value; toString() keeps its text in the pair, so one pair must not be asked by two
-// threads at once.
+// A named value. Not thread-safe, not even toString(), which keeps its result in the pair.
 template <class Value>
 class NameValuePair : public QorObject {
 public:
@@ -37,7 +36,7 @@ public:
     NameValuePair& operator=(const NameValuePair&) = default;
     ~NameValuePair() override = default;
 
-    // "name=text", valid until this pair is asked again, changed or destroyed.
+    // "name=text", valid until the next call, or until the pair is changed or destroyed.
     const char* toString() const override {
         shown = name + '=' + value.toString();
         return shown.c_str();
@@ -47,11 +46,11 @@ public:
     Value value;
 
 private:
-    mutable std::string shown;  // what toString() handed out last
+    mutable std::string shown;  // last result of toString()
 };
 
-// Pairs in insertion order. Names that differ only in case are the same name; the first match wins. Plain
-// value, no locking.
+// Pairs in insertion order. Names are compared without regard to case; the first match counts. Not
+// thread-safe.
 class NameValuePairs : public QorObject {
 public:
     NameValuePairs();
@@ -59,24 +58,23 @@ public:
     ~NameValuePairs() override;
     virtual NameValuePairs& operator=(const NameValuePairs& other);
 
-    // Appends a copy, also when the name is there already; returns its index.
+    // Appends a copy, even if the name exists already, and returns its index.
     int add(const NameValuePair<TypedValue>& pair);
-    // The pair at `index`, valid until the list changes. Asserts 0 <= index < count.
+    // The pair at `index`, valid until the list changes. REQUIRES (asserted): 0 <= index < count.
     const NameValuePair<TypedValue>& get(int index) const;
-    // Copies the first pair of that name into `out` and returns its index; -1 and `out` unchanged when there
-    // is none.
+    // Copies the first pair of that name to `out` and returns its index; returns -1 if there is none.
     int get(const std::string& name, NameValuePair<TypedValue>& out) const;
-    // Text of the first value of that name, empty when there is none.
+    // String form of the first value of that name, "" if there is none.
     std::string getByName(const std::string& name) const;
-    // Removes the first pair of that name; false when there is none.
+    // Removes the first pair of that name. Returns false if there is none.
     bool remove(const std::string& name);
-    // Removes the pair at `index` and returns it. Asserts 0 <= index < count.
+    // Removes and returns the pair at `index`. REQUIRES (asserted): 0 <= index < count.
     NameValuePair<TypedValue> remove(int index);
 
     std::vector<NameValuePair<TypedValue>> pairs;  // in insertion order
 
 private:
-    // Index of the first pair of that name, -1 when there is none.
+    // Index of the first pair of that name, or -1.
     int find(const std::string& name) const;
 };
 

@@ -1,4 +1,4 @@
-// Comparisons, searches, changes and number conversions on strings.
+// Functions on strings.
 #ifndef QOR_STRINGHELPER_H
 #define QOR_STRINGHELPER_H
 
@@ -8,40 +8,39 @@
 
 namespace QOR_SPACE {
 
-// Static functions without state; any thread. Case is that of the C locale's bytes. None throws but
-// std::bad_alloc. C strings passed to a function that changes s may point into s.
+// Static functions without state; thread-safe. Case is that of ASCII letters in the C locale. Nothing throws
+// but std::bad_alloc. C strings passed to a function that changes s may point into s.
 class StringHelper {
 public:
     StringHelper() = delete;
 
-    // Two nulls are equal, a null and a text are not.
+    // Two null pointers are equal; a null pointer and a string are not.
     static bool equals(const char* left, const char* right);
     static bool equalsIgnoreCase(const char* left, const char* right);
-    // False when either is null; an empty prefix or suffix fits every text.
+    // False if either is null; an empty prefix or suffix matches every string.
     static bool startsWith(const char* text, const char* prefix);
     static bool startsWithIgnoreCase(const char* text, const char* prefix);
     static bool endsWith(const char* text, const char* suffix);
     static bool endsWithIgnoreCase(const char* text, const char* suffix);
-    // The same for a text that may hold zero bytes.
+    // The same for a string that may contain NUL bytes.
     static bool endsWith(const std::string& text, const char* suffix);
 
-    // Position of the first occurrence at or after `from` (taken as 0 when negative), -1 when absent.
+    // Offset of the first occurrence at or after `from` (0 if negative), or -1.
     static std::int32_t indexOfIgnoreCase(const std::string& text, const std::string& pattern,
                                           std::int32_t from = 0);
-    // Position of the last occurrence, -1 when absent.
+    // Offset of the last occurrence, or -1.
     static std::int32_t lastIndexOfIgnoreCase(const std::string& text, const std::string& pattern);
 
     static void toupper(std::string& s);
     static void tolower(std::string& s);
-    // Every `from` becomes `to`.
+    // Replaces every `from` by `to`.
     static void replaceChar(std::string& s, char from, char to);
-    // Bytes that replace() may let a text grow to when inserted text takes part in new matches.
+    // Length to which replace() may let a string grow if inserted text creates new matches.
     static constexpr std::size_t replaceLengthLimit = 65536;
-    // Replaces the first `from` by `to` until there is none left, so inserted text takes part in the next
-    // search ("aab", "ab" to "b": "b"). Nothing happens when either is null or `from` is empty. Where `to`
-    // contains `from`, each occurrence is replaced once. Ends for every input: a replacement that would make
-    // s longer than replaceLengthLimit, and longer than replacing every original occurrence could make it,
-    // is not made.
+    // Replaces the first `from` by `to` until none is left, so inserted text takes part in the next search
+    // ("aab", "ab" to "b": "b"). If `to` contains `from`, each occurrence is replaced once. Does nothing if
+    // either is null or `from` is empty. Terminates for every input: it stops before s grows longer than both
+    // replaceLengthLimit and the result of one pass over the original occurrences.
     static void replace(std::string& s, const char* from, const char* to);
     // Removes the characters of `chars` from both ends.
     static void trim(std::string& s, const char* chars);
@@ -50,7 +49,7 @@ public:
 
     // "true" or "false".
     static const char* btoa(bool value);
-    // True for "true" in any case; false for everything else, null included.
+    // True for "true" in any case; false for anything else, including null.
     static bool atob(const char* text);
     // "%d", "%ld", "%f" and "%g".
     static std::string ntoa(int value);

@@ -160,7 +160,7 @@ int RWLock::unlock() {
 
 namespace {
 
-// left + right modulo 2 to the 32nd.
+// left + right modulo 2 to the power of 32.
 std::int32_t wrappingSum(std::int32_t left, std::uint32_t right) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(left) + right);
 }
@@ -194,24 +194,25 @@ int Sequence::getNext(unsigned int size) {
 
 namespace {
 
-// Opens the lock file, creating it if it is missing. In a sticky folder the kernel refuses O_CREAT on a file of
-// another user (proc(5), fs.protected_regular), so an existing file is opened without it.
+// Opens the lock file, creating it if it is missing. In a sticky folder the kernel refuses O_CREAT on a file
+// of another user (proc(5), fs.protected_regular), so an existing file is opened without it.
 int openLockFile(const char* path) {
     const int flags = O_RDWR | O_NOFOLLOW | O_CLOEXEC;
     const int existing = ::open(path, flags);
     return existing >= 0 ? existing : ::open(path, flags | O_CREAT, 0600);
 }
 
-// Regular and without a second name. Anything else may be another file, whose mode and record locks are not ours
-// to change.
+// Regular and without a second name. Anything else may be another file, whose mode and record locks are not
+// ours to change.
 bool isPlainLockFile(int fd) {
     struct stat status {};
     return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1;
 }
 
-// As openLockFile, with mode 0666. Returns -1, and changes nothing, if the file is not a plain one. An existing file
-// is examined through an O_PATH descriptor: closing a descriptor of any other kind would release the record locks
-// that this process holds on the file, for example on its pid file if somebody has linked that one here.
+// As openLockFile, with mode 0666. Returns -1, and changes nothing, if the file is not a plain one. An
+// existing file is examined through an O_PATH descriptor: closing a descriptor of any other kind would
+// release the record locks that this process holds on the file, for example on its pid file if somebody has
+// linked that one here.
 int openSharedLockFile(const char* path) {
     int fd = ::open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (fd < 0 && errno == EEXIST) {
@@ -221,7 +222,8 @@ int openSharedLockFile(const char* path) {
             char link[32];
             std::snprintf(link, sizeof(link), "/proc/self/fd/%d", examined);
             fd = ::open(link, O_RDWR | O_CLOEXEC);
-            if (fd < 0 && errno == ENOENT) fd = ::open(path, O_RDWR | O_NOFOLLOW | O_CLOEXEC);  // without /proc
+            if (fd < 0 && errno == ENOENT)
+                fd = ::open(path, O_RDWR | O_NOFOLLOW | O_CLOEXEC);  // without /proc
         }
         if (examined >= 0) ::close(examined);
     }

@@ -103,8 +103,7 @@ void StringHelper::replace(std::string& s, const char* from, const char* to) {
     while (found != std::string::npos) {
         if (toLength > fromLength && s.size() - fromLength + toLength > limit) return;
         s.replace(found, fromLength, inserted);
-        // What lies before the place was searched already: a new match can only begin where it would reach
-        // into the inserted text.
+        // The text before this offset was searched already: a new match must reach into the inserted text.
         std::size_t next = found >= fromLength ? found - (fromLength - 1) : 0;
         if (insertsFrom) next = found + toLength;
         found = s.find(wanted, next);

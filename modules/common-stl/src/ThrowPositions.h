@@ -1,4 +1,4 @@
-// The positions that the library's exceptions carry, in one place.
+// The source positions of the library's exceptions.
 #ifndef QOR_THROWPOSITIONS_H
 #define QOR_THROWPOSITIONS_H
 

@@ -15,7 +15,7 @@ namespace QOR_SPACE {
 
 namespace {
 
-// Value of a digit up to F; 0 for anything else.
+// Value of a hexadecimal digit; 0 for any other character.
 int digitValue(char c) {
     if (c >= '0' && c <= '9') return c - '0';
     if (c >= 'A' && c <= 'F') return c - 'A' + 10;

@@ -1,4 +1,4 @@
-// Logs: to a stream, to a file, to a file that rotates by size; and the logs of the process.
+// Logs to a stream, to a file, to a file that is rotated by size; the process-wide logs.
 #ifndef QOR_UTIL_LOG_H
 #define QOR_UTIL_LOG_H
 
@@ -12,15 +12,15 @@
 
 namespace QOR_SPACE {
 
-// A structured record: named values in order.
+// A structured record.
 class LogEntry : public NameValuePairs {};
 
-// Turns a record into text and hands it, in one piece, to a stream. The root of the logs; it also holds the
-// switches and the logs of the process. The switches are read without a lock: set them during start-up. A
-// plain Log takes no lock.
+// Formats records and writes each to a stream in one call. Base of the logs; its static members are the
+// process-wide settings and logs. The settings may be changed while other threads log. A plain Log is not
+// thread-safe.
 class Log {
 public:
-    // Level of a record: the word in its line. Any value may come; others than these are "info".
+    // Level of a record, shown in its line. Any other value counts as INFO.
     enum LogLevel : std::int32_t { INFO = 0, WARNING = 1, ERROR = 2, DEBUG = 3 };
 
     static constexpr char endOfLine[] = "\n";
@@ -28,50 +28,49 @@ public:
     static constexpr char fieldSeparator[] = "\t";
     static constexpr char fieldSeparatorChar = '\t';
 
-    // Highest number of a rotated file: so many of them are kept.
+    // Number of rotated files that are kept.
     static std::atomic<std::int32_t> _extensionLimits;
 
-    // The master switch of all logs of the process.
+    // Switch all logs of the process on and off.
     static void enableLog();
     static void disableLog();
-    // The level of the process. No filter: it only decides what warningLog() returns.
+    // The process's level. It filters nothing; it only decides what warningLog() returns.
     static void setLogLevel(const LogLevel& level);
     static LogLevel getLogLevel();
-    // Size in KiB from which rotating logs rotate; 0 turns rotation off, more than 2097151 counts as
-    // 2097151.
+    // Size in KiB at which logs are rotated; 0 disables rotation, more than 2097151 counts as 2097151.
     static void setRotationSize(unsigned long size);
     static unsigned long getRotationSize();
-    // Sets _extensionLimits; a limit below 1 is ignored.
+    // Sets _extensionLimits; values below 1 are ignored.
     static void setExtensionLimits(int limit);
 
-    // The debug log while it is enabled, otherwise a log that drops everything. Never null.
+    // The debug log if it is enabled, otherwise a log that drops all records. Never null.
     static Log* debugLog();
     static void setDebugLogEnabled(bool on);
     // The debug log, enabled or not.
     static Log* errLog();
     static Log* infoLog();
-    // The debug log while the level of the process is WARNING, otherwise a log that drops everything.
+    // The debug log if the process's level is WARNING, otherwise a log that drops all records.
     static Log* warningLog();
-    // RotationFileLog::setPath and a copy of getPath on the debug log and the system log. Until a path is set
-    // they write to standard error.
+    // RotationFileLog::setPath and a copy of getPath of the debug log and the system log, which write to
+    // standard error until a path is set.
     static bool setDebugLogPath(const char* path);
     static std::string getDebugLogPath();
     static bool setSysLogPath(const char* path);
     static std::string getSysLogPath();
-    // RotationFileLog::reqRotation on the system log.
+    // RotationFileLog::reqRotation of the system log.
     static int sysLogRotation();
 
-    // `outputStream` may be null (records are dropped); it is not owned and must outlive the log.
+    // The stream must outlive the log; null drops all records.
     explicit Log(OutputStream* outputStream);
     virtual ~Log();
     Log(const Log&) = delete;
     Log& operator=(const Log&) = delete;
 
-    // Writes one record: the text with a line feed at its end, between beforeWrite() and afterWrite(). A
-    // failure of the library (Exception: a failing write, no memory to reopen the file) is reported on
-    // standard error and does not leave; anything else, such as std::bad_alloc, leaves after afterWrite().
+    // Writes one record, the text with a line feed at its end, between beforeWrite() and afterWrite(). An
+    // Exception (a failed write, no memory to reopen the file) is caught and reported on standard error; any
+    // other exception, such as std::bad_alloc, is thrown on after afterWrite().
     virtual void write(const std::string& text);
-    // Writes the entry as format() renders it.
+    // Writes the entry as formatted by format().
     virtual void write(const LogEntry& entry);
     // Writes the text; the level is ignored here.
     virtual void write(const std::string& text, Log::LogLevel level);
@@ -79,24 +78,24 @@ public:
     virtual void deleteBySize(unsigned long size);
     // Appends "name=value" lines and an end-of-record line to `out`.
     virtual void format(const LogEntry& entry, std::string& out);
-    // Called around every record, afterWrite() also after a failed write. One that throws must leave
-    // nothing held: afterWrite() is not called after a beforeWrite() that threw.
+    // Called around every record, afterWrite() also after a failed write, but not after a beforeWrite() that
+    // threw.
     virtual void beforeWrite();
     virtual void afterWrite();
 
 protected:
-    OutputStream* stream;      // where records go; null: nowhere. Owned by whoever supplied it.
+    OutputStream* stream;      // null: records are dropped. Not owned here.
     bool writeFailed = false;  // the last write to the stream failed: the file may end inside a line
 };
 
-// A log that appends to a file named by a path, or writes to a stream it was given until it has a path. Lines
-// start with the local date and time. Takes no lock: each record is one write in append mode, but setPath,
-// close and clear need the log to themselves.
+// Appends to a file, or writes to a given stream until it has a path. Lines start with the local date and
+// time. Has no lock: each record is one write in append mode, but setPath, close and clear must not run
+// beside another call.
 class FileLog : public Log {
 public:
     // Writes to `outputStream` until a path is set.
     explicit FileLog(OutputStream* outputStream);
-    // Opens `logPath`; when that fails records are dropped until a setPath() works.
+    // Opens `logPath`; if that fails, records are dropped until setPath() succeeds.
     explicit FileLog(const char* logPath);
     // Closes the file.
     ~FileLog() override;
@@ -107,44 +106,43 @@ public:
     void write(const LogEntry& entry) override;
     // "DATE TIME<tab>level<tab>text".
     void write(const std::string& text, Log::LogLevel level) override;
-    // Empties the log: removes the file and opens a new one.
+    // Removes the file and opens a new one.
     void clear() override;
-    // Appends the values, tabs in them turned into blanks, separated by tabs, and a line feed.
+    // Appends the values, with blanks for the tabs in them, separated by tabs, and a line feed.
     void format(const LogEntry& entry, std::string& out) override;
 
-    // Writes to the file at `newPath` from now on, created with mode 0666 less the umask. Keeps the open file
-    // if the path still names it, and opens a new one if it was moved away. True when the log now writes to
-    // the file. False: null (nothing changes), empty (records go to standard error), or the file is a FIFO or
-    // cannot be opened (a log with a file of its own drops records until a setPath() works). Throws
-    // OutOfMemoryException.
+    // Writes to the file at `newPath` from now on, created with mode 0666 less the umask. The open file is
+    // kept if the path still names it. Returns true if the log now writes to the file. Returns false for null
+    // (nothing changes),
+    // "" (records go to standard error), and if the file is a FIFO or cannot be opened (a log that had a file
+    // drops records until setPath() succeeds). Throws OutOfMemoryException.
     virtual bool setPath(const char* newPath);
-    // The path last given, empty before.
+    // The last path set, or "".
     virtual std::string& getPath();
-    // Closes the file the log opened, so that records are dropped until the next setPath(); does nothing to a
-    // stream it was given. Never throws.
+    // Closes the file; records are dropped until the next setPath(). Does nothing with a given stream. Never
+    // throws.
     void close();
 
 protected:
     std::string path;  // changed only by setPath with another path
-    std::int32_t fd;   // descriptor of the open file, -1 when it could not be opened
-    bool ownStream;    // stream was opened here and is closed and deleted here
+    std::int32_t fd;   // of the file last opened, -1 if that failed
+    bool ownStream;    // the log opened `stream` and deletes it
 };
 
-// A file log of several threads and processes that moves its file aside when it has reached the rotation
+// A file log for several threads and processes. It moves its file aside when that has reached the rotation
 // size (Log::setRotationSize), and keeps Log::_extensionLimits old files:
 //
 //     P  ->  P.0  ->  P.1  ->  P.2  ->  ...  ->  P.N  ->  removed
 //     \__________/   \_________________________________/
 //      first stage     second stage (under the rotation
-//      (write pair)     pair; writers go on meanwhile)
+//      (write pair)     pair; writers continue)
 //
-// Each pair is a Mutex for the threads and a record lock on a file below /tmp for the processes, named by the
-// last component of P alone. The mutex is taken first and released last, since the record lock belongs to the
-// whole process. One thread never waits for one pair while it holds the other. Two logs of one process whose
-// files have the same name share their lock files and so do not keep other processes away from each other:
-// give them other names.
+// A pair is a Mutex for the threads and a record lock on a file in /tmp for the processes. The file's name
+// derives from the last component of P only. The mutex is taken first and released last, since the record
+// lock belongs to the process. A thread never holds both pairs. Two logs of one process with the same file
+// name share their lock files, and each would release the other's record lock: give them different names.
 //
-// Writing is for any thread; setPath, clear and deleteBySize are for times when nobody writes.
+// write() is thread-safe; setPath, clear and deleteBySize must not run while another thread writes.
 class RotationFileLog : public FileLog {
 public:
     explicit RotationFileLog(OutputStream* outputStream);
@@ -153,55 +151,55 @@ public:
     void write(const std::string& text) override;
     void write(const LogEntry& entry) override;
     void write(const std::string& text, Log::LogLevel level) override;
-    // Closes the log and removes every file in its folder whose name begins with the log's file name. The
+    // Closes the log and removes all files in its directory whose names start with the log's file name. The
     // next record opens a new file.
     void clear() override;
-    // Removes the unbroken run of rotated files beyond those that `size` KiB can hold. Nothing while rotation
-    // is off.
+    // Removes the rotated files beyond those that fit in `size` KiB, up to the first gap. Does nothing if
+    // rotation is disabled.
     void deleteBySize(unsigned long size) override;
-    // Takes the write pair, rotates when due, follows the path. After a failed write it ends the incomplete
-    // line in the file, if there is one. Holds nothing when it throws.
+    // Takes the write pair, rotates if due, and reopens the file if it was moved away. After a failed write
+    // it ends an incomplete line. Releases the pair if it throws.
     void beforeWrite() override;
-    // Closes the file when it is near the rotation size and releases the write pair, also when it throws.
+    // Closes the file near the rotation size and releases the write pair, even if it throws.
     void afterWrite() override;
-    // As FileLog::setPath; on success it also creates missing lock files and opens those not open yet.
+    // As FileLog::setPath; on success it also creates missing lock files and opens those that are not open.
     bool setPath(const char* newPath) override;
 
-    // The name that `name` moves to when files shift: its number plus one; beyond the limit, the name with
-    // the limit as its number, whose file is removed. A name without a number is returned unchanged.
+    // The name to which `name` moves: its number plus one, at most the limit. If the limit is exceeded,
+    // removes the file with the limit as its number. Returns a name without a number unchanged.
     virtual std::string nextFile(const std::string& name);
 
-    // Shifts `name` and the unbroken run of its successors by one, from the far end. 0 when `name` itself was
-    // moved, else -1. Nothing is moved onto a file that is still there. The first file that cannot be moved
-    // (not writable, for instance), which stops rotation, is reported on standard error. The rotation pair is
-    // held.
+    // Renames `name` and its successors, up to the first gap, to their next names, the last one first. No
+    // file is replaced. Returns 0 if `name` itself was renamed, otherwise -1. The first failure that stops
+    // rotation, such as a file without write permission, is reported on standard error. REQUIRES: the
+    // rotation pair is held.
     int renameFiles(std::string name);
-    // Second stage: shifts P.0 and its successors. 0 when there was nothing to do, else as renameFiles; -1
-    // after an IOException. No pair is held by the caller.
+    // Second stage: renames P.0 and its successors. Returns 0 if there was nothing to do, -1 after an
+    // IOException, otherwise as renameFiles. REQUIRES: no pair is held.
     int makerotate();
-    // A whole rotation, when the file is larger than the rotation size, or whatever its size. Called and left
-    // with the write pair held, which is released for the second stage. An existing P.0 is never replaced: it
-    // is shifted first, and if that fails the file stays as it is and keeps growing. As makerotate(); -1
-    // after an IOException.
+    // Both stages, if the file is larger than the rotation size (rotateFiles) or in any case (frotateFiles).
+    // The write pair is released during the second stage. An existing P.0 is renamed first; if that fails,
+    // the file stays and keeps growing. Returns as makerotate(). REQUIRES: the write pair is held.
     int rotateFiles();
     int frotateFiles();
-    // Forces a rotation. 0 when the file is empty or missing, else as frotateFiles(). No pair is held.
+    // Rotates whatever the size. Returns 0 if the file is empty or missing, otherwise as frotateFiles().
+    // REQUIRES: no pair is held.
     int reqRotation();
 
 protected:
-    FileLock writeLock;   // processes; opened once, under both mutexes or before the first record
-    FileLock rotateLock;  // processes; likewise
-    Mutex writeMutex;     // threads; guards stream, path, fd, ownStream and writeLock
-    Mutex rotateMutex;    // threads; guards rotateLock and the numbered files
+    FileLock writeLock;   // between processes; opened once
+    FileLock rotateLock;  // likewise
+    Mutex writeMutex;     // guards stream, path, fd, ownStream, writeFailed and writeLock
+    Mutex rotateMutex;    // guards rotateLock, moveFailureReported and the numbered files
 
 private:
     int rotate(bool forced);
     bool moveAside(bool forced);
 
-    bool moveFailureReported = false;  // guarded by the rotation pair
+    bool moveFailureReported = false;
 };
 
-// The class of the debug log of the process: a RotationFileLog with a switch.
+// The class of the process-wide debug log: a RotationFileLog with a switch.
 class DebugLog : public RotationFileLog {
 public:
     explicit DebugLog(OutputStream* outputStream);
@@ -214,7 +212,7 @@ public:
 private:
     friend class Log;
 
-    std::atomic<bool> enabled;  // Log::debugLog() hands this log out
+    std::atomic<bool> enabled;  // Log::debugLog() returns this log
 };
 
 }  // namespace QOR_SPACE

@@ -30,14 +30,14 @@ bool statusOf(const std::string& path, struct stat& status) {
     return stat(path.c_str(), &status) == 0;
 }
 
-// parent and child joined by exactly the separator that is missing.
+// parent and child with one separator between them.
 std::string joined(const std::string& parent, const std::string& child) {
     if (parent.empty()) return child;
     return StringHelper::endsWith(parent, File::pathSeparator) ? parent + child
                                                                : parent + File::pathSeparator + child;
 }
 
-// First pass of the canonical form: "./" segments and a "." at the end are dropped.
+// First pass of the canonical form: removes "./" segments and a "." at the end.
 std::string withoutDots(const std::string& path) {
     std::string result;
     for (std::size_t i = 0; i < path.size(); ++i) {
@@ -53,7 +53,7 @@ std::string withoutDots(const std::string& path) {
     return result;
 }
 
-// Second pass: runs of separators become one.
+// Second pass: replaces runs of separators by one.
 std::string withSingleSeparators(const std::string& path) {
     std::string result;
     for (std::size_t i = 0; i < path.size(); ++i) {
@@ -63,8 +63,8 @@ std::string withSingleSeparators(const std::string& path) {
     return result;
 }
 
-// Third pass: each ".." takes the segment before it away. `separators` holds where the output was cut by a
-// separator; the top is the one before "..", the entry below it the one before the segment to be dropped.
+// Third pass: removes each ".." and the segment before it. `separators` is a stack of the separators' offsets
+// in the output: the top belongs to "..", the entry below it to the segment to be removed.
 std::string withoutParents(const std::string& path) {
     std::string result;
     std::vector<std::size_t> separators;

@@ -33,7 +33,7 @@ int openFlags(int mode) {
     }
 }
 
-// Why a write took only a part: the call sets no errno then.
+// Error number for a short write, for which write(2) sets none.
 int reasonOfShortWrite(int fd) {
     struct stat status {};
     if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode))
@@ -44,7 +44,7 @@ int reasonOfShortWrite(int fd) {
     return reached ? EFBIG : ENOSPC;
 }
 
-// One system call; throws at `position` unless all bytes were taken.
+// One system call; throws at `position` unless all bytes were written.
 int writeOnce(int fd, const char* data, int length, const ThrowPosition& position) {
     const ssize_t written = ::write(fd, data, static_cast<std::size_t>(length));
     if (written == length) return length;
@@ -88,7 +88,7 @@ FileOutputStream::~FileOutputStream() {
     try {
         close();
     } catch (...) {
-        // Nobody is left to tell.
+        // A destructor cannot report it.
     }
 }
 
@@ -164,7 +164,7 @@ BufferedOutputStream::~BufferedOutputStream() {
     try {
         close();
     } catch (...) {
-        // Nobody is left to tell.
+        // A destructor cannot report it.
     }
 }
 
@@ -184,7 +184,7 @@ void BufferedOutputStream::flush() {
 
 int BufferedOutputStream::write(char c) {
     requireOpen(closed);
-    if (count == size) flush();  // a flush that failed left the buffer full
+    if (count == size) flush();  // an earlier flush failed
     buf[static_cast<std::size_t>(count)] = c;
     ++count;
     if (count == size) flush();

@@ -29,7 +29,7 @@ const char* levelLabel(Log::LogLevel level) {
     }
 }
 
-// "DATE TIME<tab>". The date is read again until it is that of the time: at midnight it may change between.
+// "DATE TIME<tab>". Repeated if the date changes between the two calls.
 std::string linePrefix() {
     std::string date;
     std::string time;
@@ -71,7 +71,8 @@ void FileLog::close() {
     try {
         stream->close();
     } catch (...) {
-        // The descriptor is gone all the same; and telling why may have failed for lack of memory.
+        // The descriptor is closed all the same. Anything may be thrown here: creating the message needs
+        // memory.
     }
     delete stream;
     stream = nullptr;
@@ -88,7 +89,7 @@ bool FileLog::setPath(const char* newPath) {
     try {
         if (stream != nullptr && ownStream && path == newPath && File(path).isSame(fd)) return true;
         close();
-        // A rotation reads the path in another thread: untouched while it stays the same.
+        // A rotation in another thread may be reading the path: do not assign the same value.
         if (path != newPath) path = newPath;
         fd = openForAppending(path.c_str());
         if (fd < 0) return false;

@@ -18,7 +18,7 @@ std::atomic<unsigned long> rotationSize{0};
 
 std::atomic<std::int32_t> Log::_extensionLimits{4};
 
-// In this order: the logs below use those above, also while the process ends.
+// In this order: the later ones use the earlier ones, also during the destruction at exit.
 FileOutputStream _gStdOS(STDERR_FILENO);
 static Log _gDummyLog(nullptr);
 static RotationFileLog _gSysLog(&_gStdOS);
@@ -29,7 +29,7 @@ void reportFailure(const std::string& message) noexcept {
         const std::string line = message + Log::endOfLine;
         _gStdOS.write(line.data(), static_cast<int>(line.size()));
     } catch (...) {
-        // There is no further place to report to.
+        // It cannot be reported anywhere else.
     }
 }
 
@@ -115,7 +115,7 @@ void Log::write(const std::string& text) {
             if (stream != nullptr) stream->write(record.data(), static_cast<int>(record.size()));
         } catch (...) {
             writeFailed = true;
-            afterWrite();  // the locks go, whatever failed
+            afterWrite();  // releases the locks
             throw;
         }
         afterWrite();

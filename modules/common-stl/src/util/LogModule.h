@@ -1,4 +1,4 @@
-// What the log classes share among themselves.
+// Shared by the log classes.
 #ifndef QOR_UTIL_LOGMODULE_H
 #define QOR_UTIL_LOGMODULE_H
 
@@ -8,11 +8,10 @@
 
 namespace QOR_SPACE {
 
-// The standard error of the process. Logs write to it while they have no file, and report their own failures
-// there. Never closed.
+// Standard error. Logs write to it while they have no file, and report their failures there. Never closed.
 extern FileOutputStream _gStdOS;
 
-// Writes the message and a line feed to standard error. A failure there has nowhere to go and is ignored.
+// Writes the message and a line feed to standard error, ignoring a failure.
 void reportFailure(const std::string& message) noexcept;
 
 }  // namespace QOR_SPACE

@@ -22,7 +22,7 @@ namespace QOR_SPACE {
 namespace {
 
 constexpr unsigned long rotationSizeLimitKiB = 2097151;  // its bytes still fit 31 bits
-constexpr long nearThresholdBytes = 2048;                // this close to the threshold the file is closed
+constexpr long nearThresholdBytes = 2048;  // the file is closed after a record this close to the threshold
 constexpr const char* lockFolder = "/tmp/";
 constexpr const char* writeLockSuffix = ".lock";
 constexpr const char* rotateLockSuffix = ".rlock";
@@ -64,9 +64,9 @@ bool endsInsideLine(const std::string& path) {
     return last != '\n';
 }
 
-// Waits for the record lock. The kernel judges whole processes: two that each hold one lock in one thread and
-// wait for the other in a second thread look like a deadlock to it (EDEADLK, fcntl(2)), though both go on. On
-// any other failure the log works without the lock.
+// Waits for the record lock. The kernel looks for deadlocks between processes, not threads: if each of two
+// processes holds one lock in one thread and waits for the other lock in a second thread, it reports EDEADLK
+// (fcntl(2)), although both can continue. After any other failure the log works without the lock.
 void takeRecordLock(FileLock& lock) {
     while (lock.isValid() && lock.lock() != 0 && (errno == EINTR || errno == EDEADLK)) {
         if (errno == EDEADLK) {
@@ -76,8 +76,8 @@ void takeRecordLock(FileLock& lock) {
     }
 }
 
-// The mutex comes first and goes last: a thread that released the record lock of the process while another
-// was inside would let other processes in.
+// The mutex is taken first and released last: otherwise a thread would release the process's record lock
+// while another thread relies on it.
 void takePair(Mutex& mutex, FileLock& lock) QOR_NO_THREAD_SAFETY_ANALYSIS {
     mutex.lock();
     takeRecordLock(lock);
@@ -88,7 +88,7 @@ void releasePair(Mutex& mutex, FileLock& lock) QOR_NO_THREAD_SAFETY_ANALYSIS {
     mutex.unlock();
 }
 
-// Holds a pair for a block.
+// Holds a pair during its lifetime.
 class PairHold {
 public:
     PairHold(Mutex& toHold, FileLock& toLock) : mutex(toHold), lock(toLock) { takePair(mutex, lock); }
@@ -101,7 +101,7 @@ private:
     FileLock& lock;
 };
 
-// Lets go of a held pair for a block.
+// Releases a held pair during its lifetime.
 class PairPause {
 public:
     PairPause(Mutex& held, FileLock& locked) : mutex(held), lock(locked) { releasePair(mutex, lock); }
@@ -152,7 +152,7 @@ bool RotationFileLog::setPath(const char* newPath) {
     ensureLockFile(writeLockFile);
     ensureLockFile(rotateLockFile);
     if (!writeLock.isValid()) writeLock.setPath(writeLockFile, true);
-    // A shift in another thread may be using the lock at this moment; then the next record opens it.
+    // A rotation in another thread may be using the lock; then the next record opens it.
     if (!rotateLock.isValid() && rotateMutex.trylock() == 0) {
         rotateLock.setPath(rotateLockFile, true);
         rotateMutex.unlock();
@@ -204,8 +204,8 @@ int RotationFileLog::rotate(bool forced) {
     try {
         FileLog::close();
         if (!moveAside(forced)) {
-            // The file of a rotation before is still to be shifted. Another writer may come between, so what
-            // is due is judged anew; if P.0 is still there then, this file has to wait for the next record.
+            // P.0 of an earlier rotation has not been renamed yet. Another writer may rotate in the meantime,
+            // so the size is checked again. If P.0 still exists then, the next record tries again.
             {
                 PairPause pause(writeMutex, writeLock);
                 makerotate();
@@ -222,7 +222,7 @@ int RotationFileLog::rotate(bool forced) {
     }
 }
 
-// First stage: P becomes P.0 when due. False when P.0 is in the way.
+// First stage: renames P to P.0 if due. Returns false if P.0 exists.
 bool RotationFileLog::moveAside(bool forced) {
     if (!forced && File(path).length() <= thresholdBytes(rotationSizeKiB())) return true;
     return moveTo(path, path + movedAsideSuffix) || errno != EEXIST;
@@ -244,8 +244,8 @@ int RotationFileLog::makerotate() {
 }
 
 int RotationFileLog::renameFiles(std::string name) {
-    // The unbroken run from `name` on; it ends with the first name that no file has, or that stays the same
-    // because its file could not be removed.
+    // `name` and its successors up to the first name without a file, or to the last number, where the name
+    // stays the same.
     std::vector<std::string> chain;
     chain.push_back(std::move(name));
     bool unbroken = true;
@@ -294,7 +294,7 @@ void RotationFileLog::deleteBySize(unsigned long size) {
     const unsigned long sizeKiB = rotationSizeKiB();
     if (sizeKiB == 0) return;
     const std::string prefix = path + '.';
-    // A number of 0 is one past the largest: nothing lies beyond that.
+    // The number is 0 after an overflow.
     for (unsigned long number = size / sizeKiB + 1; number != 0; ++number) {
         const std::string name = prefix + std::to_string(number);
         if (!exists(name)) return;
@@ -305,7 +305,7 @@ void RotationFileLog::deleteBySize(unsigned long size) {
 void RotationFileLog::clear() {
     FileLog::close();
     const std::string logName = File(path).getName();
-    if (logName.empty()) return;  // every name begins with an empty one
+    if (logName.empty()) return;  // every name starts with ""
     const std::string folder = File(File(path).getAbsolutePath()).getParent();
     std::vector<std::string> names;
     File(folder).list(names);
