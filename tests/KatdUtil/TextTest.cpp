@@ -16,6 +16,8 @@ TEST(Text, Numbers) {
     EXPECT_EQ(Utils::toInt32("99999999999999999999"), INT32_MAX);
     EXPECT_EQ(Utils::toInt32("-2147483649"), INT32_MIN);
     EXPECT_EQ(Utils::toInt32(" \t+08|9"), 8);
+    char blank[] = " ";
+    EXPECT_STREQ(Utils::rtrim(blank), "");
     unsigned value = 77;
     EXPECT_FALSE(Utils::hex2ui("1f", &value));
     EXPECT_EQ(value, 77U);

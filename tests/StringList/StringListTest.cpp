@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cstring>
 #include <random>
 
 #include "StringList/StringList.h"
@@ -27,9 +28,12 @@ protected:
     // The items of the list: "7:a 8:b ".
     std::string items() const {
         std::string result;
-        for (int i = 0; i < list.count; ++i)
+        const char* next = list.buffer.get();
+        for (int i = 0; i < list.count; next += std::strlen(next) + 1, ++i) {
+            EXPECT_EQ(textAt(i), next);  // without gaps
             result +=
                 std::to_string(list.entries[static_cast<std::size_t>(i)].category) + ":" + textAt(i) + " ";
+        }
         return result;
     }
     // The items that a file of that text gives, "" if the load fails.

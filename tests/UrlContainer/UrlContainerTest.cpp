@@ -14,8 +14,8 @@ protected:
     Container() {
         katd_test::writeFile(
             urls, katd_test::listFile({"011|ads.example.com/a b", "012|example.com", "013|x%41.test"}));
-        katd_test::writeFile(
-            domains, katd_test::listFile({"021|ads.example.com", "022|example.com", "023|site.test"}));
+        katd_test::writeFile(domains, katd_test::listFile({"020|", "021|ads.example.com", "022|example.com",
+                                                           "023|site.test"}));
     }
     std::optional<std::uint32_t> categoryOf(std::string url) const {
         std::uint32_t category = 77;
@@ -41,6 +41,7 @@ TEST_F(Container, NormalisesTheUrlAndAsksBothLists) {
         {"sit%65.test/", none},
         {"shop.example.com", none},
         {"site.test:80/x", none},
+        {" \t", none},
         {"http://", none}};
     for (const auto& [url, category] : cases)
         EXPECT_EQ(categoryOf(url), category) << url;
@@ -56,6 +57,8 @@ TEST_F(Container, NormalisesTheUrlAndAsksBothLists) {
     EXPECT_EQ(container.checkSiteList(check), 23);
     EXPECT_EQ(container.checkUrlList(check), -1);
     EXPECT_STREQ(check, "site.test/A");
+    char decoded[] = "a/%00b";
+    EXPECT_EQ(KATD_SPACE::normalise(decoded, 6, decoded, true).length, 2U);
 }
 
 TEST_F(Container, OneListIsEnough) {

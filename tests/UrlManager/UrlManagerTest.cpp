@@ -38,7 +38,7 @@ protected:
 };
 
 TEST_F(Manager, FirstLoadMayBeTriedAgainAndLaterOnesTakeEffectWithoutFiles) {
-    const CapturedMessages messages;
+    CapturedMessages messages;
     const std::string both = "[" + missing + "] [" + missing + "]";
     EXPECT_FALSE(reload(missing));
     EXPECT_EQ(messages.texts().front(), "DBG In reloadUrlList, active_container is null, do load url ");
@@ -49,8 +49,11 @@ TEST_F(Manager, FirstLoadMayBeTriedAgainAndLaterOnesTakeEffectWithoutFiles) {
     EXPECT_TRUE(reload(missing));
     EXPECT_EQ(messages.texts().back(), "DBG fail to reload url pattern from " + both);
     EXPECT_EQ(lookUp(), std::nullopt);
+    messages.clear();
     EXPECT_TRUE(reload(newList));
     EXPECT_EQ(lookUp(), 2U);
+    EXPECT_EQ(messages.texts().back(), "DBG Url matched [host200.test]");
+    EXPECT_EQ(messages.texts().size(), 5U);  // no failure among them
 }
 
 // A look-up can be held where it reports its match.

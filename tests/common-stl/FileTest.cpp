@@ -10,6 +10,10 @@ TEST(File, AnswersAboutAndChangesFiles) {
     EXPECT_EQ("/", File("/a").getParent());
     EXPECT_EQ("", File("/").getParent());
     EXPECT_EQ("/d/x.log", File("/d/", "x.log").getPath());
+    for (const auto& [path, canonical] :
+         {std::pair("/a/./b//c", "/a/b/c"), std::pair("/a/b/c/../../d", "/a/d"), std::pair("/..", "/"),
+          std::pair("/./a/.", "/a/")})
+        EXPECT_EQ(canonical, File(path).getCanonicalPath());
     TempDir folder;
     EXPECT_TRUE(File(folder / "a/b/c").mkdirs());
     const File file(folder / "a/f");

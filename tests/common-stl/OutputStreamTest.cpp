@@ -46,4 +46,9 @@ TEST(BufferedOutputStream, CollectsUpToItsSize) {
     stream.close();
     EXPECT_EQ("abcde012345678", target.getString());
     EXPECT_THROW(stream.write('x'), IOException);
+    FileOutputStream full("/dev/full", 3);
+    BufferedOutputStream kept(full, 4);
+    kept.write("abc");
+    EXPECT_THROW(kept.flush(), IOException);
+    EXPECT_THROW(kept.flush(), IOException);  // the data is still there
 }

@@ -108,37 +108,35 @@ TEST_F(RotationTest, ShiftsTheUnbrokenRunWithinTheLimit) {
         EXPECT_EQ(0, log.reqRotation());
         EXPECT_EQ(0, log.reqRotation());  // the file is empty now
         EXPECT_EQ(c.after, rotated());
+        writeFile(folder / "other", "");
         log.clear();
         EXPECT_EQ("", rotated());
+        EXPECT_TRUE(File(folder / "other").exists());
     }
     ASSERT_TRUE(File(numbered(1) + "/inside").mkdirs());  // cannot be removed
     writeFile(path, "live");
-    EXPECT_EQ(-1, OpenRotationLog(path).reqRotation());
-    EXPECT_EQ("live", readFile(numbered(0)));
-}
-
-TEST_F(RotationTest, DeletesBySizeAndClears) {
     OpenRotationLog log(path);
-    for (const std::string& file : {numbered(1), numbered(2), numbered(3), numbered(5), folder / "other"})
-        writeFile(file, "x");
+    EXPECT_EQ(-1, log.reqRotation());
+    for (const int number : {2, 3, 5})
+        writeFile(numbered(number), "x");
     Log::setRotationSize(1024);
-    log.deleteBySize(1024);
-    EXPECT_EQ("1:x 5:x ", rotated());
-    log.clear();
-    EXPECT_EQ("", rotated());
-    EXPECT_TRUE(File(folder / "other").exists());
+    log.deleteBySize(2048);
+    EXPECT_EQ("0:live 1: 2:x 5:x ", rotated());
 }
 
 TEST_F(RotationTest, SharesLockFilesButNoFileThatIsLinkedThere) {
     using std::filesystem::perms;
-    const std::string victim = folder / "victim";
-    writeFile(victim, "secret");
-    std::filesystem::permissions(victim, perms::owner_read);
-    std::filesystem::create_symlink(victim, lockFiles[0]);
-    std::filesystem::create_hard_link(victim, lockFiles[1]);
+    const std::string victims[] = {folder / "victim", folder / "other"};
+    for (const std::string& victim : victims) {
+        writeFile(victim, "secret");
+        std::filesystem::permissions(victim, perms::owner_read);
+    }
+    std::filesystem::create_symlink(victims[0], lockFiles[0]);
+    std::filesystem::create_hard_link(victims[1], lockFiles[1]);
     const mode_t mask = umask(077);
     OpenRotationLog log(path);
-    EXPECT_EQ(perms::owner_read, std::filesystem::status(victim).permissions());
+    for (const std::string& victim : victims)
+        EXPECT_EQ(perms::owner_read, std::filesystem::status(victim).permissions());
     for (const char* text : {"creates them", "and again after their removal"}) {
         for (const std::string& file : lockFiles)
             unlink(file.c_str());
