@@ -169,9 +169,9 @@ public:
 
     // Closes the present file, then opens `lockPath` (its first 255 characters), creating it with mode 0600
     // less the umask; an empty path opens nothing. With `widenMode` the file gets mode 0666, so that all
-    // users share the lock. Symbolic links are not followed. A file to widen that is not regular or has a
-    // second name is not opened, so that nobody can use the lock to open up another file or to release this
-    // process's locks on it. Ask isValid() whether it worked.
+    // users share the lock; then a file that is a symbolic link, is not regular or has a second name is not
+    // opened, so that nobody can use the lock to open up another file or to release this process's locks on
+    // it. isValid() tells whether the file was opened.
     void setPath(const std::string& lockPath, bool widenMode);
     // Waits for the lock. Returns 0, or -1 on failure: no open file, interrupted by a signal, refused.
     int lock();

@@ -197,7 +197,7 @@ namespace {
 // Opens the lock file, creating it if it is missing. In a sticky folder the kernel refuses O_CREAT on a file
 // of another user (proc(5), fs.protected_regular), so an existing file is opened without it.
 int openLockFile(const char* path) {
-    const int flags = O_RDWR | O_NOFOLLOW | O_CLOEXEC;
+    const int flags = O_RDWR | O_CLOEXEC;
     const int existing = ::open(path, flags);
     return existing >= 0 ? existing : ::open(path, flags | O_CREAT, 0600);
 }
@@ -214,7 +214,7 @@ bool isPlainLockFile(int fd) {
 // release the record locks that this process holds on the file, for example on its pid file if somebody has
 // linked that one here.
 int openSharedLockFile(const char* path) {
-    int fd = ::open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    int fd = ::open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd < 0 && errno == EEXIST) {
         const int examined = ::open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC);
         if (examined >= 0 && isPlainLockFile(examined)) {
