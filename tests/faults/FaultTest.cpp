@@ -45,24 +45,23 @@ const Table& table() {
         std::istringstream file(readFile(FAULT_TABLE));
         for (std::string line; std::getline(file, line);) {
             std::istringstream words(line);
-            std::string kind, name, text;
+            std::string kind, errors, text;
+            int status = 0;
+            Fault fault{"", 0, "", ""};
             words >> kind;
-            if (kind == "end") {
-                int status = 0;
-                words >> status >> std::quoted(text);
-                read.endings.push_back({status, text});
-            } else if (kind == "message") {
-                words >> std::quoted(text);
-                read.messages.push_back(text);
-            } else if (kind == "fault") {
-                Fault fault{"", 0, "", ""};
-                words >> fault.call >> name >> fault.reported >> std::quoted(fault.text);
-                while (name != nameOf(fault.error))
-                    ++fault.error;
+            if (kind == "end") words >> status;
+            if (kind == "fault") words >> fault.call >> fault.reported >> errors >> std::quoted(fault.text);
 #ifndef FAULT_MALLOC
-                if (fault.call == "malloc") continue;
+            if (fault.call == "malloc") continue;
 #endif
-                read.faults.push_back(fault);
+            std::istringstream names(errors);
+            for (std::string name; std::getline(names, name, ','); read.faults.push_back(fault)) {
+                for (fault.error = 0; name != nameOf(fault.error);)
+                    ++fault.error;
+            }
+            while (words >> std::quoted(text)) {
+                if (kind == "end") read.endings.push_back({status, text});
+                if (kind == "message") read.messages.push_back(text);
             }
         }
         return read;
