@@ -100,7 +100,7 @@ private:
             if (numberAt(body, 10) <= 3) level = numberAt(body, 10);
         } else if (startsWith(body, "timeout=") && length >= 16) {
             retries = numberAt(body, 8) % 8;
-            interval = numberAt(body, 12) == 0 ? 1 : numberAt(body, 12);
+            interval = 1 + numberAt(body, 12) % 2;
             setNumberAt(bytes, at + 8, retries);
             setNumberAt(bytes, at + 12, interval);
         } else if (startsWith(body, "save_cache")) {
