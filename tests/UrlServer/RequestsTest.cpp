@@ -95,7 +95,7 @@ TEST_F(Requests, RepliesToWhatIsAlreadyThereGoOutTogetherButNeverWait) {
         {listed + listed + listed, {hit + hit + hit}},
         {listed + asked + listed, {hit, reply({7}) + hit}},
         {listed + request("ctl:urls_stat") + listed, {hit, reply({}, 0) + hit}},
-        {listed + listed + number(9) + "url0", {hit + hit}},
+        {listed + listed + number(8) + "url0", {hit + hit}},
         {many, {allOfMany.substr(0, 1781), allOfMany.substr(1781)}},
         {listed + number(0), {hit}},
         {listed + request("url") + listed, {hit}},

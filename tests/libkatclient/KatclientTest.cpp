@@ -226,7 +226,7 @@ TEST_F(KatclientTest, WithoutADaemonTheRestIsNotWaitedFor) {
 
 TEST_F(KatclientTest, CProgramsLinkBothLibraries) {
     FakeDaemon daemon(socket, lastByte);
-    for (const std::string program : {ASK_SHARED, ASK_STATIC}) {
+    for (const std::string program : {ASK_SHARED_BINARY, ASK_STATIC_BINARY}) {
         EXPECT_EQ(
             0, std::system((program + " " + socket + " a.example ''>" + dir / "out; test $? = 5").c_str()));
         EXPECT_EQ("version " KATCLIENT_VERSION
