@@ -7,10 +7,8 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <pthread.h>
-#include <sys/socket.h>
 #include <sys/time.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -110,15 +108,5 @@ int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, co
     const double shown = static_cast<double>(until->tv_sec) + static_cast<double>(until->tv_nsec) / 1e9;
     const timespec realUntil = toTimespec(start + (shown - start) / limitFactor);
     return real(condition, mutex, &realUntil);
-}
-// With FAST_CLOCK_FAIL_ACCEPT, accept fails as long as the file of that name exists.
-int accept4(int socket, sockaddr* address, socklen_t* length, int flags) {
-    static auto* const real = next<int(int, sockaddr*, socklen_t*, int)>("accept4");
-    const int connection = real(socket, address, length, flags);
-    const char* file = getenv("FAST_CLOCK_FAIL_ACCEPT");
-    if (connection < 0 || file == nullptr || access(file, F_OK) != 0) return connection;
-    close(connection);
-    errno = EPROTO;
-    return -1;
 }
 }
