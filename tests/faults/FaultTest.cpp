@@ -75,21 +75,8 @@ bool reportsFailure(const std::string& output) {
                        [&](const std::string& message) { return contains(output, message); });
 }
 
-// A cache file of the engine that knows one URL.
-const std::string& oldCache() {
-    static const std::string text = [] {
-        const TempDir dir;
-        writeFile(dir / "rules", "url old.example 7\n");
-        setenv("ASAPSDK_RULES", (dir / "rules").c_str(), 1);
-        void* engine = CSDKMain_Create("WebSecCacheMaxEntries=10");
-        CSDKUrlCat_Close(CSDKMain_ClassifyUrl(engine, "old.example"));
-        EXPECT_EQ(0, CSDKMain_SaveWebSecCache(engine, (dir / "cache").c_str()));
-        CSDKMain_Close(engine);
-        unsetenv("ASAPSDK_RULES");
-        return readFile(dir / "cache");
-    }();
-    return text;
-}
+// A cache file of the stand-in engine.
+constexpr char oldCache[] = "asapsdk-cache 1 1 474048131f48982b\n7 old.example\n";
 
 // One katd with one call that fails, from its start through a bit of everything to its end.
 class FaultyRun {
@@ -109,7 +96,7 @@ public:
             "host forum.example 5,44\nhost new.example unknown then 9\nhost dead.example final\n"
             "host www.example.com 1\n");
         std::filesystem::remove(home_ / "log");  // katd creates it
-        writeFile(home_ / "data/cache", oldCache());
+        writeFile(home_ / "data/cache", oldCache);
         faults_.arm(number, number);
         // For lack of memory katd may find no network: then it waits before it reports that.
         Daemon katd(
