@@ -100,13 +100,13 @@ root@dpkg-query -W katd && cat /etc/katd/katd.ini | xargs -d '\n'@$version+1
 root@cat /etc/katd/katd.ini@of the administrator
 asker@katc http://www.harbour-gazette.example/@known	12
 root@katd-update@!
-root@seq -f h%g.example 99 > /hosts && echo 'FETCH="cp /hosts ." DOMAINS=12=hosts' > /etc/default/katd-update@
-root@umask 077 && katd-update@domains.list: 99 items, 99 added
-asker@katc h99.example@known	12
+root@seq -f h%g.example 300 > /hosts && echo 'FETCH="cp /hosts ." DOMAINS=12=hosts' > /etc/default/katd-update@
+root@umask 077 && katd-update@domains.list: 300 items, 300 added
+asker@katc h300.example@known	12
 root@echo h1.example > /hosts && katd-update@!
-asker@katc h99.example@known	12
-root@katd-update --force@domains.list: 1 items, 0 added, 98 removed
-asker@katc h99.example@unknown
+asker@katc h300.example@known	12
+root@katd-update --force@domains.list: 1 items, 0 added, 299 removed
+asker@katc h300.example@unknown
 END
     stop_katd
 
