@@ -11,7 +11,7 @@ usage() {
 Usage: ./run.sh [--once [--built FOLDER]]
 
 Builds katd and katc, makes a home directory for katd below build/, starts katd with the stand-in engine, asks the
-questions of demo/questions, and serves until Ctrl-C.
+questions of demo/questions, and serves until Ctrl-C, with katd-http beside it for a browser.
 
   --once          ask the URLs of README.md too and end: status 0 if each answer was as expected, else 1
   --built FOLDER  use the programs of this build folder; katd's home is made there
@@ -109,11 +109,23 @@ if [[ -n $once ]]; then
     end_of_test
 fi
 
+# katd-http is left out where its libraries are missing.
+address=
+if [[ -x $folder/gateway/katd-http ]]; then
+    KATD_DIR=$home "$folder/gateway/katd-http" > "$home/http.output" 2>&1 < /dev/null 9>&- &
+    at_exit kill "$!"
+    http_is_listening() { grep -q '^katd-http: listening' "$home/http.output"; }
+    wait_until 5 http_is_listening || true
+    address=$(sed -n 's/^katd-http: listening on //p' "$home/http.output")
+    [[ -n $address ]] || problem "katd-http does not serve: $(< "$home/http.output")"
+fi
+
 say "Serving until Ctrl-C. From another terminal:"
 cat << END
 KATD_DIR=$PWD/$home $PWD/$folder/client/katc www.harbour-gazette.example
 The engine answers from $home/rules, the log is $home/log/katd.log.
 END
+[[ -z $address ]] || echo "In a browser: $address"
 status=0
 wait "$katd_pid" || status=$?
 katd_pid=

@@ -133,8 +133,9 @@ make_home() {
     for folder in conf lists; do mkdir -m 0755 "$home/$folder"; done
     for folder in run log data; do mkdir -m 0750 "$home/$folder"; done
     sed "s#log/katd\.log#log/${2:-katd.log}#" "$source_tree/demo/conf/katd.ini" > "$home/conf/katd.ini"
+    sed "s#log/katd\.log#log/${2:-katd.log}#" "$source_tree/demo/conf/katd-http.ini" > "$home/conf/katd-http.ini"
     cp "$source_tree"/demo/lists/*.list "$home/lists"
-    cp "$source_tree/demo/rules" "$home"
+    cp "$source_tree"/demo/{rules,categories} "$home"
 }
 
 katd_answers_or_ended() {

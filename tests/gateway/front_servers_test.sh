@@ -5,7 +5,7 @@
 # usage: front_servers_test.sh KATD KATC KATD_HTTP
 set -euo pipefail
 # shellcheck source=scripts/lib.sh
-source "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
+. "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
 
 need_root "$@"
 [[ ${KATD_TEST_NAMESPACE:-} == yes ]] || KATD_TEST_NAMESPACE=yes exec unshare --net -- "$0" "$@"
@@ -16,9 +16,6 @@ katd_http=$3
 make_scratch
 home=$scratch/home
 make_home "$home" "front-servers-$$.log"
-cp "$source_tree/demo/conf/katd-http.ini" "$home/conf"
-cp "$source_tree/demo/categories" "$home"
-sed -i "s#log/katd\.log#log/front-servers-$$.log#" "$home/conf/katd-http.ini"
 chmod 755 "$scratch"
 
 # start NAME PORT COMMAND...: in the background, until something listens on the port.
