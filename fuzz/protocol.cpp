@@ -13,6 +13,7 @@
 #include <fstream>
 
 #include "ProtocolModel.h"
+#include "UrlServer/Globals.h"
 #include "UrlServer/UrlServer.h"
 #include "UrlServer/UrlServerInstance.h"
 

@@ -1,11 +1,11 @@
 #include "UrlServer/AvailabilityReporter.h"
 
-#include <errno.h>
 #include <semaphore.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
+#include <ctime>
 
 #include "KatdUtil/DetachedThread.h"
 #include "KatdUtil/Utils.h"
@@ -27,8 +27,8 @@ constexpr int reporterLeadMs =
 // time. Whoever claims the event first passes it.
 class AvailabilityReporter {
 public:
-    AvailabilityReporter(const char* event, bool isNetwork, const EngineFailure* failure)
-        : event_(event), isNetwork_(isNetwork), failure_(failure) {
+    AvailabilityReporter(const char* eventWord, bool ofNetwork, const EngineFailure* engineFailure)
+        : event(eventWord), isNetwork(ofNetwork), failure(engineFailure) {
         sem_init(&reported, 0, 0);
     }
     AvailabilityReporter(const AvailabilityReporter&) = delete;
@@ -46,10 +46,10 @@ public:
 
 private:
     void report() {
-        if (isNetwork_) sayUnreachable();
+        if (isNetwork) sayUnreachable();
         Utils::sleepn(endDelaySec);
-        if (!isNetwork_) ERR_MSG("Cannot get correct dns, katd returned.");
-        Utils::writeSysLog(event_, claimOrStop);
+        if (!isNetwork) ERR_MSG("Cannot get correct dns, katd returned.");
+        Utils::writeSysLog(event, claimOrStop);
     }
 
     void watch() {
@@ -59,7 +59,7 @@ private:
         for (int waitedMs = 0; waitedMs < reporterLeadMs && !isClaimed.load(); waitedMs += 10)
             nanosleep(&step, nullptr);
         if (claim()) {
-            Utils::writeSysLog(event_);
+            Utils::writeSysLog(event);
             endWithin(1, endGraceMs);  // the last chance of the messages
         }
         while (sem_wait(&reported) != 0 && errno == EINTR) {
@@ -67,11 +67,11 @@ private:
     }
 
     void sayUnreachable() const {
-        if (failure_ != nullptr) {
+        if (failure != nullptr) {
             ERR_MSG(
                 "ASAPSDK::CSDKMain_classify_url Failed: Type=%d, Code=%d, Desc=%s,check Net Status Fail, "
                 "katd exits !",
-                failure_->type, failure_->code, failure_->description);
+                failure->type, failure->code, failure->description);
         } else {
             ERR_MSG("Check Net Status Fail, katd exits !");
         }
@@ -99,9 +99,9 @@ private:
     static inline std::atomic<bool> isClaimed{false};
     static inline sem_t reported;
 
-    const char* const event_;
-    const bool isNetwork_;
-    const EngineFailure* const failure_;
+    const char* const event;
+    const bool isNetwork;
+    const EngineFailure* const failure;
 };
 
 }  // namespace

@@ -1,18 +1,19 @@
 // The engine's cache of learnt categories: loaded at start-up, saved periodically and on request.
-#include <errno.h>
 #include <fcntl.h>
-#include <stdio.h>
-#include <string.h>
-#include <time.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
 #include <new>
 #include <string>
 
 #include "KatdUtil/DetachedThread.h"
 #include "KatdUtil/Utils.h"
 #include "UrlServer/Engine.h"
+#include "UrlServer/Globals.h"
 #include "UrlServer/UrlServer.h"
 #include "io/File.h"
 
@@ -22,9 +23,9 @@ namespace {
 
 constexpr const char* logModule = "UrlServer";
 
-// Whether the file's bytes are on the disk. Without this a power failure after the rename could leave an
-// empty cache where a whole one stood. A file that is not there is the rename's business.
-bool isSynced(const char* path) {
+// Writes the file to the disk. Otherwise a power failure after the rename could leave an empty cache in place
+// of a complete one. A missing file is left to the rename to report.
+bool syncFile(const char* path) {
     const int fd = open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return errno == ENOENT;
     const bool synced = fsync(fd) == 0;
@@ -40,9 +41,9 @@ void sleepSeconds(unsigned seconds) {
     Utils::sleepn(static_cast<int>(seconds));
 }
 
-// The clock that checkTime() reads shows each minute from its first second on: polls made then miss none.
+// A poll at the start of each minute misses none.
 void sleepUntilNextMinute() {
-    Utils::sleepn(static_cast<int>(60 - time(nullptr) % 60));
+    Utils::sleepn(static_cast<int>(60 - std::time(nullptr) % 60));
 }
 
 void saveReported(const char* path) {
@@ -50,7 +51,7 @@ void saveReported(const char* path) {
     try {
         saved = UrlServer::saveCache(path);
     } catch (const std::bad_alloc&) {
-        // Told below as a failed save; the next one may find memory.
+        // Reported below as a failed save; the next one may find memory.
     }
     if (saved) {
         INFO_MSG("Save cache to [%s] OK.", path);
@@ -77,7 +78,7 @@ void UrlServer::loadCache() {
         DBG_MSG("cache file [%s] does not a file", path);
         return;
     }
-    const time_t start = time(nullptr);
+    const std::time_t start = std::time(nullptr);
     INFO_MSG("load cache file [%s]", path);
     if (Engine::loadCache(sdkMain, path)) {
         INFO_MSG("Load cache from [%s] OK.", path);
@@ -86,7 +87,7 @@ void UrlServer::loadCache() {
         INFO_MSG("ASAPSDK::CSDKMain_LoadWebSecCache Failed : Type=%d, Code=%d, Desc=%s\n", failure.type,
                  failure.code, failure.description);
     }
-    INFO_MSG("[%d] seconds spent to load cache", static_cast<int>(time(nullptr) - start));
+    INFO_MSG("[%d] seconds spent to load cache", static_cast<int>(std::time(nullptr) - start));
 }
 
 bool UrlServer::saveCache(const char* path) {
@@ -105,7 +106,7 @@ bool UrlServer::saveCache(const char* path) {
         return false;
     }
     const std::string temporary = std::string(path) + ".tmp";
-    remove(temporary.c_str());  // also a link or a pipe that somebody left there
+    std::remove(temporary.c_str());  // also if it is a link or a pipe
     INFO_MSG("save cache ...");
     {
         EngineUse engine(urlSvr->sdkMain, urlSvr->engineUses);
@@ -118,7 +119,7 @@ bool UrlServer::saveCache(const char* path) {
         }
     }
     INFO_MSG("save cache to [%s] successfully.\n", temporary.c_str());
-    if (!isSynced(temporary.c_str()) || rename(temporary.c_str(), path) != 0) {
+    if (!syncFile(temporary.c_str()) || std::rename(temporary.c_str(), path) != 0) {
         ERR_MSG("fail to rename from [%s], to[%s]", temporary.c_str(), path);
         return false;
     }
@@ -129,7 +130,7 @@ void UrlServer::startCacheMonitor() {
     if (!valid || sdkMain == nullptr) return;
     const int error = startDetachedThread(cacheMonitor, nullptr);
     if (error != 0) {
-        ERR_MSG("Error: Fail to create url server instance thread, [%d][%s].", error, strerror(errno));
+        ERR_MSG("Error: Fail to create url server instance thread, [%d][%s].", error, std::strerror(errno));
     }
 }
 

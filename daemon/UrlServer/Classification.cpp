@@ -1,13 +1,13 @@
-// From a URL to its categories: the local lists first, the engine second.
-#include <errno.h>
-#include <stdlib.h>
-#include <string.h>
-#include <time.h>
+#include "UrlServer/Classification.h"
+
+#include <cstdint>
+#include <cstdlib>
 
 #include "KatdUtil/Utils.h"
+#include "UrlServer/ConnectionBuffer.h"
 #include "UrlServer/Engine.h"
+#include "UrlServer/Globals.h"
 #include "UrlServer/UrlServer.h"
-#include "UrlServer/UrlServerInstance.h"
 #include "UrlServer/Watchdog.h"
 
 namespace KATD_SPACE {
@@ -20,8 +20,8 @@ constexpr std::uint32_t notListed = 0xFFFFFFFF;
 
 enum class Answer { CATEGORIES, FINAL_UNKNOWN, UNKNOWN, FAILED, CLOSED };
 
-// One engine call; the answer's handle is released when this returns. stored: number of category bytes.
-Answer askEngine(const char* url, int limitSec, unsigned char* categories, unsigned size, unsigned* stored) {
+// One call of the engine. *stored: the number of category bytes.
+Answer callEngine(const char* url, int limitSec, unsigned char* categories, unsigned size, unsigned* stored) {
     *stored = 0;
     EngineUse engine(urlSvr->sdkMain, urlSvr->engineUses);
     if (engine.handle() == nullptr) return Answer::CLOSED;  // the server is being torn down
@@ -42,56 +42,31 @@ Answer askEngine(const char* url, int limitSec, unsigned char* categories, unsig
 
 }  // namespace
 
-UrlServerInstance::Listed UrlServerInstance::lookUpLists(const char* url, unsigned char* category) {
-    const std::size_t length = strlen(url);
-    // The look-up writes the normalised URL there.
-    char* const room = lookUpRoom(length + 1);
-    char* const text = room != nullptr ? room : static_cast<char*>(malloc(length + 1));
+Listed lookUpLists(const char* url, unsigned length, char* workspace, unsigned char* category) {
+    char* const text =
+        workspace != nullptr ? workspace : static_cast<char*>(std::malloc(length + std::size_t{1}));
     if (text == nullptr) {
         ERR_MSG("In %s, fail to do strdup", "scanOneUrl");
         return Listed::NO_MEMORY;
     }
     std::uint32_t number = notListed;
     const bool answered = urlSvr->urlManager.getUrlCategory(url, length, text, &number);
-    if (text != room) free(text);
+    if (text != workspace) std::free(text);
     if (!answered || number == notListed) return Listed::NO;
     *category = static_cast<unsigned char>(number & 0xFF);
     return Listed::YES;
 }
 
-unsigned UrlServerInstance::scanOneUrl(const char* url, unsigned char* categories, unsigned size,
-                                       bool withRetry, bool* matched) {
-    return UrlServerInstance(-1).classify(url, categories, size, withRetry, matched);
-}
-
-unsigned UrlServerInstance::classify(const char* url, unsigned char* categories, unsigned size,
-                                     bool withRetry, bool* matched) {
-    bool unasked = false;
-    bool& definitive = matched != nullptr ? *matched : unasked;
-    definitive = false;
-    if (urlSvr == nullptr || urlSvr->sdkMain == nullptr || categories == nullptr || size == 0) return 0;
-
-    if (urlSvr->urlManager.ready) {
-        switch (lookUpLists(url, categories)) {
-            case Listed::YES:
-                definitive = true;
-                return 1;
-            case Listed::NO_MEMORY:
-                return 0;
-            case Listed::NO:
-                break;
-        }
-    }
-
-    if (!stream.send()) return 0;
+unsigned askEngine(const char* url, unsigned char* categories, unsigned size, bool withRetry, bool* matched,
+                   const ConnectionBuffer& client) {
     unsigned retryTimes = 0;
     unsigned retryInterval = 0;
     if (withRetry) ops.conf.getQueryTimeout(&retryTimes, &retryInterval);
     const int limitSec = ops.conf.getCTEngineTimeout();
-    // Wider than retryTimes, which may be the largest of its kind.
+    // Wider than retryTimes, which may be the largest of its type.
     for (std::uint64_t tries = 0;;) {
         unsigned stored = 0;
-        const Answer answer = askEngine(url, limitSec, categories, size, &stored);
+        const Answer answer = callEngine(url, limitSec, categories, size, &stored);
         if (answer == Answer::CLOSED) return 0;
         if (answer == Answer::FAILED) {
             urlSvr->addUrlNumber(false);
@@ -99,25 +74,23 @@ unsigned UrlServerInstance::classify(const char* url, unsigned char* categories,
         }
         if (tries == 0) urlSvr->addUrlNumber(answer != Answer::UNKNOWN);
         const int shownTries = static_cast<int>(tries);
-        switch (answer) {
-            case Answer::CATEGORIES:
-                DBG_MSG("Get url category for [%s]", url);
-                definitive = true;
-                if (withRetry) DBG_MSG("Query [%s] categories OK, retry times [%d]", url, shownTries);
-                return stored;
-            case Answer::FINAL_UNKNOWN:
-                definitive = true;
-                if (withRetry) DBG_MSG("Query [%s] categories OK, retry times [%d]", url, shownTries);
-                DBG_MSG("DataCenter returns Unknown for [%s]", url);
-                return 0;
-            default:
-                break;
+        if (answer == Answer::CATEGORIES) {
+            DBG_MSG("Get url category for [%s]", url);
+            *matched = true;
+            if (withRetry) DBG_MSG("Query [%s] categories OK, retry times [%d]", url, shownTries);
+            return stored;
+        }
+        if (answer == Answer::FINAL_UNKNOWN) {
+            *matched = true;
+            if (withRetry) DBG_MSG("Query [%s] categories OK, retry times [%d]", url, shownTries);
+            DBG_MSG("DataCenter returns Unknown for [%s]", url);
+            return 0;
         }
         if (retryTimes == 0) {
             DBG_MSG("DataCenter returns Unknown for [%s]", url);
             return 0;
         }
-        if (stream.waitForHangUp(retryInterval)) return 0;
+        if (client.waitForHangUp(retryInterval)) return 0;
         ++tries;
         if (tries > retryTimes) {
             DBG_MSG("query [%s] time out", url);

@@ -1,10 +1,10 @@
 #include "UrlServer/ConnectionBuffer.h"
 
 #include <poll.h>
-#include <string.h>
-#include <time.h>
 
 #include <climits>
+#include <cstring>
+#include <ctime>
 
 #include "KatdUtil/Utils.h"
 
@@ -24,51 +24,50 @@ std::int64_t nowMs() {
 
 unsigned ConnectionBuffer::readn(void* to, unsigned n) {
     char* const target = static_cast<char*>(to);
-    unsigned held = inputEnd_ - inputStart_;
-    if (held < n && n <= inputSize && readsAhead_) {
-        memmove(input_, input_ + inputStart_, held);
-        inputStart_ = 0;
-        inputEnd_ = held = Utils::readAtLeast(socket_, input_, held, n, inputSize);
+    unsigned held = inputEnd - inputStart;
+    if (held < n && n <= inputSize && readsAhead) {
+        std::memmove(input, input + inputStart, held);
+        inputStart = 0;
+        inputEnd = held = Utils::readAtLeast(socket, input, held, n, inputSize);
     }
     const unsigned taken = held < n ? held : n;
-    memcpy(target, input_ + inputStart_, taken);
-    inputStart_ += taken;
-    if (taken == n || (readsAhead_ && n <= inputSize)) return taken;
-    return Utils::readAtLeast(socket_, target, taken, n, n);
+    std::memcpy(target, input + inputStart, taken);
+    inputStart += taken;
+    if (taken == n || (readsAhead && n <= inputSize)) return taken;
+    return Utils::readAtLeast(socket, target, taken, n, n);
 }
 
 bool ConnectionBuffer::reply(const ReplyHeader& header, const unsigned char* categories) {
-    if (broken_) return false;
-    memcpy(output_ + outputEnd_, &header, sizeof(header));
-    memcpy(output_ + outputEnd_ + sizeof(header), categories, header.length);
-    outputEnd_ += static_cast<unsigned>(sizeof(header)) + header.length;
-    if (outputEnd_ + largestReply <= outputSize && holdsWholeQuery()) return true;
+    if (broken) return false;
+    std::memcpy(output + outputEnd, &header, sizeof(header));
+    std::memcpy(output + outputEnd + sizeof(header), categories, header.length);
+    outputEnd += static_cast<unsigned>(sizeof(header)) + header.length;
+    if (outputEnd + largestReply <= outputSize && holdsWholeQuery()) return true;
     return send();
 }
 
-// Anything but a query, whole, in a well-formed message, waits or is refused: the replies before it go out
-// first.
+// Anything but a complete query waits or is refused: the replies before it are sent first.
 bool ConnectionBuffer::holdsWholeQuery() const {
-    const unsigned held = inputEnd_ - inputStart_;
-    const char* const request = input_ + inputStart_;
+    const unsigned held = inputEnd - inputStart;
+    const char* const request = input + inputStart;
     std::int32_t length = 0;
     if (held < sizeof(length) + prefixLength) return false;
-    memcpy(&length, request, sizeof(length));
+    std::memcpy(&length, request, sizeof(length));
     const char* const prefix = request + sizeof(length);
     return length > static_cast<std::int32_t>(prefixLength) &&
            static_cast<std::uint32_t>(length) <= held - sizeof(length) &&
-           (memcmp(prefix, prefixQuery, prefixLength) == 0 ||
-            memcmp(prefix, prefixRetriedQuery, prefixLength) == 0);
+           (std::memcmp(prefix, prefixQuery, prefixLength) == 0 ||
+            std::memcmp(prefix, prefixRetriedQuery, prefixLength) == 0);
 }
 
 bool ConnectionBuffer::send() {
-    const unsigned size = outputEnd_;
-    outputEnd_ = 0;
+    const unsigned size = outputEnd;
+    outputEnd = 0;
     unsigned out = 0;
-    if (broken_) return false;
-    if (size == 0 || Utils::writen(socket_, output_, size, &out) == size) return true;
+    if (broken) return false;
+    if (size == 0 || Utils::writen(socket, output, size, &out) == size) return true;
     reportUnsent(out);
-    broken_ = true;
+    broken = true;
     return false;
 }
 
@@ -76,7 +75,7 @@ bool ConnectionBuffer::waitForHangUp(std::uint32_t milliseconds) const {
     const std::int64_t endMs = nowMs() + milliseconds;
     std::int64_t leftMs = milliseconds;
     do {
-        pollfd peer{socket_, 0, 0};  // a hang-up is always reported
+        pollfd peer{socket, 0, 0};  // a hang-up is always reported
         if (poll(&peer, 1, leftMs < INT_MAX ? static_cast<int>(leftMs) : INT_MAX) > 0) return true;
         leftMs = endMs - nowMs();  // something is left after a signal, or of a long pause
     } while (leftMs > 0);
@@ -84,9 +83,9 @@ bool ConnectionBuffer::waitForHangUp(std::uint32_t milliseconds) const {
 }
 
 void ConnectionBuffer::reportUnsent(unsigned out) const {
-    for (const char* next = output_;;) {
+    for (const char* next = output;;) {
         ReplyHeader header;
-        memcpy(&header, next, sizeof(header));
+        std::memcpy(&header, next, sizeof(header));
         if (out < sizeof(header)) {
             ERR_MSG("fail to send the url query result to katc, ret[%d]", 0);
             return;

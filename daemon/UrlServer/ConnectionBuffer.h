@@ -1,5 +1,5 @@
-#ifndef KATD_URLSERVER_CONNECTIONBUFFER_H
-#define KATD_URLSERVER_CONNECTIONBUFFER_H
+#ifndef KATD_CONNECTIONBUFFER_H
+#define KATD_CONNECTIONBUFFER_H
 
 #include <cstdint>
 
@@ -7,32 +7,31 @@
 
 namespace KATD_SPACE {
 
-// What of a connection's bytes lies between the kernel and the requests: bytes read ahead, and replies
-// gathered to go out together. For the connection's thread. Does not own the socket. Nothing throws.
+// The buffers of a connection: bytes read ahead, and replies that are to go out together. For the
+// connection's thread. Does not own the socket. Nothing throws.
 //
 // A list hit costs two system calls, one read and one write, instead of four: a server that makes these alone
 // answers 1.5 times as much on one connection. With 16 requests sent ahead katd answers 9.7 times what it
 // does one by one (bench.sh wire).
 class ConnectionBuffer {
 public:
-    explicit ConnectionBuffer(int socket) : socket_(socket) {}
+    explicit ConnectionBuffer(int descriptor) : socket(descriptor) {}
     ConnectionBuffer(const ConnectionBuffer&) = delete;
     ConnectionBuffer& operator=(const ConnectionBuffer&) = delete;
 
-    // From now on more is read than asked for, where the kernel has it, and replies may be held back.
-    void readAhead() { readsAhead_ = true; }
+    // From now on as much is read as the kernel has, and replies may be held back.
+    void readAhead() { readsAhead = true; }
 
     // As Utils::readn, with the same messages.
     unsigned readn(void* to, unsigned n);
 
-    // Takes a reply. It is held back while the next request is a query that has been read ahead as a whole,
-    // and the replies have room; otherwise all that were taken are sent. True unless sending failed, now or
-    // before.
+    // Takes a reply. It is held back while the next request is a query that has been read ahead completely
+    // and the buffer has space; otherwise all replies are sent. True unless sending failed, now or before.
     bool reply(const ReplyHeader& header, const unsigned char* categories);
 
-    // Sends the replies that are held back; true when there are none, or all went out. A failure is reported
-    // once, for the reply that was cut off. To be called before anything that may wait, except readn and
-    // control requests: reply() has left nothing behind then.
+    // Sends the replies that are held back; true if all were sent. A failure is reported once, for the reply
+    // that was cut off. Call it before anything that may wait, except readn and control requests, before
+    // which reply() has sent everything.
     bool send();
 
     // Waits that long. Returns true, early, if the client has closed the connection. One that has only shut
@@ -47,14 +46,14 @@ private:
     static constexpr unsigned outputSize = 2048;  // bound of what is held back
     static constexpr unsigned largestReply = sizeof(ReplyHeader) + maxCategories;
 
-    const int socket_;
-    bool readsAhead_ = false;
-    bool broken_ = false;      // sending has failed
-    unsigned inputStart_ = 0;  // bytes [inputStart_, inputEnd_) of input_ are read and not yet taken
-    unsigned inputEnd_ = 0;
-    unsigned outputEnd_ = 0;  // bytes of output_ that wait to be sent: whole replies
-    char output_[outputSize];
-    char input_[inputSize];
+    const int socket;
+    bool readsAhead = false;
+    bool broken = false;      // sending has failed
+    unsigned inputStart = 0;  // bytes [inputStart, inputEnd) of input are read and not yet taken
+    unsigned inputEnd = 0;
+    unsigned outputEnd = 0;  // bytes of output that wait to be sent: whole replies
+    char output[outputSize];
+    char input[inputSize];
 };
 
 }  // namespace KATD_SPACE

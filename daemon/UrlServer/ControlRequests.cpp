@@ -1,12 +1,13 @@
-// What a client may change while the daemon runs.
-#include <string.h>
+#include "UrlServer/ControlRequests.h"
 
+#include <cstdint>
+#include <cstring>
 #include <new>
 
 #include "KatdUtil/Utils.h"
+#include "UrlServer/Globals.h"
 #include "UrlServer/Protocol.h"
 #include "UrlServer/UrlServer.h"
-#include "UrlServer/UrlServerInstance.h"
 
 namespace KATD_SPACE {
 
@@ -14,22 +15,19 @@ namespace {
 
 constexpr const char* logModule = "UrlServer";
 
-// Long enough for any keyword with its operands.
-constexpr unsigned complete = 0xFFFFFFFF;
-
 std::uint32_t operandAt(const char* position) {
     std::uint32_t value;
-    memcpy(&value, position, sizeof(value));
+    std::memcpy(&value, position, sizeof(value));
     return value;
 }
 
 // Whether body begins with the keyword.
 template <unsigned N>
 bool isRequest(const char* body, const char (&keyword)[N]) {
-    return strncmp(body, keyword, N - 1) == 0;
+    return std::strncmp(body, keyword, N - 1) == 0;
 }
 
-// The same for a keyword whose operands follow, all of them received.
+// The same, and all operands have been received.
 template <unsigned N>
 bool isRequest(const char* body, const char (&keyword)[N], unsigned length, unsigned operands) {
     return isRequest(body, keyword) && length >= N - 1 + operands * sizeof(std::uint32_t);
@@ -59,11 +57,11 @@ void saveCacheNow() {
     try {
         UrlServer::saveCache(path);
     } catch (const std::bad_alloc&) {
-        // A save that failed, like any other; the request gets its reply.
+        // A failed save; the request gets its reply.
     }
 }
 
-void tellStatistics() {
+void logStatistics() {
     unsigned all = 0;
     unsigned matched = 0;
     urlSvr->getUrlNumber(&all, &matched);
@@ -78,11 +76,7 @@ void tellStatistics() {
 
 }  // namespace
 
-void UrlServerInstance::handleCtrlRequest(const char* body) {
-    handleCtrlRequest(body, complete);
-}
-
-void UrlServerInstance::handleCtrlRequest(const char* body, unsigned length) {
+void carryOutControlRequest(const char* body, unsigned length) {
     if (urlSvr == nullptr) return;
     QOR_SPACE::Monitor monitor(urlSvr->ctrlMutex);
     if (isRequest(body, controlLogLevel, length, 1)) {
@@ -93,7 +87,7 @@ void UrlServerInstance::handleCtrlRequest(const char* body, unsigned length) {
     } else if (isRequest(body, controlSaveCache)) {
         saveCacheNow();
     } else if (isRequest(body, controlUrlsStat)) {
-        tellStatistics();
+        logStatistics();
     } else if (isRequest(body, controlReload)) {
         urlSvr->urlManager.reloadUrlList(ops.conf.getUrlsListPath(), ops.conf.getDomainsListPath());
     } else {

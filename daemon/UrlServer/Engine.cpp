@@ -11,20 +11,20 @@ namespace {
 // A text of the engine; releases it.
 class EngineText {
 public:
-    explicit EngineText(void* handle) : handle_(handle) {}
+    explicit EngineText(void* textHandle) : handle(textHandle) {}
     ~EngineText() {
-        if (handle_ != nullptr) csdkstring_close(handle_);
+        if (handle != nullptr) csdkstring_close(handle);
     }
     EngineText(const EngineText&) = delete;
     EngineText& operator=(const EngineText&) = delete;
 
     const char* text() const {
-        const char* text = handle_ != nullptr ? csdkstring_getstring(handle_) : nullptr;
-        return text != nullptr ? text : "";
+        const char* const characters = handle != nullptr ? csdkstring_getstring(handle) : nullptr;
+        return characters != nullptr ? characters : "";
     }
 
 private:
-    void* handle_;
+    void* handle;
 };
 
 }  // namespace
@@ -35,16 +35,16 @@ EngineFailure::EngineFailure() : type(CSDKException_GetType()), code(CSDKExcepti
 }
 
 EngineResult::EngineResult(void* mainHandle, const char* url)
-    : handle_(CSDKMain_ClassifyUrl(mainHandle, url)) {}
+    : handle(CSDKMain_ClassifyUrl(mainHandle, url)) {}
 
 EngineResult::~EngineResult() {
-    if (handle_ != nullptr) CSDKUrlCat_Close(handle_);
+    if (handle != nullptr) CSDKUrlCat_Close(handle);
 }
 
 unsigned EngineResult::copyCategories(unsigned char* categories, unsigned size) const {
     const unsigned short* numbers = nullptr;
     unsigned short count = 0;
-    CSDKUrlCat_GetCategories(handle_, &numbers, &count);
+    CSDKUrlCat_GetCategories(handle, &numbers, &count);
     unsigned stored = 0;
     for (unsigned i = 0; numbers != nullptr && i < count && stored < size; ++i) {
         if (numbers[i] != 0) categories[stored++] = static_cast<unsigned char>(numbers[i] & 0xFF);
@@ -53,18 +53,18 @@ unsigned EngineResult::copyCategories(unsigned char* categories, unsigned size) 
 }
 
 bool EngineResult::isFinal() const {
-    return (CSDKUrlCat_GetFlags(handle_) & 1) != 0;
+    return (CSDKUrlCat_GetFlags(handle) & 1) != 0;
 }
 
-// The use is counted before the handle is read, and the handle is cleared before the uses are read: one of
-// the two threads sees the other.
-EngineUse::EngineUse(std::atomic<void*>& mainHandle, std::atomic<int>& uses) : uses_(uses) {
-    uses_.fetch_add(1);
-    handle_ = mainHandle.load();
+// The use is counted before the handle is read; closeEngine() clears the handle before it reads the count.
+// One of the two threads sees what the other did.
+EngineUse::EngineUse(std::atomic<void*>& mainHandle, std::atomic<int>& useCount) : uses(useCount) {
+    uses.fetch_add(1);
+    usedHandle = mainHandle.load();
 }
 
 EngineUse::~EngineUse() {
-    uses_.fetch_sub(1);
+    uses.fetch_sub(1);
 }
 
 EngineAttachment::EngineAttachment() {

@@ -1,7 +1,7 @@
-// A thin layer over the closed classification engine: it owns the engine's handles, so that each is released
-// by a destructor, and it is the one place that includes the engine's header.
-#ifndef KATD_URLSERVER_ENGINE_H
-#define KATD_URLSERVER_ENGINE_H
+// A thin layer over the closed classification engine, the only unit that includes its header. Destructors
+// release the engine's handles.
+#ifndef KATD_ENGINE_H
+#define KATD_ENGINE_H
 
 #include <atomic>
 
@@ -26,34 +26,34 @@ public:
     EngineResult(const EngineResult&) = delete;
     EngineResult& operator=(const EngineResult&) = delete;
 
-    bool failed() const { return handle_ == nullptr; }
+    bool failed() const { return handle == nullptr; }
     // Copies the low bytes of the non-zero category numbers, in order, at most size of them; the number
     // copied.
     unsigned copyCategories(unsigned char* categories, unsigned size) const;
-    // Whether an answer without categories is the engine's last word.
+    // Whether an answer without categories is final.
     bool isFinal() const;
 
 private:
-    void* handle_;
+    void* handle;
 };
 
 // The engine's main handle as one thread uses it: while an EngineUse lives, the handle is not closed.
 class EngineUse {
 public:
-    // Both words belong to the server: the handle (null once it is being closed) and the count of uses.
-    EngineUse(std::atomic<void*>& mainHandle, std::atomic<int>& uses);
+    // Both belong to the server. The handle is null once it is being closed.
+    EngineUse(std::atomic<void*>& mainHandle, std::atomic<int>& useCount);
     ~EngineUse();
     EngineUse(const EngineUse&) = delete;
     EngineUse& operator=(const EngineUse&) = delete;
 
-    void* handle() const { return handle_; }  // null: the engine is closed
+    void* handle() const { return usedHandle; }  // null: the engine is closed
 
 private:
-    std::atomic<int>& uses_;
-    void* handle_;
+    std::atomic<int>& uses;
+    void* usedHandle;
 };
 
-// Registers the calling thread with the engine for as long as the object lives.
+// Registers the calling thread with the engine for its lifetime.
 class EngineAttachment {
 public:
     EngineAttachment();

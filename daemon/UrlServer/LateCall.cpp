@@ -29,12 +29,12 @@ int lockedPidFile = -1;
 
 }  // namespace
 
-void endForLateCall(LateCall call, const char* subject, int limitSec) {
+void endForLateCall(LateCall call, const char* url, int limitSec) {
     if (call == LateCall::NETWORK_CHECK) endForNetwork(nullptr);
     // The message may wait for a lock that the late call holds.
     endWithin(1, endGraceMs);
     MessageGate::reserve();
-    ERR_MSG("[%s] not return from ctengine, alarm timeout is [%d], katd have to exit !", subject, limitSec);
+    ERR_MSG("[%s] not return from ctengine, alarm timeout is [%d], katd have to exit !", url, limitSec);
     endProcess(1);
 }
 
@@ -47,38 +47,38 @@ void LateCallExecution::prepare(char** argv, int pidFile) {
     startEnvironment->insert(startEnvironment->end(), 2, nullptr);
 }
 
-LateCallExecution::LateCallExecution(LateCall call, const char* subject, int limitSec) {
-    std::snprintf(variable_, sizeof(variable_), "%s=%d %d %d %d %.1023s", variableName,
-                  static_cast<int>(call), limitSec, static_cast<int>(ops.logLevel), lockedPidFile,
-                  subject != nullptr ? subject : "");
+LateCallExecution::LateCallExecution(LateCall call, const char* url, int limitSec) {
+    std::snprintf(variable, sizeof(variable), "%s=%d %d %d %d %.1023s", variableName, static_cast<int>(call),
+                  limitSec, static_cast<int>(ops.logLevel), lockedPidFile, url);
 }
 
 void LateCallExecution::execute() const {
     if (startEnvironment == nullptr) _exit(1);
     fcntl(lockedPidFile, F_SETFD, 0);
-    (*startEnvironment)[startEnvironment->size() - 2] = const_cast<char*>(variable_);
+    (*startEnvironment)[startEnvironment->size() - 2] = const_cast<char*>(variable);
     execve("/proc/self/exe", startArguments, startEnvironment->data());
     _exit(1);
 }
 
 void LateCallExecution::reportIfRequested() {
-    const char* const variable = getenv(variableName);
-    if (variable == nullptr) return;
-    const std::string request = variable;
+    const char* const value = std::getenv(variableName);
+    if (value == nullptr) return;
+    const std::string request = value;
     unsetenv(variableName);
     int call = 0;
     int limitSec = 0;
     int level = 0;
     int pidFile = -1;
-    int subjectAt = 0;
-    if (sscanf(request.c_str(), "%d %d %d %d%n", &call, &limitSec, &level, &pidFile, &subjectAt) != 4) return;
+    int urlAt = 0;
+    if (std::sscanf(request.c_str(), "%d %d %d %d%n", &call, &limitSec, &level, &pidFile, &urlAt) != 4)
+        return;
     endWithin(1, endGraceMs);
     fcntl(pidFile, F_SETFD, FD_CLOEXEC);
     printMessages();
-    const char* const home = getenv("KATD_DIR");
+    const char* const home = std::getenv("KATD_DIR");
     if (home != nullptr) logMessages(home);
     ops.logLevel = level;
-    endForLateCall(static_cast<LateCall>(call), request.c_str() + subjectAt + 1, limitSec);
+    endForLateCall(static_cast<LateCall>(call), request.c_str() + urlAt + 1, limitSec);
 }
 
 }  // namespace KATD_SPACE

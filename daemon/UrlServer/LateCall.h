@@ -1,16 +1,16 @@
 // What happens when a call of the engine exceeds its time limit: the reports, and how they are made without a
 // thread.
-#ifndef KATD_URLSERVER_LATECALL_H
-#define KATD_URLSERVER_LATECALL_H
+#ifndef KATD_LATECALL_H
+#define KATD_LATECALL_H
 
 namespace KATD_SPACE {
 
 enum class LateCall { NETWORK_CHECK, QUERY };
 
 // Reports the call and ends the process with status 1: after a query within a second, after the network check
-// as endForNetwork() does. subject is the URL. Not for signal handlers, and not for the thread that makes the
+// as endForNetwork() does. Not for signal handlers, and not for the thread that makes the
 // call.
-[[noreturn]] void endForLateCall(LateCall call, const char* subject, int limitSec);
+[[noreturn]] void endForLateCall(LateCall call, const char* url, int limitSec);
 
 // The same where no thread can be created to watch the call, and the late call is interrupted by a signal:
 // nothing can be logged from there, since the call may hold any lock. The process executes its own program
@@ -27,13 +27,13 @@ public:
     static void reportIfRequested();
 
     // The report on one call, put together while the process is sound.
-    LateCallExecution(LateCall call, const char* subject, int limitSec);
+    LateCallExecution(LateCall call, const char* url, int limitSec);
 
     // Executes the program anew; ends the process with status 1 if that fails. Async-signal-safe.
     [[noreturn]] void execute() const;
 
 private:
-    char variable_[1200];  // "KATD_LATE_CALL=...", the subject cut to fit
+    char variable[1200];  // "KATD_LATE_CALL=...", the URL cut to fit
 };
 
 }  // namespace KATD_SPACE

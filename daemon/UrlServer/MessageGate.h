@@ -1,6 +1,6 @@
 // Which threads' messages reach the output while the process ends.
-#ifndef KATD_URLSERVER_MESSAGEGATE_H
-#define KATD_URLSERVER_MESSAGEGATE_H
+#ifndef KATD_MESSAGEGATE_H
+#define KATD_MESSAGEGATE_H
 
 namespace KATD_SPACE {
 

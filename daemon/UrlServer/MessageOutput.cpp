@@ -1,8 +1,8 @@
 #include "UrlServer/MessageOutput.h"
 
-#include <stdio.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <new>
 #include <string>
 
@@ -20,7 +20,7 @@ constexpr const char* logModule = "UrlServer";
 }  // namespace
 
 void printLog(const char* text) {
-    if (MessageGate::pass()) printf("%s", text);
+    if (MessageGate::pass()) std::printf("%s", text);
 }
 
 void writeDebugLog(const char* text) {

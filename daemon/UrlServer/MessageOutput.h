@@ -1,6 +1,6 @@
 // The destinations of messages.
-#ifndef KATD_URLSERVER_MESSAGEOUTPUT_H
-#define KATD_URLSERVER_MESSAGEOUTPUT_H
+#ifndef KATD_MESSAGEOUTPUT_H
+#define KATD_MESSAGEOUTPUT_H
 
 namespace KATD_SPACE {
 

@@ -1,6 +1,7 @@
 // The check at start-up that the engine reaches its service, and the handlers of SIGALRM.
-#include <signal.h>
 #include <unistd.h>
+
+#include <csignal>
 
 #include "UrlServer/AvailabilityReporter.h"
 #include "UrlServer/Engine.h"

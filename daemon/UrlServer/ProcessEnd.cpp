@@ -1,11 +1,11 @@
 #include "UrlServer/ProcessEnd.h"
 
 #include <pthread.h>
-#include <signal.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 
 namespace KATD_SPACE {

@@ -1,7 +1,7 @@
 // How katd ends while other threads run: static destructors are not run, and no lock that another thread or
 // another process holds delays the end for long.
-#ifndef KATD_URLSERVER_PROCESSEND_H
-#define KATD_URLSERVER_PROCESSEND_H
+#ifndef KATD_PROCESSEND_H
+#define KATD_PROCESSEND_H
 
 namespace KATD_SPACE {
 

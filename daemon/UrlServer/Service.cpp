@@ -1,12 +1,12 @@
 // The accept loop and the threads of the connections.
-#include <errno.h>
 #include <fcntl.h>
-#include <string.h>
 #include <sys/socket.h>
-#include <time.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
+#include <ctime>
 #include <new>
 
 #include "KatdUtil/DetachedThread.h"
@@ -34,15 +34,15 @@ public:
     SpareDescriptor& operator=(const SpareDescriptor&) = delete;
 
     void take() {
-        if (fd_ < 0) fd_ = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        if (fd < 0) fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
     }
     void release() {
-        if (fd_ >= 0) close(fd_);
-        fd_ = -1;
+        if (fd >= 0) close(fd);
+        fd = -1;
     }
 
 private:
-    int fd_ = -1;
+    int fd = -1;
 };
 
 bool isShortage(int error) {
@@ -61,7 +61,7 @@ void startInstance(int connection) {
                                           reinterpret_cast<void*>(static_cast<std::intptr_t>(connection)),
                                           connectionStackSize);
     if (error == 0) return;
-    ERR_MSG("Error: Fail to create url server instance thread, [%d][%s].", error, strerror(errno));
+    ERR_MSG("Error: Fail to create url server instance thread, [%d][%s].", error, std::strerror(errno));
     close(connection);
 }
 
@@ -117,7 +117,7 @@ void UrlServer::startService() {
         // runs.
         listener = recreateListener(path);
         errno = error;
-        ERR_MSG("In %s, accept error. [%s]", "startService", strerror(error));
+        ERR_MSG("In %s, accept error. [%s]", "startService", std::strerror(error));
         if (listener < 0) {
             ERR_MSG("fail to create local socket with [%s][%d]", path, listener);
             return;

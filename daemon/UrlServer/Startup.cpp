@@ -1,31 +1,30 @@
 #include "UrlServer/Startup.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <malloc.h>
-#include <signal.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <new>
 #include <string>
 
 #include "KatdConf/ConfReader.h"
 #include "KatdUtil/Utils.h"
 #include "UrlServer/AvailabilityReporter.h"
+#include "UrlServer/Globals.h"
 #include "UrlServer/LateCall.h"
 #include "UrlServer/MessageOutput.h"
 #include "UrlServer/ProcessEnd.h"
+#include "UrlServer/UrlServer.h"
 #include "io/File.h"
 
 namespace KATD_SPACE {
-
-UrlServer* urlSvr = nullptr;
-HttpProxyConf proxyConf;
 
 namespace {
 
@@ -71,7 +70,7 @@ bool writePid(int fd) {
     char text[32];
     // The zero byte behind the line is part of the file's format.
     const size_t length =
-        static_cast<size_t>(snprintf(text, sizeof(text), "%ld\n", static_cast<long>(getpid()))) + 1;
+        static_cast<size_t>(std::snprintf(text, sizeof(text), "%ld\n", static_cast<long>(getpid()))) + 1;
     return Utils::writen(fd, text, static_cast<unsigned>(length)) == length;
 }
 
@@ -82,7 +81,7 @@ int lockPidFile(const char* home) {
     Utils::makeParentDir(path.c_str());
     const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
     if (fd < 0) {
-        ERR_MSG("can't open %s: %s", path.c_str(), strerror(errno));
+        ERR_MSG("can't open %s: %s", path.c_str(), std::strerror(errno));
         endProcess(1);
     }
     struct flock whole {};
@@ -94,11 +93,11 @@ int lockPidFile(const char* home) {
             INFO_MSG("katd already running");
             return -1;
         }
-        ERR_MSG("can't lock %s: %s", path.c_str(), strerror(errno));
+        ERR_MSG("can't lock %s: %s", path.c_str(), std::strerror(errno));
         endProcess(1);
     }
     // On a full disk, for instance. The lock is what counts: the daemon serves all the same.
-    if (!writePid(fd)) ERR_MSG("can't open %s: %s", path.c_str(), strerror(errno));
+    if (!writePid(fd)) ERR_MSG("can't open %s: %s", path.c_str(), std::strerror(errno));
     return fd;
 }
 
@@ -121,16 +120,16 @@ bool createServer() {
 
 int runDaemon(int argc, char** argv, const char* version, const char* buildTime) {
     umask(0);
-    setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // a pipe's reader sees each message at once
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);  // a pipe's reader sees each message at once
     returnFreedMemory();
     unblockAlarm();
     LateCallExecution::reportIfRequested();
     raiseDescriptorLimit();
-    printf("\n%s\n%s\n", (std::string("Katd Build Time: ") + buildTime).c_str(),
-           (std::string("Katd Version: ") + version).c_str());
+    std::printf("\n%s\n%s\n", (std::string("Katd Build Time: ") + buildTime).c_str(),
+                (std::string("Katd Version: ") + version).c_str());
     printMessages();
 
-    const char* home = getenv("KATD_DIR");
+    const char* home = std::getenv("KATD_DIR");
     if (!checkEnv(home)) return failed;
     setHandler(SIGPIPE, SIG_IGN);
     setHandler(SIGHUP, SIG_IGN);
@@ -140,7 +139,7 @@ int runDaemon(int argc, char** argv, const char* version, const char* buildTime)
         return failed;
     }
     if (!parseParameters(argc, argv)) {
-        printf("usage: %s -h | [http_proxy_config_file]\n", argv[0]);
+        std::printf("usage: %s -h | [http_proxy_config_file]\n", argv[0]);
         return failed;
     }
     const int pidFile = lockPidFile(home);
@@ -188,7 +187,7 @@ bool parseParameters(int argc, char** argv) {
         proxyConf.loadConfig(argument);
         return true;
     }
-    if (strcmp(argument, "-h") != 0) ERR_MSG("Bad argument [%s]", argument);
+    if (std::strcmp(argument, "-h") != 0) ERR_MSG("Bad argument [%s]", argument);
     return false;
 }
 

@@ -1,24 +1,16 @@
-// From main() to the service loop, and the state of the process that every module reaches.
-#ifndef KATD_URLSERVER_STARTUP_H
-#define KATD_URLSERVER_STARTUP_H
-
-#include "KatdConf/HttpProxyConf.h"
-#include "UrlServer/UrlServer.h"
+#ifndef KATD_STARTUP_H
+#define KATD_STARTUP_H
 
 namespace KATD_SPACE {
 
-// The proxy of the engine; stays not valid unless the command line names a settings file. Read-only after
-// start-up.
-extern HttpProxyConf proxyConf;
-
-// Starts the daemon and serves; returns the process's exit status. version and buildTime are shown in the
-// banner. Main thread, once. Throws std::bad_alloc when there is no memory to start with.
+// Starts the daemon and serves; returns the exit status of the process. version and buildTime are shown in
+// the banner. Main thread, once. Throws std::bad_alloc if there is not enough memory to start.
 int runDaemon(int argc, char** argv, const char* version, const char* buildTime);
 
-// Whether home (may be null) is a directory that holds a readable settings file; reports what it is not.
+// Whether home (may be null) is a directory that holds a readable settings file. Reports what is wrong.
 bool checkEnv(const char* home);
 
-// Loads the proxy settings that the command line names. False (reported, but for "-h"): the usage is to be
+// Loads the proxy settings that the command line names. False (reported, except for "-h"): the usage is to be
 // shown.
 bool parseParameters(int argc, char** argv);
 

@@ -1,13 +1,12 @@
 #include "UrlServer/UrlServer.h"
 
-#include <time.h>
-
+#include <ctime>
 #include <string>
 
 #include "KatdConf/HttpProxyConf.h"
 #include "KatdUtil/Utils.h"
 #include "UrlServer/Engine.h"
-#include "UrlServer/Startup.h"
+#include "UrlServer/Globals.h"
 
 namespace KATD_SPACE {
 

@@ -1,5 +1,5 @@
-#ifndef KATD_URLSERVER_URLSERVER_H
-#define KATD_URLSERVER_URLSERVER_H
+#ifndef KATD_URLSERVER_H
+#define KATD_URLSERVER_H
 
 #include <atomic>
 #include <cstdint>
@@ -10,27 +10,26 @@
 namespace KATD_SPACE {
 
 // The daemon's one server: the engine's handle, the local lists, the counters, and the locks that the
-// requests share. Made by the main thread; every thread reaches it through urlSvr, which does
-// not change while they run, and the process ends with it. Returns codes; std::bad_alloc may leave the
-// constructor and saveCache.
+// requests share. The main thread creates it; all threads use it through urlSvr. The constructor and
+// saveCache may throw std::bad_alloc.
 //
 // When locks nest, ctrlMutex is taken first.
 class UrlServer {
 public:
-    // Opens the engine with a connection string built from the settings, checks that it answers (which ends
-    // the process when it does not) and loads the category cache. Afterwards `valid` tells whether it is
-    // usable.
+    // Opens the engine with a connection string built from the settings, checks that it answers (if not, the
+    // process ends) and loads the category cache. Afterwards `valid` says whether the server is usable.
     UrlServer();
     // Closes the engine. The cache is not saved.
     ~UrlServer();
     UrlServer(const UrlServer&) = delete;
     UrlServer& operator=(const UrlServer&) = delete;
 
-    // The accept loop: a thread for each connection to the socket of the settings. Returns only when the
-    // server is not usable or the listening socket cannot be created. Main thread.
+    // The accept loop: starts a thread for each connection. Returns only if the server is not usable or the
+    // listening socket cannot be created. Main thread.
     void startService();
 
-    // Body of a connection's thread: socket carries the descriptor, which it closes. Returns null.
+    // Body of a connection's thread. socket is the descriptor, cast to a pointer; it is closed here. Returns
+    // null.
     static void* createInstance(void* socket);
 
     // Stores both counters; does nothing when a pointer is null. Any thread.
@@ -38,22 +37,22 @@ public:
     // Counts one query, and one matched query if so. The counters wrap. Any thread.
     void addUrlNumber(bool matched);
 
-    // Loads the category cache from the settings' file, if there is one. A failure is reported and harmless.
+    // Loads the category cache from its file, if there is one. A failure is reported and harmless.
     void loadCache();
-    // Saves the category cache through path + ".tmp", so that path always holds a whole save; true on
-    // success. Any thread; one save at a time. Works on urlSvr.
+    // Saves the category cache of urlSvr to path + ".tmp" and renames that, so that path always holds a
+    // complete save; true on success. Thread-safe; one save at a time.
     static bool saveCache(const char* path);
     // Starts the thread that saves the cache periodically.
     void startCacheMonitor();
-    // Its body; returns null only when there is nothing to do.
+    // Its body; returns null if there is nothing to do.
     static void* cacheMonitor(void*);
 
-    // Has the engine classify a well-known host. Returns when it answered within 30 seconds; else waits 300
-    // seconds, reports the event and ends the process with status 1.
+    // Has the engine classify a well-known host. Returns if it answers within 30 seconds; otherwise reports
+    // the failure and ends the process (endForNetwork).
     static void checkNetStatus(void* sdkMain);
 
-    // Closes the engine's handle unless a call is still inside it after a second: the handle's memory is then
-    // left to it. Later queries find no engine. Nothing else is freed, so other threads may go on running.
+    // Closes the engine's handle. If a call still uses it after a second, it stays open. Later queries find
+    // no engine. Nothing else is freed: other threads may go on running.
     void closeEngine();
 
     static const char TEMP_DIR[];
@@ -69,9 +68,6 @@ public:
     UrlManager urlManager;             // the local lists
     std::atomic<int> engineUses{0};    // calls under way on sdkMain (EngineUse)
 };
-
-// The one server; null before it exists. Written by the main thread alone, before the others start.
-extern UrlServer* urlSvr;
 
 // The handlers of SIGALRM while the first answer of the engine is awaited, and afterwards. They never return.
 // If the signal is that of a Watchdog's timer, the late call is reported; otherwise it is from outside, and

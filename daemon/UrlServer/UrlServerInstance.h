@@ -1,5 +1,5 @@
-#ifndef KATD_URLSERVER_URLSERVERINSTANCE_H
-#define KATD_URLSERVER_URLSERVERINSTANCE_H
+#ifndef KATD_URLSERVERINSTANCE_H
+#define KATD_URLSERVERINSTANCE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -9,12 +9,10 @@
 
 namespace KATD_SPACE {
 
-// One client connection, served by one thread: reads a request, carries it out, replies, and again. All
-// operations belong to that thread. Does not own the socket. std::bad_alloc may leave
-// handleRequests; start() ends the connection then.
+// One client connection, served by one thread, to which all operations belong. Does not own the socket.
 class UrlServerInstance {
 public:
-    explicit UrlServerInstance(int socket);
+    explicit UrlServerInstance(int descriptor);
     ~UrlServerInstance();
     UrlServerInstance(const UrlServerInstance&) = delete;
     UrlServerInstance& operator=(const UrlServerInstance&) = delete;
@@ -22,12 +20,11 @@ public:
     // Serves requests until one fails; returns that negative result.
     int start();
 
-    // Serves one request: 0 when its reply has been sent completely, -1 otherwise (reported; the connection
-    // is over).
+    // Serves one request. 0: its reply has been sent, or is held back for the next one. -1 (reported): the
+    // connection is over. May throw std::bad_alloc.
     int handleRequests();
 
-    // Carries out a control request. body is the NUL-terminated message after the prefix; the overload knows
-    // how many bytes were received and refuses operands that are not all there, the other takes them as
+    // Carries out a control request (carryOutControlRequest). Without a length the operands count as
     // complete.
     void handleCtrlRequest(const char* body);
     void handleCtrlRequest(const char* body, unsigned length);
@@ -35,9 +32,9 @@ public:
     // The URL that is being classified right now, or null.
     const char* getCurrentUrl() { return currentUrl; }
 
-    // Finds the categories of url in the local lists or by the engine; returns how many bytes it stored, 0 to
-    // size. withRetry: ask again while the engine's Unknown is not final, as configured. matched (may be
-    // null): whether the answer is definitive. Any thread that is attached to the engine.
+    // Finds the categories of url in the local lists or with the engine; returns the number of bytes stored,
+    // 0 to size. withRetry: while the engine's Unknown is not final, ask again as configured. matched (may be
+    // null): whether the answer is definitive. For any thread that is attached to the engine.
     static unsigned scanOneUrl(const char* url, unsigned char* categories, unsigned size, bool withRetry,
                                bool* matched);
 
@@ -58,16 +55,11 @@ private:
     // retries end when the client hangs up.
     unsigned classify(const char* url, unsigned char* categories, unsigned size, bool withRetry,
                       bool* matched);
+    char* lookUpWorkspace(std::size_t size);
 
-    enum class Listed { YES, NO, NO_MEMORY };
-    // Looks the URL up in the local lists. YES: *category is its category.
-    Listed lookUpLists(const char* url, unsigned char* category);
-    // Room of the connection for that many bytes, or null. While a message of messageLength bytes is served.
-    char* lookUpRoom(std::size_t size);
-
-    std::uint32_t messageLength = 0;   // of the message being served
-    std::unique_ptr<char[]> longRoom;  // bufferSize bytes; null until a URL needed it
-    ConnectionBuffer stream;           // what is read from and written to `socket`
+    std::uint32_t messageLength = 0;        // of the message being served
+    std::unique_ptr<char[]> longWorkspace;  // bufferSize bytes; null until a URL needed it
+    ConnectionBuffer stream;                // what is read from and written to `socket`
 };
 
 }  // namespace KATD_SPACE

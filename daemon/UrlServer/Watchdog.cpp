@@ -1,10 +1,10 @@
 #include "UrlServer/Watchdog.h"
 
 #include <pthread.h>
-#include <signal.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <limits>
 
@@ -63,17 +63,17 @@ struct Watchdog::WatchingThread {
     // From the end: as calls mostly have the same limit, a new one nearly always belongs there.
     static void insert(Watchdog* watched) {
         Watchdog* before = last;
-        while (before != nullptr && before->deadlineMs_ > watched->deadlineMs_)
-            before = before->earlier_;
-        watched->earlier_ = before;
-        watched->later_ = before != nullptr ? before->later_ : first;
-        (before != nullptr ? before->later_ : first) = watched;
-        (watched->later_ != nullptr ? watched->later_->earlier_ : last) = watched;
+        while (before != nullptr && before->deadlineMs > watched->deadlineMs)
+            before = before->earlier;
+        watched->earlier = before;
+        watched->later = before != nullptr ? before->later : first;
+        (before != nullptr ? before->later : first) = watched;
+        (watched->later != nullptr ? watched->later->earlier : last) = watched;
     }
 
     static void remove(Watchdog* watched) {
-        (watched->earlier_ != nullptr ? watched->earlier_->later_ : first) = watched->later_;
-        (watched->later_ != nullptr ? watched->later_->earlier_ : last) = watched->earlier_;
+        (watched->earlier != nullptr ? watched->earlier->later : first) = watched->later;
+        (watched->later != nullptr ? watched->later->earlier : last) = watched->earlier;
     }
 
     static void* watch(void*) {
@@ -82,10 +82,10 @@ struct Watchdog::WatchingThread {
             if (first == nullptr) {
                 wakeMs = never;
                 pthread_cond_wait(&changed, &mutex);
-            } else if (nowMs() >= first->deadlineMs_) {
+            } else if (nowMs() >= first->deadlineMs) {
                 expire(*first);
             } else {
-                wakeMs = first->deadlineMs_;
+                wakeMs = first->deadlineMs;
                 timespec until{};
                 until.tv_sec = static_cast<time_t>(wakeMs / 1000);
                 until.tv_nsec = static_cast<long>(wakeMs % 1000 * 1000000);
@@ -95,39 +95,39 @@ struct Watchdog::WatchingThread {
     }
 
     // Called with the mutex locked; unlocks it, so that other calls can return. The late call may return as
-    // well: its subject is copied before.
+    // well: its URL is copied before.
     [[noreturn]] static void expire(const Watchdog& watched) {
         late = &watched;
-        char subject[1024] = "";
-        if (watched.subject_ != nullptr) std::snprintf(subject, sizeof(subject), "%s", watched.subject_);
-        const LateCall call = watched.call_;
-        const int limitSec = watched.limitSec_;
+        char url[1024];
+        std::snprintf(url, sizeof(url), "%s", watched.url);
+        const LateCall call = watched.call;
+        const int limitSec = watched.limitSec;
         pthread_mutex_unlock(&mutex);
-        endForLateCall(call, subject, limitSec);
+        endForLateCall(call, url, limitSec);
     }
 };
 
-Watchdog::Watchdog(int limitSec, LateCall call, const char* subject)
-    : limitSec_(limitSec), call_(call), subject_(subject) {
-    if (limitSec_ <= 0) return;
-    deadlineMs_ = nowMs() + static_cast<std::int64_t>(limitSec_) * 1000;
+Watchdog::Watchdog(int seconds, LateCall kind, const char* askedUrl)
+    : limitSec(seconds), call(kind), url(askedUrl) {
+    if (limitSec <= 0) return;
+    deadlineMs = nowMs() + static_cast<std::int64_t>(limitSec) * 1000;
     pthread_mutex_lock(&WatchingThread::mutex);
     if (!WatchingThread::running) WatchingThread::start();
-    isListed_ = WatchingThread::running;
-    if (isListed_) {
+    isListed = WatchingThread::running;
+    if (isListed) {
         WatchingThread::insert(this);
-        if (deadlineMs_ < WatchingThread::wakeMs) pthread_cond_signal(&WatchingThread::changed);
+        if (deadlineMs < WatchingThread::wakeMs) pthread_cond_signal(&WatchingThread::changed);
     }
     pthread_mutex_unlock(&WatchingThread::mutex);
-    if (!isListed_) startTimer();
+    if (!isListed) startTimer();
 }
 
 Watchdog::~Watchdog() {
-    if (timer_) {
+    if (timer) {
         timedCall = nullptr;
-        timer_delete(timer_->id);
+        timer_delete(timer->id);
     }
-    if (!isListed_) return;
+    if (!isListed) return;
     pthread_mutex_lock(&WatchingThread::mutex);
     const bool isLate = WatchingThread::late == this;
     WatchingThread::remove(this);
@@ -144,21 +144,21 @@ void Watchdog::startTimer() {
     event.sigev_notify = SIGEV_THREAD_ID;  // no other thread can tell which call is late
     event.sigev_signo = SIGALRM;
     event.sigev_notify_thread_id = static_cast<pid_t>(syscall(SYS_gettid));
-    timer_.emplace(Timer{LateCallExecution(call_, subject_, limitSec_), timer_t{}});
-    if (timer_create(CLOCK_MONOTONIC, &event, &timer_->id) != 0) {
-        timer_.reset();
+    timer.emplace(Timer{LateCallExecution(call, url, limitSec), timer_t{}});
+    if (timer_create(CLOCK_MONOTONIC, &event, &timer->id) != 0) {
+        timer.reset();
         return;
     }
     timedCall = this;
     itimerspec limit{};
-    limit.it_value.tv_sec = limitSec_;
-    timer_settime(timer_->id, 0, &limit, nullptr);
+    limit.it_value.tv_sec = limitSec;
+    timer_settime(timer->id, 0, &limit, nullptr);
 }
 
 void Watchdog::endIfLate() {
     const Watchdog* const watched = timedCall;
-    if (watched != nullptr && nowMs() >= watched->deadlineMs_ - timerToleranceMs)
-        watched->timer_->report.execute();
+    if (watched != nullptr && nowMs() >= watched->deadlineMs - timerToleranceMs)
+        watched->timer->report.execute();
 }
 
 }  // namespace KATD_SPACE

@@ -1,10 +1,9 @@
 // Time limits of calls into code that katd does not control.
-#ifndef KATD_URLSERVER_WATCHDOG_H
-#define KATD_URLSERVER_WATCHDOG_H
-
-#include <time.h>
+#ifndef KATD_WATCHDOG_H
+#define KATD_WATCHDOG_H
 
 #include <cstdint>
+#include <ctime>
 #include <optional>
 
 #include "UrlServer/LateCall.h"
@@ -22,9 +21,9 @@ namespace KATD_SPACE {
 // call but for the first watch after a quiet spell.
 class Watchdog {
 public:
-    // limitSec 0 or less: no limit. subject (may be null) must live as long as the Watchdog; the report has
-    // the first 1023 bytes of it.
-    Watchdog(int limitSec, LateCall call, const char* subject);
+    // seconds: the limit; 0 or less: none. askedUrl must live as long as the Watchdog; the report has its
+    // first 1023 bytes.
+    Watchdog(int seconds, LateCall kind, const char* askedUrl);
     ~Watchdog();
     Watchdog(const Watchdog&) = delete;
     Watchdog& operator=(const Watchdog&) = delete;
@@ -38,20 +37,20 @@ private:
 
     void startTimer();
 
-    const int limitSec_;
-    const LateCall call_;
-    const char* const subject_;
-    std::int64_t deadlineMs_ = 0;  // on the monotonic clock
+    const int limitSec;
+    const LateCall call;
+    const char* const url;
+    std::int64_t deadlineMs = 0;  // on the monotonic clock
     // With the watching thread: neighbours in its list, which is sorted by deadline.
-    bool isListed_ = false;
-    Watchdog* earlier_ = nullptr;
-    Watchdog* later_ = nullptr;
+    bool isListed = false;
+    Watchdog* earlier = nullptr;
+    Watchdog* later = nullptr;
     // Without it.
     struct Timer {
         LateCallExecution report;
         timer_t id;
     };
-    std::optional<Timer> timer_;
+    std::optional<Timer> timer;
 };
 
 }  // namespace KATD_SPACE

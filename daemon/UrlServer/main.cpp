@@ -10,7 +10,7 @@ int main(int argc, char** argv) {
     try {
         KATD_SPACE::endProcess(KATD_SPACE::runDaemon(argc, argv, KATD_VERSION, KATD_BUILD_TIME));
     } catch (...) {
-        // Nothing but std::bad_alloc and the library's OutOfMemoryException is thrown on the way.
+        // Only std::bad_alloc and the library's OutOfMemoryException are thrown.
         std::fputs("katd: not enough memory to start\n", stderr);
         KATD_SPACE::endProcess(1);
     }

@@ -1,12 +1,14 @@
-// The request protocol of one connection.
-#include <string.h>
+#include "UrlServer/UrlServerInstance.h"
 
+#include <climits>
+#include <cstring>
 #include <new>
 
 #include "KatdUtil/Utils.h"
-#include "UrlServer/Protocol.h"
+#include "UrlServer/Classification.h"
+#include "UrlServer/ControlRequests.h"
+#include "UrlServer/Globals.h"
 #include "UrlServer/UrlServer.h"
-#include "UrlServer/UrlServerInstance.h"
 
 namespace KATD_SPACE {
 
@@ -15,7 +17,7 @@ namespace {
 constexpr const char* logModule = "UrlServer";
 
 bool hasPrefix(const char* message, const char* prefix) {
-    return memcmp(message, prefix, prefixLength) == 0;
+    return std::memcmp(message, prefix, prefixLength) == 0;
 }
 
 }  // namespace
@@ -36,15 +38,13 @@ int UrlServerInstance::start() {
         while (result >= 0)
             result = handleRequests();
     } catch (const std::bad_alloc&) {
-        // What needs memory and cannot be refused by itself (a file name, say) refuses the whole request.
         ERR_MSG("In %s, fail to do strdup", "handleRequests");
         result = -1;
     }
     return result;
 }
 
-// Room for length bytes and a terminator, or null. A large buffer stays with the connection for its later
-// requests.
+// A buffer for length bytes and a terminator, or null (reported).
 char* UrlServerInstance::bufferFor(std::uint32_t length) {
     if (length < bufferSize) return buffer;
     if (largeBufferSize > length) return largeBuffer;
@@ -59,13 +59,13 @@ char* UrlServerInstance::bufferFor(std::uint32_t length) {
     return largeBuffer;
 }
 
-// Most URLs find room behind themselves, and the connection keeps what a longer one needed. Only a message
-// that is no part of `buffer` has none: one copy more of up to 16 MiB is not kept.
-char* UrlServerInstance::lookUpRoom(std::size_t size) {
-    if (messageLength >= bufferSize) return nullptr;
+// Memory for a look-up while a message is served: what the message leaves of `buffer`, or a second buffer,
+// which is kept. Null for messages in largeBuffer: a second buffer of up to 16 MiB is not worth keeping.
+char* UrlServerInstance::lookUpWorkspace(std::size_t size) {
+    if (messageLength >= bufferSize || size > bufferSize) return nullptr;
     if (size < bufferSize - messageLength) return buffer + messageLength + 1;
-    if (longRoom == nullptr) longRoom.reset(new (std::nothrow) char[bufferSize]);
-    return longRoom.get();
+    if (longWorkspace == nullptr) longWorkspace.reset(new (std::nothrow) char[bufferSize]);
+    return longWorkspace.get();
 }
 
 int UrlServerInstance::handleRequests() {
@@ -122,6 +122,39 @@ void UrlServerInstance::handleQuery(const char* url, bool withRetry, unsigned ch
     currentUrl = nullptr;
     reply->matched = matched ? 1 : 0;
     if (urlSvr != nullptr) urlSvr->handledRequest.store(true, std::memory_order_relaxed);
+}
+
+unsigned UrlServerInstance::classify(const char* url, unsigned char* categories, unsigned size,
+                                     bool withRetry, bool* matched) {
+    *matched = false;
+    if (urlSvr == nullptr || urlSvr->sdkMain == nullptr || categories == nullptr || size == 0) return 0;
+    if (urlSvr->urlManager.ready) {
+        const std::size_t length = std::strlen(url);
+        const Listed listed =
+            lookUpLists(url, static_cast<unsigned>(length), lookUpWorkspace(length + 1), categories);
+        if (listed == Listed::NO_MEMORY) return 0;
+        if (listed == Listed::YES) {
+            *matched = true;
+            return 1;
+        }
+    }
+    if (!stream.send()) return 0;
+    return askEngine(url, categories, size, withRetry, matched, stream);
+}
+
+unsigned UrlServerInstance::scanOneUrl(const char* url, unsigned char* categories, unsigned size,
+                                       bool withRetry, bool* matched) {
+    bool ignored = false;
+    UrlServerInstance unconnected(-1);
+    return unconnected.classify(url, categories, size, withRetry, matched != nullptr ? matched : &ignored);
+}
+
+void UrlServerInstance::handleCtrlRequest(const char* body) {
+    carryOutControlRequest(body, UINT_MAX);
+}
+
+void UrlServerInstance::handleCtrlRequest(const char* body, unsigned length) {
+    carryOutControlRequest(body, length);
 }
 
 }  // namespace KATD_SPACE
