@@ -53,6 +53,7 @@ TEST_F(ControlRequests, EachHasItsEffectOrIsRefused) {
 }
 
 TEST_F(ControlRequests, SaveTheCacheAndReloadTheLists) {
+    EXPECT_TRUE(connection.client.control("urls_stat"));
     EXPECT_TRUE(connection.client.control("save_cache"));
     EXPECT_THAT(told(), testing::HasSubstr("Katd has not handled any request"))
         << "control requests do not count";

@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <malloc.h>
-#include <sys/ioctl.h>
 #include <sys/resource.h>
 
 #include "UrlServer/ServerFixture.h"
@@ -18,25 +17,25 @@ protected:
         return number(0) + number(static_cast<std::uint32_t>(categories.size())) +
                std::string{matched, 0, 0, 0} + std::string(categories.begin(), categories.end());
     }
+    const std::string listed = request("url0ads.example"), hit = reply({12});
 };
 
-TEST_F(Requests, RefusesWhatIsNoRequestWithoutAReply) {
+TEST_F(Requests, WhatIsNoRequestGetsNoReply) {
     const struct {
         std::string bytes;
-        bool hangUp;  // after the bytes, so that the server does not wait for more
         std::string message;
     } cases[] = {
-        {number(5).substr(0, 2), true, "DBG fail to read msg length from socket, ret[2]"},
-        {"", true, "fail to read msg length from socket, ret[0]"},
-        {number(0), false, "ERR bad url request, msglen [0] <= 0"},
-        {number(0xFFFFFFFF), false, "bad url request, msglen [-1] <= 0"},
-        {number(10) + "url0ab", true, "ERR fail to read msg from socket, msglen[10], ret[6]"},
-        {number(5000) + "url0ab", true, "fail to read msg from socket, msglen[5000], ret[6]"},
-        {request("url0"), false, "ERR bad katd msg, length too short [4]"},
-        {request("u"), false, "bad katd msg, length too short [1]"},
-        {request("URL0x.y"), false, "ERR Unknown katd msg prefix [URL0x.y]"},
-        {number(16 * 1024 * 1024 + 1), false, "ERR fail to new char [16777218]"},
-        {number(0x7FFFFFFF), false, "fail to new char [-2147483648]"},
+        {number(5).substr(0, 2), "DBG fail to read msg length from socket, ret[2]"},
+        {"", "fail to read msg length from socket, ret[0]"},
+        {number(0), "ERR bad url request, msglen [0] <= 0"},
+        {number(0xFFFFFFFF), "bad url request, msglen [-1] <= 0"},
+        {number(10) + "url0ab", "ERR fail to read msg from socket, msglen[10], ret[6]"},
+        {number(5000) + "url0ab", "fail to read msg from socket, msglen[5000], ret[6]"},
+        {request("url0"), "ERR bad katd msg, length too short [4]"},
+        {request("u"), "bad katd msg, length too short [1]"},
+        {request("URL0x.y"), "ERR Unknown katd msg prefix [URL0x.y]"},
+        {number(16 * 1024 * 1024 + 1), "ERR fail to new char [16777218]"},
+        {number(0x7FFFFFFF), "fail to new char [-2147483648]"},
     };
     for (const auto& bad : cases) {
         SCOPED_TRACE(bad.message);
@@ -44,44 +43,17 @@ TEST_F(Requests, RefusesWhatIsNoRequestWithoutAReply) {
         {
             Connection connection;
             ASSERT_TRUE(connection.client.send(bad.bytes));
-            if (bad.hangUp) {
-                shutdown(connection.client.fd(), SHUT_WR);
-            }
+            shutdown(connection.client.fd(), SHUT_WR);
             EXPECT_FALSE(connection.client.receive());
         }
         EXPECT_THAT(told(), testing::HasSubstr(bad.message));
     }
 }
 
-TEST_F(Requests, ServesRequestsSentAheadInOrderAndByteByByte) {
-    home().rules("url a 7\nurl b.example/long 1,2,3\nurl c final\n");
-    const std::string zeroByte("url0a\0b", 7);
-    Connection connection;
-    const std::string ahead = request("url0a") + request("ctl:urls_stat") + request("url1b.example/long") +
-                              request("url0c") + request("url0nothing.example") + request(zeroByte);
-    for (const std::size_t piece : {ahead.size(), std::size_t{1}}) {
-        for (std::size_t at = 0; at < ahead.size(); at += piece) {
-            ASSERT_TRUE(connection.client.send(ahead.substr(at, piece)));
-        }
-        const struct {
-            std::vector<unsigned> categories;
-            int matched;
-        } expected[] = {{{7}, 1}, {{}, 0}, {{1, 2, 3}, 1}, {{}, 1}, {{}, 0}, {{7}, 1}};
-        for (const auto& wanted : expected) {
-            const auto reply = connection.client.receive();
-            ASSERT_TRUE(reply);
-            EXPECT_EQ(0, reply->header.result);
-            EXPECT_EQ(wanted.categories, reply->categories);
-            EXPECT_EQ(wanted.matched, reply->header.matched);
-            EXPECT_EQ(0, reply->header.padding[0] | reply->header.padding[1] | reply->header.padding[2]);
-        }
-    }
-}
-
 // A socket that keeps the borders of its packets shows what goes out in one write.
-TEST_F(Requests, RepliesToWhatIsAlreadyThereGoOutTogetherButNeverWait) {
-    home().rules("url asked 7\n");
-    const std::string listed = request("url0ads.example"), hit = reply({12}), asked = request("url1asked");
+TEST_F(Requests, RepliesToWhatIsThereGoOutTogetherButNeverWait) {
+    home().rules("url asked 7\nurl some 1,2,3\nurl none final\n");
+    const std::string asked = request("url1asked");
     std::string many, allOfMany;
     for (int i = 0; i < 160; ++i) {
         many += listed;
@@ -91,7 +63,6 @@ TEST_F(Requests, RepliesToWhatIsAlreadyThereGoOutTogetherButNeverWait) {
         std::string packet;
         std::vector<std::string> replies;
     } cases[] = {
-        {listed, {hit}},
         {listed + listed + listed, {hit + hit + hit}},
         {listed + asked + listed, {hit, reply({7}) + hit}},
         {listed + request("ctl:urls_stat") + listed, {hit, reply({}, 0) + hit}},
@@ -100,6 +71,7 @@ TEST_F(Requests, RepliesToWhatIsAlreadyThereGoOutTogetherButNeverWait) {
         {listed + number(0), {hit}},
         {listed + request("url") + listed, {hit}},
         {listed + request("url2x") + listed, {hit}},
+        {request("url0some") + request(std::string("url1none\0b", 10)), {reply({1, 2, 3}), reply({})}},
     };
     for (const auto& one : cases) {
         SCOPED_TRACE(one.packet);
@@ -116,38 +88,21 @@ TEST_F(Requests, RepliesToWhatIsAlreadyThereGoOutTogetherButNeverWait) {
             packets.emplace_back(packet, static_cast<std::size_t>(size));
         EXPECT_EQ(one.replies, packets);
     }
-    // By itself a request is read as it is, and answered before the next one is touched.
-    int fds[2];
-    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds));
-    Client client(fds[0]);
-    ASSERT_TRUE(client.send(listed + listed));
-    UrlServerInstance instance(fds[1]);
-    for (int left : {1, 0}) {
-        EXPECT_EQ(0, instance.handleRequests());
-        ASSERT_TRUE(client.receive());
-        int unread = 0;
-        ioctl(fds[1], FIONREAD, &unread);
-        EXPECT_EQ(left * static_cast<int>(listed.size()), unread);
-    }
-    close(fds[1]);
 }
 
 TEST_F(Requests, KeepsTheLongMessageBufferUntilItIsTooSmall) {
     Connection connection;
-    const struct {
-        std::size_t messageSize;
-        unsigned bufferSize;
-    } cases[] = {{4095, 0},    {4096, 4097}, {5000, 5001}, {4500, 5001},
-                 {5000, 5001}, {5001, 5002}, {100, 5002}};
-    for (const auto& step : cases) {
-        SCOPED_TRACE(step.messageSize);
-        const std::string url = "long.example/" + std::string(step.messageSize - 17, 'x');
+    const unsigned sizes[][2] = {{4095, 0},    {4096, 4097}, {5000, 5001}, {4500, 5001},
+                                 {5000, 5001}, {5001, 5002}, {100, 5002}};
+    for (const auto& [messageSize, bufferSize] : sizes) {
+        SCOPED_TRACE(messageSize);
+        const std::string url = "long.example/" + std::string(messageSize - 17, 'x');
         home().rules("url " + url + " 9\n");
         const auto reply = connection.client.ask(url);
         ASSERT_TRUE(reply);
         EXPECT_EQ(std::vector<unsigned>{9}, reply->categories);
-        EXPECT_EQ(step.bufferSize, connection.instance().largeBufferSize);
-        EXPECT_LE(step.bufferSize, malloc_usable_size(connection.instance().largeBuffer));
+        EXPECT_EQ(bufferSize, connection.instance().largeBufferSize);
+        EXPECT_LE(bufferSize, malloc_usable_size(connection.instance().largeBuffer));
     }
 }
 
@@ -167,36 +122,28 @@ TEST_F(Requests, RetriesEndWhenTheClientHangsUpButNotWhenItHasOnlyEndedItsReques
     }
 }
 
-TEST_F(Requests, TellsAPeerThatDoesNotTakeItsReply) {
-    UrlServerInstance unconnected(-1);
-    EXPECT_EQ(-1, unconnected.handleRequests());
+// A file that may not grow takes a part of the replies: which one is cut off, and where, decides the message.
+TEST_F(Requests, SaysWhatAPeerDoesNotTake) {
+    EXPECT_EQ(-1, UrlServerInstance(-1).handleRequests());
     EXPECT_THAT(told(), testing::HasSubstr("In handleRequests, socket < 0"));
-
-    // A file that may not grow takes a part of the replies: which one is cut off, and where, decides the
-    // message. The requests stand in the file itself.
-    const std::string requests = request("url0ads.example") + request("url0ads.example");
-    const struct {
-        unsigned taken;
-        std::string message;
-    } cases[] = {{0, "result to"},  {11, "result to"}, {12, "categories to"},
-                 {13, "result to"}, {24, "result to"}, {25, "categories to"}};
-    const std::string path = home().path() + "/requests";
-    for (const auto& one : cases) {
-        SCOPED_TRACE(one.taken);
+    const std::string path = home() / "requests";
+    const std::pair<unsigned, std::string> cases[] = {{0, "result to"},      {11, "result to"},
+                                                      {12, "categories to"}, {13, "result to"},
+                                                      {24, "result to"},     {25, "categories to"}};
+    for (const auto& [taken, message] : cases) {
+        SCOPED_TRACE(taken);
         messages.clear();
-        writeFile(path, requests);
+        writeFile(path, listed + listed);
         const int fd = open(path.c_str(), O_RDWR | O_APPEND | O_CLOEXEC);
         rlimit before{};
         getrlimit(RLIMIT_FSIZE, &before);
-        rlimit limit = before;
-        limit.rlim_cur = requests.size() + one.taken;
+        const rlimit limit{2 * listed.size() + taken, before.rlim_max};
         setrlimit(RLIMIT_FSIZE, &limit);
         EXPECT_EQ(-1, UrlServerInstance(fd).start());
         setrlimit(RLIMIT_FSIZE, &before);
         close(fd);
-        EXPECT_EQ(requests.size() + one.taken, readFile(path).size());
-        std::string expected = "fail to send the url query " + one.message + " katc, ret[0]\n";
-        EXPECT_THAT(told(), testing::EndsWith(expected));
+        EXPECT_EQ(limit.rlim_cur, readFile(path).size());
+        EXPECT_THAT(told(), testing::EndsWith("fail to send the url query " + message + " katc, ret[0]\n"));
     }
 }
 

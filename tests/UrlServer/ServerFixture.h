@@ -6,13 +6,10 @@
 #include <signal.h>
 #include <sys/socket.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <memory>
-#include <string>
 #include <thread>
 
 #include "KatdUtil/Utils.h"
+#include "UrlServer/Globals.h"
 #include "UrlServer/UrlServer.h"
 #include "UrlServer/UrlServerInstance.h"
 #include "support/CapturedMessages.h"
@@ -40,23 +37,33 @@ protected:
     }
 
     // One for the whole program: the settings are loaded once.
-    static Home& home() {
-        static Home* const home = [] {
-            Home* made = new Home;
-            setenv("ASAPSDK_RULES", made->rulesPath().c_str(), 1);
-            setenv("ASAPSDK_TRACE", made->tracePath().c_str(), 1);
-            EXPECT_TRUE(KATD_SPACE::ops.conf.loadConfig(made->path().c_str()));
-            static const std::unique_ptr<Home> owner(made);
-            return made;
+    static const Home& home() {
+        static const Home made;
+        static const bool loaded = [] {
+            setenv("ASAPSDK_RULES", made.rulesPath().c_str(), 1);
+            setenv("ASAPSDK_TRACE", made.tracePath().c_str(), 1);
+            return KATD_SPACE::ops.conf.loadConfig(made.path().c_str());
         }();
-        return *home;
+        EXPECT_TRUE(loaded);
+        return made;
     }
     static std::string cachePath() { return KATD_SPACE::ops.conf.getCacheFilePath(); }
 
-    // What "all/matched" queries the server has counted.
+    struct Result {
+        std::vector<unsigned> categories;
+        bool matched;
+    };
+    static Result scan(const std::string& url, bool withRetry = false, unsigned size = 256) {
+        unsigned char bytes[256] = {};
+        bool matched = true;
+        const unsigned stored =
+            KATD_SPACE::UrlServerInstance::scanOneUrl(url.c_str(), bytes, size, withRetry, &matched);
+        return {{bytes, bytes + stored}, matched};
+    }
+
+    // The "all/matched" queries that the server has counted.
     static std::string counters() {
-        unsigned all = 0;
-        unsigned matched = 0;
+        unsigned all = 0, matched = 0;
         KATD_SPACE::urlSvr->getUrlNumber(&all, &matched);
         return std::to_string(all) + "/" + std::to_string(matched);
     }
@@ -74,38 +81,33 @@ protected:
 
 // A connection to the server: the client's end, and a thread that serves the other one.
 class Connection {
+    int serverEnd_ = -1;
+
 public:
-    Connection() : Connection(pair()) {}
+    Connection() : client(pair(&serverEnd_)), instance_(serverEnd_) {
+        thread_ = std::thread([this] {
+            EXPECT_EQ(-1, instance_.start());
+            close(serverEnd_);
+        });
+    }
     ~Connection() {
         client.hangUp();
         thread_.join();
     }
-    // The server's side of it, to be looked at only while no request is under way.
-    const KATD_SPACE::UrlServerInstance& instance() const { return *instance_; }
+    // The server's side, to be looked at only while no request is under way.
+    const KATD_SPACE::UrlServerInstance& instance() const { return instance_; }
 
-private:
-    struct Ends {
-        int client;
-        int server;
-    };
-    static Ends pair() {
-        int fds[2];
-        EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds));
-        return {fds[0], fds[1]};
-    }
-    explicit Connection(Ends ends)
-        : client(ends.client), instance_(new KATD_SPACE::UrlServerInstance(ends.server)) {
-        thread_ = std::thread([this, ends] {
-            EXPECT_EQ(-1, instance_->start());
-            close(ends.server);
-        });
-    }
-
-public:
     Client client;
 
 private:
-    std::unique_ptr<KATD_SPACE::UrlServerInstance> instance_;
+    static int pair(int* serverEnd) {
+        int fds[2];
+        EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds));
+        *serverEnd = fds[1];
+        return fds[0];
+    }
+
+    KATD_SPACE::UrlServerInstance instance_;
     std::thread thread_;
 };
 

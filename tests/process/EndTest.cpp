@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "faults/Faults.h"
+#include "process/HeldLog.h"
 #include "support/Client.h"
 
 using namespace katd_test;
@@ -12,15 +13,6 @@ namespace {
 
 std::string expiredMessage(const std::string& url) {
     return "\tdebug\t[" + url + "] not return from ctengine, alarm timeout is [1], katd have to exit !\n";
-}
-
-// Locks the log as another process would.
-int holdLog(const Home& home) {
-    const int lockFile = open(("/tmp/" + home.logName() + ".lock").c_str(), O_RDWR | O_CLOEXEC);
-    struct flock whole {};
-    whole.l_type = F_WRLCK;
-    EXPECT_EQ(0, fcntl(lockFile, F_SETLKW, &whole));
-    return lockFile;
 }
 
 TEST(LateQuery, EndsTheDaemonAndIsNamedAmongOthers) {
@@ -144,9 +136,10 @@ TEST(Signals, HangUpsAreIgnoredAndAnAlarmEndsTheDaemonEvenIfItsParentBlocksIt) {
     Daemon katd(home);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     ASSERT_TRUE(katd.waitUntilServing());
-    katd.kill(SIGHUP);
-    katd.kill(SIGPIPE);
-    EXPECT_TRUE(Client(home.socketPath()).ask("ads.example"));
+    for (const int signal : {SIGHUP, SIGPIPE}) {
+        katd.kill(signal);
+        EXPECT_TRUE(Client(home.socketPath()).ask("ads.example"));
+    }
     katd.kill(SIGALRM);
     EXPECT_EQ(1, katd.waitForExit());
 }
