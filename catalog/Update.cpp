@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <ctime>
 
@@ -38,14 +39,15 @@ bool parseSource(std::string_view value, Source* source) {
     return true;
 }
 
-int lockCatalog(const std::string& path, std::string* failure) {
-    const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK);
+int lockCatalog(const std::string& path, Update::Mode mode, std::string* failure) {
+    const bool writing = mode == Update::writing;
+    const int fd = ::open(path.c_str(), (writing ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) {
         *failure = std::strerror(errno);
         return -1;
     }
-    if (flock(fd, LOCK_EX | LOCK_NB) == 0) return fd;
-    *failure = errno == EWOULDBLOCK ? "another program is changing it; try again when it has ended"
+    if (flock(fd, (writing ? LOCK_EX : LOCK_SH) | LOCK_NB) == 0) return fd;
+    *failure = errno == EWOULDBLOCK ? "another program is changing or examining it; try again when it has ended"
                                     : std::strerror(errno);
     close(fd);
     return -1;
@@ -57,10 +59,10 @@ struct Update::Node {
     std::vector<Pair> pairs;
 };
 
-std::unique_ptr<Update> Update::open(const std::string& path, std::string* failure) {
+std::unique_ptr<Update> Update::open(const std::string& path, std::string* failure, Mode mode) {
     std::unique_ptr<Update> update(new Update);
     update->path_ = path;
-    update->lock_ = lockCatalog(path, failure);
+    update->lock_ = lockCatalog(path, mode, failure);
     if (update->lock_ < 0) {
         *failure = "catalogue " + path + ": " + *failure;
         return nullptr;
@@ -76,9 +78,12 @@ std::unique_ptr<Update> Update::open(const std::string& path, std::string* failu
         const auto size = static_cast<std::uint64_t>(state.st_size);
         const std::uint64_t slack = sizeof(void*) == 4 ? size / 2 + (64U << 20U) : 2 * size + (4ULL << 30U);
         update->check(mdb_env_create(&update->environment_));
+        // Like any other access to what is not there, which the program's handlers see to.
+        mdb_env_set_assert(update->environment_, [](MDB_env*, const char*) { raise(SIGSEGV); });
         update->check(mdb_env_set_mapsize(update->environment_, static_cast<std::size_t>(size + slack)));
-        update->check(mdb_env_open(update->environment_, path.c_str(), MDB_NOSUBDIR | MDB_NOLOCK, 0644));
-        update->check(mdb_txn_begin(update->environment_, nullptr, 0, &update->transaction_));
+        const unsigned readOnly = mode == reading ? MDB_RDONLY : 0U;
+        update->check(mdb_env_open(update->environment_, path.c_str(), MDB_NOSUBDIR | MDB_NOLOCK | readOnly, 0644));
+        update->check(mdb_txn_begin(update->environment_, nullptr, readOnly, &update->transaction_));
         MDB_dbi records = 0;
         update->check(mdb_dbi_open(update->transaction_, nullptr, 0, &records));
     } catch (const Failure& caught) {
@@ -303,6 +308,51 @@ void Update::forEachRecord(void (*see)(void*, std::string_view, const Value&), v
         if (!value.parse(cursor.data().mv_data, cursor.data().mv_size, cursor.key()[0])) check(MDB_CORRUPTED);
         if ((value.flags & isEntry) != 0) see(context, cursor.key(), value);
     }
+}
+
+std::vector<std::string> Update::check() {
+    constexpr std::size_t limit = 100;
+    std::vector<std::string> problems;
+    std::vector<std::string> above;  // records above the one at hand, with itself
+    std::uint64_t entries = 0;
+    std::string previous;
+    Cursor cursor(transaction_);
+    for (bool more = cursor.move(MDB_FIRST); more && problems.size() < limit; more = cursor.move(MDB_NEXT)) {
+        const std::string key(cursor.key());
+        const auto say = [&](const std::string& what) { problems.push_back("record " + keyText(key) + ": " + what); };
+        if (!previous.empty() && key <= previous) say("not in the order of the keys");
+        previous = key;
+        if (key[0] != hostRecord && key[0] != networkRecord && key[0] != pathRecord) continue;
+        Value value;
+        if (!value.parse(cursor.data().mv_data, cursor.data().mv_size, key[0])) {
+            say("its value is damaged");
+            continue;
+        }
+        if (keyText(key).empty()) say("its key is damaged");
+        while (!above.empty() && !isAncestor(above.back(), key))
+            above.pop_back();
+        bool same = value.ancestors == above.size();
+        for (unsigned i = 0; same && i < value.ancestors; ++i)
+            same = value.ancestor(i) == ancestorMark(above[i]);
+        if (!same) say("it does not know the records above it");
+        above.push_back(key);
+        if ((value.flags & isEntry) != 0) ++entries;
+        if ((value.flags & (isEntry | hasPaths | hasPorts)) == 0) say("it says nothing");
+        for (const bool ports : {false, true}) {
+            const Flags flag = ports ? hasPorts : hasPaths;
+            if (key[0] != pathRecord && ((value.flags & flag) != 0) != hasBelow(key, ports))
+                say("it is wrong about the paths below it");
+        }
+        if (key[0] == pathRecord) {
+            Node host;
+            if (!readNode(hostKeyOf(key), &host)) say("its host has no record");
+        }
+    }
+    if (problems.empty() && entries != header_.entries) {
+        problems.push_back("there are " + std::to_string(entries) + " entries, and the header says " +
+                           std::to_string(header_.entries));
+    }
+    return problems;
 }
 
 namespace {

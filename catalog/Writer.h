@@ -91,7 +91,10 @@ private:
 // not called. One at a time: another one's file is locked.
 class Update {
 public:
-    static std::unique_ptr<Update> open(const std::string& path, std::string* failure);
+    enum Mode { writing, reading };
+
+    // With `reading` nothing may be changed; it keeps writers out while it reads, as long as it may take.
+    static std::unique_ptr<Update> open(const std::string& path, std::string* failure, Mode mode = writing);
     ~Update();
     Update(const Update&) = delete;
     Update& operator=(const Update&) = delete;
@@ -124,6 +127,10 @@ public:
                       &see);
     }
 
+    // Reads everything and compares it with what it should be. What is wrong, one sentence each, at most a hundred.
+    std::vector<std::string> check();
+
+    const Header& header() const { return header_; }
     std::uint64_t written() const { return written_; }
     void commit();
 
@@ -160,8 +167,8 @@ const char* entryKeys(const Url& entry, EntryKeys* keys);
 // The host's key of a path record's key.
 std::string hostKeyOf(std::string_view pathKey);
 
-// Takes the lock that writers of the file hold; the descriptor, or -1 with `failure` set.
-int lockCatalog(const std::string& path, std::string* failure);
+// Takes the lock that writers of the file hold alone and long readers together; the descriptor, or -1 with `failure` set.
+int lockCatalog(const std::string& path, Update::Mode mode, std::string* failure);
 
 std::string sourceValue(const Source& source);
 bool parseSource(std::string_view value, Source* source);

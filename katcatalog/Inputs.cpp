@@ -1,0 +1,111 @@
+#include "Inputs.h"
+
+#include <set>
+
+#include "listreader/Failure.h"
+
+#ifdef KATD_HAVE_PSL
+#include <libpsl.h>
+#endif
+
+namespace katcatalog {
+
+using catalog::Builder;
+using catalog::Url;
+using listreader::Failure;
+
+namespace {
+
+constexpr unsigned replyLimit = 255;  // a reply of katd has one byte for each category
+
+// "com", "co.uk": names below which anyone may register. Private ones, such as those of hosting companies, are often
+// meant as a whole.
+bool isPublicSuffix(const Url& url) {
+#ifdef KATD_HAVE_PSL
+    if (url.kind != Url::name || !url.path.empty()) return false;
+    return psl_is_public_suffix2(psl_builtin(), catalog::hostText(url.kind, url.host).c_str(),
+                                 PSL_TYPE_ICANN | PSL_TYPE_NO_STAR_RULE) != 0;
+#else
+    return url.kind == Url::name && url.path.empty() && url.host.find('\0') == url.host.npos;
+#endif
+}
+
+}  // namespace
+
+Inputs::Inputs(const Arguments& arguments) : arguments_(arguments) {
+    if (arguments.map.empty()) return;
+    std::string problem;
+    const auto status = map_.read(arguments.map, &problem);
+    if (status != tools::CategoryNames::Status::ok) {
+        throw Failure(status == tools::CategoryNames::Status::malformed ? listreader::wrong : listreader::failed,
+                      problem);
+    }
+    for (const auto& [name, number] : map_.entries())
+        names_.emplace(static_cast<std::uint16_t>(number), name);
+}
+
+void Inputs::read(const std::vector<std::string>& inputs, const catalog::Sources& known, std::int32_t otherwise,
+                  Builder* builder, listreader::Progress* progress) {
+    listreader::CategoryRules rules;
+    if (!map_.empty()) {
+        rules.numberOf = [this](std::string_view name) {
+            const auto number = map_.numberOf(name);
+            return number ? static_cast<std::int32_t>(*number) : -1;
+        };
+    }
+    rules.highest = highestCategory;
+    rules.otherwise = otherwise;
+    listreader::Notes skipped(stderr, arguments_.show);
+    const auto files = findSources(inputs, listreader::Wanted::both, rules, &skipped);
+    skipped.end("folders");
+    counts_.foldersSkipped += skipped.count();
+    if (arguments_.strict && skipped.count() > 0)
+        throw Failure(listreader::wrong, "a folder has no number: add it to " + arguments_.map + " (--strict)");
+
+    std::map<std::string, std::uint16_t> numbers;
+    for (const auto& [number, source] : known)
+        numbers[source.name] = number;
+    std::uint32_t next = 1;
+    listreader::Reader reader({highestCategory, arguments_.strict, arguments_.show},
+                              [&](listreader::Entry& entry) { return take(entry, builder); }, progress);
+    for (const listreader::Source& file : files) {
+        auto place = numbers.find(file.path);
+        if (place == numbers.end()) {
+            while (known.count(static_cast<std::uint16_t>(next)) != 0 && next <= 65535)
+                ++next;
+            if (next > 65535) throw Failure(listreader::failed, "there are more than 65535 lists: join some");
+            place = numbers.emplace(file.path, static_cast<std::uint16_t>(next++)).first;
+        }
+        source_ = place->second;
+        const std::uint64_t before = reader.counts().lines;
+        reader.read(file);
+        catalog::Source& source = sources_[source_];
+        source.name = file.path;
+        source.lines += reader.counts().lines - before;
+    }
+    reader.end();
+    const listreader::Reader::Counts counts = reader.counts();
+    counts_.read.lines += counts.lines;
+    counts_.read.empty += counts.empty;
+    counts_.read.ownNames += counts.ownNames;
+    counts_.read.bad += counts.bad;
+    counts_.read.entries += counts.entries;
+}
+
+const char* Inputs::take(const listreader::Entry& entry, Builder* builder) {
+    const char* const reason = entry.kind == listreader::EntryKind::network ? catalog::readEntry(entry.text, &url_)
+                                                                             : catalog::readUrl(entry.text, &url_);
+    if (reason != nullptr) return reason;
+    if (!arguments_.allowSuffixes && !entry.isException && isPublicSuffix(url_)) {
+        ++counts_.suffixes;
+        return "a public suffix: everybody's hosts lie below it (--allow-suffixes takes it)";
+    }
+    if (entry.isException) ++counts_.exceptions;
+    if (entry.scope == listreader::Scope::below) ++counts_.belowOnly;
+    const bool hasCategory = !entry.isException && entry.category != noCategory;
+    const unsigned category = hasCategory ? static_cast<unsigned>(entry.category) : Builder::noCategory;
+    if (hasCategory && category > replyLimit) ++counts_.beyondReply;
+    return builder->add(url_, category, source_, entry.isException);
+}
+
+}  // namespace katcatalog

@@ -1,0 +1,56 @@
+// Lists on their way into a catalogue.
+#ifndef KATCATALOG_INPUTS_H
+#define KATCATALOG_INPUTS_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "Arguments.h"
+#include "catalog/Writer.h"
+#include "listreader/Reader.h"
+#include "tools/CategoryNames.h"
+
+namespace katcatalog {
+
+// What was read and what became of it, for the summary.
+struct Counts {
+    listreader::Reader::Counts read;
+    std::uint64_t foldersSkipped = 0;
+    std::uint64_t exceptions = 0;
+    std::uint64_t belowOnly = 0;
+    std::uint64_t suffixes = 0;       // refused
+    std::uint64_t beyondReply = 0;    // with a category that a reply of katd cuts
+};
+
+// Reads inputs into a Builder. Throws listreader::Failure.
+class Inputs {
+public:
+    explicit Inputs(const Arguments& arguments);
+
+    // `known` are the sources that the catalogue has: those of the same name keep their number; the others are new.
+    // Where `otherwise` is given, it is the category of inputs that have none.
+    void read(const std::vector<std::string>& inputs, const catalog::Sources& known, std::int32_t otherwise,
+              catalog::Builder* builder, listreader::Progress* progress);
+
+    const Counts& counts() const { return counts_; }
+    // Those that were read.
+    const catalog::Sources& sources() const { return sources_; }
+    // Of the file of --map.
+    const catalog::CategoryNames& names() const { return names_; }
+
+private:
+    const char* take(const listreader::Entry& entry, catalog::Builder* builder);
+
+    const Arguments& arguments_;
+    tools::CategoryNames map_{static_cast<std::uint32_t>(highestCategory)};
+    catalog::CategoryNames names_;
+    catalog::Sources sources_;
+    Counts counts_;
+    std::uint16_t source_ = 0;
+    catalog::Url url_;
+};
+
+}  // namespace katcatalog
+
+#endif

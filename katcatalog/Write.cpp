@@ -1,0 +1,304 @@
+#include "Write.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "Inputs.h"
+#include "listreader/OutputFile.h"
+
+namespace katcatalog {
+
+using catalog::Builder;
+using catalog::Entry;
+using catalog::Pair;
+using catalog::Update;
+using listreader::Failure;
+
+namespace {
+
+// Lines of the summary.
+class Summary {
+public:
+    Summary(const Arguments& arguments, const std::string& title) : arguments_(arguments) {
+        if (isTable()) std::printf("%s: %s\n", arguments.catalog.c_str(), title.c_str());
+        json_["catalog"] = arguments.catalog;
+    }
+    ~Summary() {
+        if (!arguments_.quiet && arguments_.json) std::printf("%s\n", json_.dump(2, ' ', false, handler).c_str());
+    }
+    Summary(const Summary&) = delete;
+    Summary& operator=(const Summary&) = delete;
+
+    void line(const char* key, std::uint64_t number, const char* text, bool always = false) {
+        json_[key] = number;
+        if (isTable() && (always || number > 0))
+            std::printf("%12llu %s\n", static_cast<unsigned long long>(number), text);
+    }
+    void reading(const Counts& counts) {
+        line("lines", counts.read.lines, "lines read", true);
+        line("comments", counts.read.empty, "comments, empty lines and first lines of lists");
+        line("own_names", counts.read.ownNames, "names of hosts files about the machine itself left out");
+        line("folders_skipped", counts.foldersSkipped, "folders without a number left out");
+        line("bad_lines", counts.read.bad, "bad lines skipped", true);
+        line("public_suffixes", counts.suffixes, "of these public suffixes");
+        line("read_entries", counts.read.entries, "entries read", true);
+        line("exceptions", counts.exceptions, "of these exceptions");
+        line("below_only", counts.belowOnly, "for subdomains alone, taken for the host as well");
+        line("beyond_reply", counts.beyondReply,
+             "with a category above 255, of which katd's replies hold the low byte alone");
+    }
+
+private:
+    static constexpr auto handler = nlohmann::json::error_handler_t::replace;
+    bool isTable() const { return !arguments_.quiet && !arguments_.json; }
+
+    const Arguments& arguments_;
+    nlohmann::ordered_json json_;
+};
+
+std::unique_ptr<Update> open(const std::string& path) {
+    std::string failure;
+    auto update = Update::open(path, &failure);
+    if (!update) throw Failure(listreader::failed, failure);
+    return update;
+}
+
+template <typename Change>
+void change(Change body) {
+    try {
+        body();
+    } catch (const Update::Failure& failure) {
+        throw Failure(listreader::failed, failure.text + "; the catalogue is as it was");
+    }
+}
+
+std::string hostOf(std::string_view key) {
+    return key[0] == catalog::pathRecord ? catalog::hostKeyOf(key) : std::string();
+}
+
+void putNames(Update* update, const Inputs& inputs) {
+    const auto known = update->categoryNames();
+    for (const auto& [number, name] : inputs.names()) {
+        const auto place = known.find(number);
+        if (place == known.end() || place->second != name) update->setCategoryName(number, name);
+    }
+}
+
+// Brings the numbers of entries of the sources up to date.
+void putSources(Update* update, const catalog::Sources& before, catalog::Sources sources) {
+    for (const auto& [number, source] : before) {
+        if (sources.count(number) == 0) update->eraseSource(number);
+    }
+    for (const auto& [number, source] : sources) {
+        const auto place = before.find(number);
+        if (place == before.end() || catalog::sourceValue(place->second) != catalog::sourceValue(source))
+            update->setSource(number, source);
+    }
+}
+
+void count(catalog::Sources* sources, const std::vector<Pair>& pairs, bool add) {
+    for (const Pair& pair : pairs) {
+        const auto place = sources->find(pair.source);
+        if (place != sources->end()) place->second.entries += add ? 1U : ~std::uint64_t{0};
+    }
+}
+
+}  // namespace
+
+void import(const Arguments& arguments) {
+    listreader::Progress progress;
+    // What would keep the catalogue from being written shows before long work.
+    listreader::OutputFile file(arguments.catalog);
+    Builder builder;
+    Inputs inputs(arguments);
+    inputs.read(arguments.inputs, {}, arguments.category, &builder, &progress);
+    progress.begin("sorting");
+    builder.sort();
+    progress.begin("writing");
+    Builder::Result result;
+    std::string failure;
+    if (!builder.write(file.temporaryPath(), arguments.compact, inputs.sources(), inputs.names(), &result, &failure))
+        throw Failure(listreader::failed, "cannot write " + arguments.catalog + ": " + failure +
+                                              "; what was there before is as it was");
+    file.commit();
+    listreader::Progress::clear();
+    Summary summary(arguments, std::to_string(result.entries) + " entries");
+    summary.reading(inputs.counts());
+    summary.line("repeated", result.repeated, "that said nothing new");
+    summary.line("categories_dropped", result.dropped, "categories beyond the 256 of an entry dropped");
+    summary.line("redundant", result.compacted, "redundant entries left out");
+    summary.line("entries", result.entries, "entries in the catalogue", true);
+}
+
+void update(const Arguments& arguments) {
+    const auto update = open(arguments.catalog);
+    listreader::Progress progress;
+    const catalog::Sources before = update->sources();
+    Inputs inputs(arguments);
+    Builder added;
+    inputs.read(arguments.inputs, before, arguments.category, &added, &progress);
+    Inputs goneInputs(arguments);
+    Builder gone;
+    // Without a category the whole entry goes.
+    goneInputs.read(arguments.removed, before, arguments.category < 0 ? noCategory : arguments.category, &gone,
+                    &progress);
+    std::uint64_t addedEntries = 0;
+    std::uint64_t changedEntries = 0;
+    std::uint64_t removedEntries = 0;
+    std::uint64_t missing = 0;
+    change([&] {
+        progress.begin("writing");
+        catalog::Sources sources = before;
+        for (const auto& [number, source] : inputs.sources()) {
+            const auto place = before.find(number);
+            sources[number].name = source.name;
+            sources[number].lines = std::max(source.lines, place == before.end() ? 0 : place->second.lines);
+        }
+        Builder::Item item;
+        Builder::Result result;
+        gone.sort();
+        while (gone.next(&item, &result)) {
+            if ((item.flags & catalog::isEntry) == 0) continue;
+            const std::string key(item.key);
+            Entry entry;
+            if (!update->get(key, &entry)) {
+                ++missing;
+                continue;
+            }
+            count(&sources, entry.pairs, false);
+            const auto isGone = [&](const Pair& pair) {
+                return std::any_of(item.pairs.begin(), item.pairs.end(),
+                                   [&](const Pair& named) { return named.category == pair.category; });
+            };
+            if (item.pairs.empty()) {
+                entry.pairs.clear();
+            } else {
+                entry.pairs.erase(std::remove_if(entry.pairs.begin(), entry.pairs.end(), isGone), entry.pairs.end());
+            }
+            count(&sources, entry.pairs, true);
+            ++removedEntries;
+            if (entry.pairs.empty()) {
+                update->erase(key, hostOf(key));
+            } else {
+                update->put(key, hostOf(key), entry);
+            }
+        }
+        added.sort();
+        while (added.next(&item, &result)) {
+            if ((item.flags & catalog::isEntry) == 0) continue;
+            const std::string key(item.key);
+            Entry entry;
+            const bool known = update->get(key, &entry);
+            const Entry old = entry;
+            for (const Pair& pair : item.pairs) {
+                const bool has = std::any_of(entry.pairs.begin(), entry.pairs.end(),
+                                             [&](const Pair& other) { return other.category == pair.category; });
+                if (!has && entry.pairs.size() < catalog::maxEntryCategories) entry.pairs.push_back(pair);
+            }
+            entry.instead = entry.instead || (item.flags & catalog::isInstead) != 0;
+            if (known && entry == old) continue;
+            ++(known ? changedEntries : addedEntries);
+            count(&sources, old.pairs, false);
+            count(&sources, entry.pairs, true);
+            update->put(key, hostOf(key), entry);
+        }
+        putSources(update.get(), before, sources);
+        putNames(update.get(), inputs);
+        update->commit();
+    });
+    listreader::Progress::clear();
+    Summary summary(arguments, "updated");
+    summary.reading(inputs.counts());
+    summary.line("remove_lines", goneInputs.counts().read.lines, "lines of what is to go read");
+    summary.line("remove_bad_lines", goneInputs.counts().read.bad, "of these bad lines skipped");
+    summary.line("added", addedEntries, "entries added", true);
+    summary.line("changed", changedEntries, "entries changed");
+    summary.line("removed", removedEntries, "entries removed, or a category of theirs");
+    summary.line("missing", missing, "entries to be removed were not there");
+}
+
+void sync(const Arguments& arguments) {
+    const auto update = open(arguments.catalog);
+    listreader::Progress progress;
+    const catalog::Sources before = update->sources();
+    Inputs inputs(arguments);
+    Builder wanted;
+    inputs.read(arguments.inputs, before, arguments.category, &wanted, &progress);
+    progress.begin("sorting");
+    wanted.sort();
+    progress.begin("comparing");
+    std::uint64_t added = 0;
+    std::uint64_t changed = 0;
+    std::uint64_t removed = 0;
+    change([&] {
+        struct Change {
+            std::string key;
+            bool erase;
+            Entry entry;
+        };
+        std::vector<Change> changes;
+        catalog::Sources sources = inputs.sources();
+        Builder::Item item;
+        Builder::Result result;
+        const auto next = [&] {
+            while (wanted.next(&item, &result)) {
+                if ((item.flags & catalog::isEntry) == 0) continue;
+                count(&sources, item.pairs, true);
+                return true;
+            }
+            return false;
+        };
+        const auto take = [&] {
+            return Change{std::string(item.key), false, Entry{(item.flags & catalog::isInstead) != 0, item.pairs}};
+        };
+        bool more = next();
+        update->forEach([&](std::string_view key, const catalog::Value& value) {
+            while (more && item.key < key) {
+                changes.push_back(take());
+                ++added;
+                more = next();
+            }
+            if (!more || item.key != key) {
+                changes.push_back({std::string(key), true, {}});
+                ++removed;
+                return;
+            }
+            const bool instead = (item.flags & catalog::isInstead) != 0;
+            bool same = instead == ((value.flags & catalog::isInstead) != 0) && item.pairs.size() == value.pairCount;
+            for (std::size_t i = 0; same && i < value.pairCount; ++i) {
+                const Pair pair = value.pair(i);
+                same = pair.category == item.pairs[i].category && pair.source == item.pairs[i].source;
+            }
+            if (!same) {
+                changes.push_back(take());
+                ++changed;
+            }
+            more = next();
+        });
+        for (; more; more = next()) {
+            changes.push_back(take());
+            ++added;
+        }
+        progress.begin("writing");
+        // What goes first makes room for what comes.
+        for (const Change& one : changes) {
+            if (one.erase) update->erase(one.key, hostOf(one.key));
+        }
+        for (const Change& one : changes) {
+            if (!one.erase) update->put(one.key, hostOf(one.key), one.entry);
+        }
+        putSources(update.get(), before, sources);
+        putNames(update.get(), inputs);
+        // Nothing is written for nothing.
+        if (!changes.empty() || update->written() > 0) update->commit();
+    });
+    listreader::Progress::clear();
+    Summary summary(arguments, "in step with the lists");
+    summary.reading(inputs.counts());
+    summary.line("added", added, "entries added", true);
+    summary.line("changed", changed, "entries changed", true);
+    summary.line("removed", removed, "entries removed", true);
+}
+
+}  // namespace katcatalog
