@@ -23,6 +23,8 @@ struct Addition {
     unsigned char flags;
 };
 constexpr std::size_t additionSize = sizeof(Addition);
+// Additions lie in memory in the order in which they came: in any other one they are fetched ahead.
+constexpr std::ptrdiff_t ahead = 16;
 
 }  // namespace
 
@@ -59,14 +61,16 @@ struct Builder::Record {
             Record* const next =
                 std::find_if(begin, end, [&](const Record& r) { return r.chunk != begin->chunk; });
             if (next - begin > 1) {
-                const bool ended = next - begin <= 8 || std::any_of(begin, next, [&](const Record& record) {
-                                       return record.addition().keySize <= depth + 8;
-                                   });
+                bool ended = next - begin <= 8;
+                for (Record* record = begin; record != next; ++record) {
+                    if (next - record > ahead) __builtin_prefetch(record[ahead].data);
+                    ended = ended || record->addition().keySize <= depth + 8;
+                    record->load(depth + 8);
+                }
+                // The chunk of a key that has ended may be that of one that goes on.
                 if (ended) {
                     std::sort(begin, next, less);
                 } else {
-                    for (Record* record = begin; record != next; ++record)
-                        record->load(depth + 8);
                     sort(begin, next, depth + 8);
                 }
             }
@@ -148,6 +152,8 @@ bool Builder::next(Item* item, Result* result) {
     item->flags = 0;
     item->pairs.clear();
     for (; position_ < records_.size() && records_[position_].key() == item->key; ++position_) {
+        if (records_.size() - position_ > static_cast<std::size_t>(ahead))
+            __builtin_prefetch(records_[position_ + ahead].data);
         const Addition head = records_[position_].addition();
         const bool had = (item->flags & head.flags) == head.flags;
         item->flags = static_cast<unsigned char>(item->flags | head.flags);

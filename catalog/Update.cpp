@@ -47,8 +47,9 @@ int lockCatalog(const std::string& path, Update::Mode mode, std::string* failure
         return -1;
     }
     if (flock(fd, (writing ? LOCK_EX : LOCK_SH) | LOCK_NB) == 0) return fd;
-    *failure = errno == EWOULDBLOCK ? "another program is changing or examining it; try again when it has ended"
-                                    : std::strerror(errno);
+    *failure = errno == EWOULDBLOCK
+                   ? "another program is changing or examining it; try again when it has ended"
+                   : std::strerror(errno);
     close(fd);
     return -1;
 }
@@ -82,7 +83,8 @@ std::unique_ptr<Update> Update::open(const std::string& path, std::string* failu
         mdb_env_set_assert(update->environment_, [](MDB_env*, const char*) { raise(SIGSEGV); });
         update->check(mdb_env_set_mapsize(update->environment_, static_cast<std::size_t>(size + slack)));
         const unsigned readOnly = mode == reading ? MDB_RDONLY : 0U;
-        update->check(mdb_env_open(update->environment_, path.c_str(), MDB_NOSUBDIR | MDB_NOLOCK | readOnly, 0644));
+        update->check(
+            mdb_env_open(update->environment_, path.c_str(), MDB_NOSUBDIR | MDB_NOLOCK | readOnly, 0644));
         update->check(mdb_txn_begin(update->environment_, nullptr, readOnly, &update->transaction_));
         MDB_dbi records = 0;
         update->check(mdb_dbi_open(update->transaction_, nullptr, 0, &records));
@@ -319,7 +321,9 @@ std::vector<std::string> Update::check() {
     Cursor cursor(transaction_);
     for (bool more = cursor.move(MDB_FIRST); more && problems.size() < limit; more = cursor.move(MDB_NEXT)) {
         const std::string key(cursor.key());
-        const auto say = [&](const std::string& what) { problems.push_back("record " + keyText(key) + ": " + what); };
+        const auto say = [&](const std::string& what) {
+            problems.push_back("record " + keyText(key) + ": " + what);
+        };
         if (!previous.empty() && key <= previous) say("not in the order of the keys");
         previous = key;
         if (key[0] != hostRecord && key[0] != networkRecord && key[0] != pathRecord) continue;

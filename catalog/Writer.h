@@ -127,7 +127,8 @@ public:
                       &see);
     }
 
-    // Reads everything and compares it with what it should be. What is wrong, one sentence each, at most a hundred.
+    // Reads everything and compares it with what it should be. What is wrong, one sentence each, at most a
+    // hundred.
     std::vector<std::string> check();
 
     const Header& header() const { return header_; }
@@ -167,7 +168,8 @@ const char* entryKeys(const Url& entry, EntryKeys* keys);
 // The host's key of a path record's key.
 std::string hostKeyOf(std::string_view pathKey);
 
-// Takes the lock that writers of the file hold alone and long readers together; the descriptor, or -1 with `failure` set.
+// Takes the lock that writers of the file hold alone and long readers together; the descriptor, or -1 with
+// `failure` set.
 int lockCatalog(const std::string& path, Update::Mode mode, std::string* failure);
 
 std::string sourceValue(const Source& source);

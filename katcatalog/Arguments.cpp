@@ -25,13 +25,16 @@ constexpr const char* inputFooter =
 // Options of the commands that read lists.
 void addReading(tools::Command* command, Arguments* arguments, std::string* category) {
     command->text("--map", "FILE", &arguments->map, "Numbers of the categories: lines \"category = number\"");
-    command->text("--category", "N|none", category, "Category, 0 to 65535, of lines that name none; none: entries\n"
+    command->text("--category", "N|none", category,
+                  "Category, 0 to 65535, of lines that name none; none: entries\n"
                   "that are known, without a category");
-    command->flag("--allow-suffixes", &arguments->allowSuffixes, "Take whole public suffixes such as com or co.uk");
+    command->flag("--allow-suffixes", &arguments->allowSuffixes,
+                  "Take whole public suffixes such as com or co.uk");
     command->flag("--strict", &arguments->strict, "End at the first bad line");
     command->flag("-q,--quiet", &arguments->quiet, "Print no summary");
     command->flag("--json", &arguments->json, "Print the summary as one JSON object");
-    command->number("--show", 0, 1000000000, &arguments->show, "Notes of each kind to show").showDefault("10");
+    command->number("--show", 0, 1000000000, &arguments->show, "Notes of each kind to show")
+        .showDefault("10");
     command->operands("INPUT", &arguments->inputs, "Where to read from");
     command->setFooter(inputFooter);
 }
@@ -39,15 +42,17 @@ void addReading(tools::Command* command, Arguments* arguments, std::string* cate
 }  // namespace
 
 bool parseArguments(int argc, const char* const* argv, Arguments* arguments, int* status) {
-    CommandLine line("katcatalog", std::string("katcatalog ") + KATCATALOG_VERSION,
+    CommandLine line("katcatalog", KATCATALOG_VERSION,
                      "Makes, changes and examines the catalogues of katd's engine.");
     line.setFooter(statuses);
     line.requireCommand("a command is missing: import, update, sync, find, stat, check or dump");
     std::string category;
 
-    tools::Command& import = line.command("import", "Make a catalogue from lists, in one step when all went well");
+    tools::Command& import =
+        line.command("import", "Make a catalogue from lists, in one step when all went well");
     import.text("-o,--output", "FILE", &arguments->catalog, "The catalogue").required();
-    import.flag("--compact", &arguments->compact, "Leave out hosts that the entries above them make redundant");
+    import.flag("--compact", &arguments->compact,
+                "Leave out hosts that the entries above them make redundant");
     addReading(&import, arguments, &category);
 
     tools::Command& update = line.command("update", "Add to a catalogue, or take from it, while it is used");
@@ -59,7 +64,8 @@ bool parseArguments(int argc, const char* const* argv, Arguments* arguments, int
     sync.operand("CATALOG", &arguments->catalog, "The catalogue").required();
     addReading(&sync, arguments, &category);
 
-    tools::Command& find = line.command("find", "Say what the catalogue has for URLs, and where it came from");
+    tools::Command& find =
+        line.command("find", "Say what the catalogue has for URLs, and where it came from");
     find.operand("CATALOG", &arguments->catalog, "The catalogue").required();
     find.operands("URL", &arguments->inputs, "What to look up; - reads URLs from standard input, one a line");
     find.flag("--json", &arguments->json, "Print one JSON object a URL");
@@ -71,7 +77,8 @@ bool parseArguments(int argc, const char* const* argv, Arguments* arguments, int
     tools::Command& check = line.command("check", "Read all of a catalogue and say what is wrong with it");
     check.operand("CATALOG", &arguments->catalog, "The catalogue").required();
 
-    tools::Command& dump = line.command("dump", "Print all entries: entry, categories, lists, separated by tabs");
+    tools::Command& dump =
+        line.command("dump", "Print all entries: entry, categories, lists, separated by tabs");
     dump.operand("CATALOG", &arguments->catalog, "The catalogue").required();
 
     line.check([&] {
@@ -95,8 +102,9 @@ bool parseArguments(int argc, const char* const* argv, Arguments* arguments, int
     });
     if (!line.parse(argc, argv, status)) return false;
     const std::pair<const tools::Command*, Command> commands[] = {
-        {&import, Command::import}, {&update, Command::update}, {&sync, Command::sync}, {&find, Command::find},
-        {&stat, Command::stat},     {&check, Command::check},   {&dump, Command::dump}};
+        {&import, Command::import}, {&update, Command::update}, {&sync, Command::sync},
+        {&find, Command::find},     {&stat, Command::stat},     {&check, Command::check},
+        {&dump, Command::dump}};
     for (const auto& [command, value] : commands) {
         if (command->isChosen()) arguments->command = value;
     }

@@ -18,8 +18,8 @@ namespace {
 
 constexpr unsigned replyLimit = 255;  // a reply of katd has one byte for each category
 
-// "com", "co.uk": names below which anyone may register. Private ones, such as those of hosting companies, are often
-// meant as a whole.
+// "com", "co.uk": names below which anyone may register. Private ones, such as those of hosting companies,
+// are often meant as a whole.
 bool isPublicSuffix(const Url& url) {
 #ifdef KATD_HAVE_PSL
     if (url.kind != Url::name || !url.path.empty()) return false;
@@ -37,15 +37,16 @@ Inputs::Inputs(const Arguments& arguments) : arguments_(arguments) {
     std::string problem;
     const auto status = map_.read(arguments.map, &problem);
     if (status != tools::CategoryNames::Status::ok) {
-        throw Failure(status == tools::CategoryNames::Status::malformed ? listreader::wrong : listreader::failed,
-                      problem);
+        throw Failure(
+            status == tools::CategoryNames::Status::malformed ? listreader::wrong : listreader::failed,
+            problem);
     }
     for (const auto& [name, number] : map_.entries())
         names_.emplace(static_cast<std::uint16_t>(number), name);
 }
 
-void Inputs::read(const std::vector<std::string>& inputs, const catalog::Sources& known, std::int32_t otherwise,
-                  Builder* builder, listreader::Progress* progress) {
+void Inputs::read(const std::vector<std::string>& inputs, const catalog::Sources& known,
+                  std::int32_t otherwise, Builder* builder, listreader::Progress* progress) {
     listreader::CategoryRules rules;
     if (!map_.empty()) {
         rules.numberOf = [this](std::string_view name) {
@@ -60,14 +61,16 @@ void Inputs::read(const std::vector<std::string>& inputs, const catalog::Sources
     skipped.end("folders");
     counts_.foldersSkipped += skipped.count();
     if (arguments_.strict && skipped.count() > 0)
-        throw Failure(listreader::wrong, "a folder has no number: add it to " + arguments_.map + " (--strict)");
+        throw Failure(listreader::wrong,
+                      "a folder has no number: add it to " + arguments_.map + " (--strict)");
 
     std::map<std::string, std::uint16_t> numbers;
     for (const auto& [number, source] : known)
         numbers[source.name] = number;
     std::uint32_t next = 1;
-    listreader::Reader reader({highestCategory, arguments_.strict, arguments_.show},
-                              [&](listreader::Entry& entry) { return take(entry, builder); }, progress);
+    listreader::Reader reader(
+        {highestCategory, arguments_.strict, arguments_.show},
+        [&](listreader::Entry& entry) { return take(entry, builder); }, progress);
     for (const listreader::Source& file : files) {
         auto place = numbers.find(file.path);
         if (place == numbers.end()) {
@@ -93,8 +96,9 @@ void Inputs::read(const std::vector<std::string>& inputs, const catalog::Sources
 }
 
 const char* Inputs::take(const listreader::Entry& entry, Builder* builder) {
-    const char* const reason = entry.kind == listreader::EntryKind::network ? catalog::readEntry(entry.text, &url_)
-                                                                             : catalog::readUrl(entry.text, &url_);
+    const char* const reason = entry.kind == listreader::EntryKind::network
+                                   ? catalog::readEntry(entry.text, &url_)
+                                   : catalog::readUrl(entry.text, &url_);
     if (reason != nullptr) return reason;
     if (!arguments_.allowSuffixes && !entry.isException && isPublicSuffix(url_)) {
         ++counts_.suffixes;

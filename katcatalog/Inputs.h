@@ -19,8 +19,8 @@ struct Counts {
     std::uint64_t foldersSkipped = 0;
     std::uint64_t exceptions = 0;
     std::uint64_t belowOnly = 0;
-    std::uint64_t suffixes = 0;       // refused
-    std::uint64_t beyondReply = 0;    // with a category that a reply of katd cuts
+    std::uint64_t suffixes = 0;     // refused
+    std::uint64_t beyondReply = 0;  // with a category that a reply of katd cuts
 };
 
 // Reads inputs into a Builder. Throws listreader::Failure.
@@ -28,8 +28,8 @@ class Inputs {
 public:
     explicit Inputs(const Arguments& arguments);
 
-    // `known` are the sources that the catalogue has: those of the same name keep their number; the others are new.
-    // Where `otherwise` is given, it is the category of inputs that have none.
+    // `known` are the sources that the catalogue has: those of the same name keep their number; the others
+    // are new. Where `otherwise` is given, it is the category of inputs that have none.
     void read(const std::vector<std::string>& inputs, const catalog::Sources& known, std::int32_t otherwise,
               catalog::Builder* builder, listreader::Progress* progress);
 

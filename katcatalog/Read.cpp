@@ -29,7 +29,8 @@ public:
 
     std::string category(unsigned number) const {
         const auto place = categories_.find(static_cast<std::uint16_t>(number));
-        return std::to_string(number) + (place == categories_.end() ? "" : " (" + printable(place->second) + ")");
+        return std::to_string(number) +
+               (place == categories_.end() ? "" : " (" + printable(place->second) + ")");
     }
     const catalog::Source& source(std::uint16_t number) const {
         static const catalog::Source none{"unknown list", 0, 0};
@@ -94,8 +95,9 @@ public:
         all_.count = 0;
         const char* const reason = catalog::readUrl(text, &url);
         if (reason == nullptr && reader_->visit(url, AllFound::add, AllFound::restart, &all_) != Reader::done)
-            throw Failure(listreader::failed, "catalogue " + arguments_.catalog +
-                                                  ": the file is damaged; make it anew with katcatalog import");
+            throw Failure(listreader::failed,
+                          "catalogue " + arguments_.catalog +
+                              ": the file is damaged; make it anew with katcatalog import");
         if (all_.count == 0) coveredAll_ = false;
         std::string host = catalog::hostText(url.kind, url.host);
         if (url.kind == catalog::Url::ipv6) host = "[" + host + "]";
@@ -137,8 +139,8 @@ private:
                 const catalog::Source& source = names_.source(pair.source);
                 entry["categories"].push_back(
                     {{"category", pair.category}, {"list", source.name}, {"lines", source.lines}});
-                table += "    category    " + names_.category(pair.category) + ", from " + printable(source.name) +
-                         " (" + std::to_string(source.lines) + " lines)\n";
+                table += "    category    " + names_.category(pair.category) + ", from " +
+                         printable(source.name) + " (" + std::to_string(source.lines) + " lines)\n";
                 if (!ended && std::find(answer.begin(), answer.end(), pair.category) == answer.end())
                     answer.push_back(pair.category);
             }
@@ -152,7 +154,8 @@ private:
             table += (category == answer.front() ? "" : ", ") + names_.category(category);
         if (answer.empty()) table += all_.count == 0 ? "none: no entry covers it" : "none";
         table += "\n";
-        std::printf("%s", arguments_.json ? (json.dump(-1, ' ', false, replaceBadUtf8) + "\n").c_str() : table.c_str());
+        std::printf("%s", arguments_.json ? (json.dump(-1, ' ', false, replaceBadUtf8) + "\n").c_str()
+                                          : table.c_str());
     }
 
     const Arguments& arguments_;
@@ -207,7 +210,8 @@ void stat(const Arguments& arguments) {
         for (const auto& [category, count] : byCategory)
             json["categories"][std::to_string(category)] = count;
         for (const auto& [number, source] : names.sources())
-            json["lists"].push_back({{"name", source.name}, {"lines", source.lines}, {"entries", source.entries}});
+            json["lists"].push_back(
+                {{"name", source.name}, {"lines", source.lines}, {"entries", source.entries}});
         std::printf("%s\n", json.dump(2, ' ', false, replaceBadUtf8).c_str());
         return;
     }

@@ -25,7 +25,8 @@ public:
         json_["catalog"] = arguments.catalog;
     }
     ~Summary() {
-        if (!arguments_.quiet && arguments_.json) std::printf("%s\n", json_.dump(2, ' ', false, handler).c_str());
+        if (!arguments_.quiet && arguments_.json)
+            std::printf("%s\n", json_.dump(2, ' ', false, handler).c_str());
     }
     Summary(const Summary&) = delete;
     Summary& operator=(const Summary&) = delete;
@@ -118,7 +119,8 @@ void import(const Arguments& arguments) {
     progress.begin("writing");
     Builder::Result result;
     std::string failure;
-    if (!builder.write(file.temporaryPath(), arguments.compact, inputs.sources(), inputs.names(), &result, &failure))
+    if (!builder.write(file.temporaryPath(), arguments.compact, inputs.sources(), inputs.names(), &result,
+                       &failure))
         throw Failure(listreader::failed, "cannot write " + arguments.catalog + ": " + failure +
                                               "; what was there before is as it was");
     file.commit();
@@ -141,8 +143,8 @@ void update(const Arguments& arguments) {
     Inputs goneInputs(arguments);
     Builder gone;
     // Without a category the whole entry goes.
-    goneInputs.read(arguments.removed, before, arguments.category < 0 ? noCategory : arguments.category, &gone,
-                    &progress);
+    goneInputs.read(arguments.removed, before, arguments.category < 0 ? noCategory : arguments.category,
+                    &gone, &progress);
     std::uint64_t addedEntries = 0;
     std::uint64_t changedEntries = 0;
     std::uint64_t removedEntries = 0;
@@ -174,7 +176,8 @@ void update(const Arguments& arguments) {
             if (item.pairs.empty()) {
                 entry.pairs.clear();
             } else {
-                entry.pairs.erase(std::remove_if(entry.pairs.begin(), entry.pairs.end(), isGone), entry.pairs.end());
+                entry.pairs.erase(std::remove_if(entry.pairs.begin(), entry.pairs.end(), isGone),
+                                  entry.pairs.end());
             }
             count(&sources, entry.pairs, true);
             ++removedEntries;
@@ -192,8 +195,9 @@ void update(const Arguments& arguments) {
             const bool known = update->get(key, &entry);
             const Entry old = entry;
             for (const Pair& pair : item.pairs) {
-                const bool has = std::any_of(entry.pairs.begin(), entry.pairs.end(),
-                                             [&](const Pair& other) { return other.category == pair.category; });
+                const bool has = std::any_of(entry.pairs.begin(), entry.pairs.end(), [&](const Pair& other) {
+                    return other.category == pair.category;
+                });
                 if (!has && entry.pairs.size() < catalog::maxEntryCategories) entry.pairs.push_back(pair);
             }
             entry.instead = entry.instead || (item.flags & catalog::isInstead) != 0;
@@ -250,7 +254,8 @@ void sync(const Arguments& arguments) {
             return false;
         };
         const auto take = [&] {
-            return Change{std::string(item.key), false, Entry{(item.flags & catalog::isInstead) != 0, item.pairs}};
+            return Change{std::string(item.key), false,
+                          Entry{(item.flags & catalog::isInstead) != 0, item.pairs}};
         };
         bool more = next();
         update->forEach([&](std::string_view key, const catalog::Value& value) {
@@ -265,7 +270,8 @@ void sync(const Arguments& arguments) {
                 return;
             }
             const bool instead = (item.flags & catalog::isInstead) != 0;
-            bool same = instead == ((value.flags & catalog::isInstead) != 0) && item.pairs.size() == value.pairCount;
+            bool same =
+                instead == ((value.flags & catalog::isInstead) != 0) && item.pairs.size() == value.pairCount;
             for (std::size_t i = 0; same && i < value.pairCount; ++i) {
                 const Pair pair = value.pair(i);
                 same = pair.category == item.pairs[i].category && pair.source == item.pairs[i].source;

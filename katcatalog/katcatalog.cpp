@@ -19,8 +19,9 @@ namespace {
 
 // LMDB trusts a catalogue's pages. Where they are damaged, it may read what is not there.
 void onFault(int) {
-    constexpr char text[] = "katcatalog: the catalogue is damaged, or was cut while it was read; make it anew with "
-                            "katcatalog import\n";
+    constexpr char text[] =
+        "katcatalog: the catalogue is damaged, or was cut while it was read; make it anew with "
+        "katcatalog import\n";
     const ssize_t ignored = write(STDERR_FILENO, text, sizeof text - 1);
     static_cast<void>(ignored);
     _exit(listreader::failed);
