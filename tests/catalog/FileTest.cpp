@@ -197,6 +197,71 @@ TEST_F(CatalogFileTest, readersNeverSeeTwoVersions) {
     EXPECT_TRUE(askAll(catalog));
 }
 
+// A look-up that is stopped while commits pass by.
+struct Stopped {
+    std::atomic<bool> waits{false};
+    std::atomic<bool> goesOn{false};
+    unsigned restarts = 0;
+    std::uint16_t seen[8] = {};
+    unsigned count = 0;
+
+    static bool see(void* context, const Covering& covering) {
+        auto* const self = static_cast<Stopped*>(context);
+        self->waits = true;
+        while (!self->goesOn) {
+        }
+        if (self->count < 8) self->seen[self->count++] = covering.value->pair(0).category;
+        return true;
+    }
+    static void restart(void* context) {
+        auto* const self = static_cast<Stopped*>(context);
+        ++self->restarts;
+        self->count = 0;
+    }
+};
+
+TEST_F(CatalogFileTest, overtakenLookUpsBeginAnew) {
+    const auto commit = [&](unsigned version) {
+        std::string failure;
+        const auto update = Update::open(path, &failure);
+        ASSERT_TRUE(update) << failure;
+        for (const char* const name : {"a.example", "b.a.example"}) {
+            Url url;
+            readEntry(name, &url);
+            Entry entry;
+            entry.pairs.push_back({static_cast<std::uint16_t>(version), 1});
+            update->put(url, entry);
+        }
+        update->commit();
+    };
+    for (const unsigned commits : {0U, 1U, 2U, 5U}) {
+        SCOPED_TRACE(commits);
+        build(100);
+        commit(1000);
+        std::string failure;
+        const auto catalog = Catalog::open(path, &failure);
+        ASSERT_TRUE(catalog) << failure;
+        Stopped stopped;
+        std::thread thread([&] {
+            Reader reader(catalog);
+            Url url;
+            readUrl("b.a.example", &url);
+            EXPECT_EQ(Reader::done, reader.visit(url, Stopped::see, Stopped::restart, &stopped));
+        });
+        while (!stopped.waits)
+            std::this_thread::yield();
+        for (unsigned i = 1; i <= commits; ++i)
+            commit(1000 + i);
+        stopped.goesOn = true;
+        thread.join();
+        EXPECT_EQ(commits < 2 ? 0U : 1U, stopped.restarts);
+        ASSERT_EQ(2U, stopped.count);
+        // Up to one version later it may finish what it began.
+        EXPECT_EQ(commits < 2 ? 1000U : 1000U + commits, stopped.seen[0]);
+        EXPECT_EQ(stopped.seen[0], stopped.seen[1]);
+    }
+}
+
 TEST_F(CatalogFileTest, oneUpdateAtATime) {
     build(10);
     std::string failure;
