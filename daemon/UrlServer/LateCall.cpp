@@ -72,13 +72,14 @@ void LateCallExecution::reportIfRequested() {
     int urlAt = 0;
     if (std::sscanf(request.c_str(), "%d %d %d %d%n", &call, &limitSec, &level, &pidFile, &urlAt) != 4)
         return;
+    if (request[static_cast<std::size_t>(urlAt)] == ' ') ++urlAt;  // the URL, which may begin with a blank
     endWithin(1, endGraceMs);
     fcntl(pidFile, F_SETFD, FD_CLOEXEC);
     printMessages();
     const char* const home = std::getenv("KATD_DIR");
     if (home != nullptr) logMessages(home);
     ops.logLevel = level;
-    endForLateCall(static_cast<LateCall>(call), request.c_str() + urlAt + 1, limitSec);
+    endForLateCall(static_cast<LateCall>(call), request.c_str() + urlAt, limitSec);
 }
 
 }  // namespace KATD_SPACE

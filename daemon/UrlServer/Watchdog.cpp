@@ -124,8 +124,8 @@ Watchdog::Watchdog(int seconds, LateCall kind, const char* askedUrl)
 
 Watchdog::~Watchdog() {
     if (timer) {
+        timer_delete(timer->id);  // first: a signal that it has sent still finds the late call
         timedCall = nullptr;
-        timer_delete(timer->id);
     }
     if (!isListed) return;
     pthread_mutex_lock(&WatchingThread::mutex);
