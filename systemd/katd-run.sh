@@ -9,7 +9,7 @@ set -u
 umask 022
 
 systemd-tmpfiles --create katd.conf # Debian package systemd-standalone-tmpfiles
-find /var/lib/katd/data /var/log/katd -type f -links 1 ! -user katd -exec chown -h katd {} +
+find /var/lib/katd/data /var/log/katd -maxdepth 1 -type f -links 1 ! -user katd -exec chown -h katd {} +
 KATD_PROXY_CONF=
 [ ! -r /etc/default/katd ] || {
     set -a
