@@ -127,14 +127,20 @@ TEST_F(RotationTest, ShiftsTheUnbrokenRunWithinTheLimit) {
 TEST_F(RotationTest, SharesLockFilesButNoFileThatIsLinkedThere) {
     using std::filesystem::perms;
     const std::string victims[] = {folder / "victim", folder / "other"};
-    for (const std::string& victim : victims) {
+    for (const std::string& victim : victims)
         writeFile(victim, "secret");
+    const int held = open(victims[1].c_str(), O_RDWR);
+    for (const std::string& victim : victims)
         std::filesystem::permissions(victim, perms::owner_read);
-    }
     std::filesystem::create_symlink(victims[0], lockFiles[0]);
     std::filesystem::create_hard_link(victims[1], lockFiles[1]);
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    ASSERT_EQ(0, fcntl(held, F_SETLK, &whole));
     const mode_t mask = umask(077);
     OpenRotationLog log(path);
+    EXPECT_TRUE(isLocked(held)) << "the log has opened and closed a file that is linked in /tmp";
+    close(held);
     for (const std::string& victim : victims)
         EXPECT_EQ(perms::owner_read, std::filesystem::status(victim).permissions());
     for (const char* text : {"creates them", "and again after their removal"}) {
