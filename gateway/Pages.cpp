@@ -122,7 +122,7 @@ std::string lookUpHtml(const LookUp& lookUp) {
     return html + "</section>\n";
 }
 
-std::string plotsHtml(const std::vector<History::Minute>& minutes, const std::vector<std::string>& names) {
+std::string plotsHtml(const std::vector<History::Minute>& minutes, const tools::CategoryNames& names) {
     constexpr double none = std::numeric_limits<double>::quiet_NaN();
     Series rate{"", {}};
     Series known{"", {}};
@@ -151,7 +151,7 @@ std::string plotsHtml(const std::vector<History::Minute>& minutes, const std::ve
     std::vector<Bar> bars;
     for (std::size_t i = 0; i < std::min<std::size_t>(order.size(), 10); ++i) {
         const std::string number = std::to_string(order[i]);
-        const std::string& name = names[order[i]];
+        const std::string& name = names.nameOf(static_cast<std::uint32_t>(order[i]));
         bars.push_back(
             {name.empty() ? number : number + " " + name, static_cast<double>(categories[order[i]])});
     }
@@ -189,7 +189,7 @@ Page problemPage(const std::string& title, const std::string& sentence) {
 }
 
 Page administratorPage(const LookUp& lookUp, const std::vector<History::Minute>& minutes,
-                       const std::vector<std::string>& names) {
+                       const tools::CategoryNames& names) {
     return page("katd",
                 "<main>\n<h1>What does katd know?</h1>\n" + lookUpHtml(lookUp) + plotsHtml(minutes, names) +
                     "</main>\n",

@@ -8,6 +8,7 @@
 
 #include "History.h"
 #include "Policy.h"
+#include "tools/CategoryNames.h"
 
 namespace gateway {
 
@@ -36,9 +37,8 @@ struct LookUp {
     std::string explanation;              // how katd comes to the answer, lines of text; may be empty
 };
 
-// `names[n]` is the name of category n, empty without one.
 Page administratorPage(const LookUp& lookUp, const std::vector<History::Minute>& minutes,
-                       const std::vector<std::string>& names);
+                       const tools::CategoryNames& names);
 
 }  // namespace gateway
 

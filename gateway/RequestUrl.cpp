@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "tools/AskedUrl.h"
 #include "Html.h"
+#include "tools/AskedUrl.h"
 
 namespace gateway {
 

@@ -8,13 +8,14 @@
 #include "Html.h"
 #include "Pages.h"
 #include "RequestUrl.h"
+#include "tools/AnswerJson.h"
 
 namespace gateway {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Json = nlohmann::ordered_json;
+using Json = nlohmann::json;
 
 constexpr char jsonType[] = "application/json";
 constexpr char htmlType[] = "text/html; charset=utf-8";
@@ -43,31 +44,18 @@ void replyPage(httplib::Response& response, int status, const Page& page) {
     reply(response, status, page.html, htmlType);
 }
 
-Json answerJson(const std::string& url, const katclient_answer& answer,
-                const std::vector<std::string>& names) {
-    if (answer.status != KATCLIENT_OK) return {{"url", url}, {"error", katclient_status_text(answer.status)}};
-    Json object = {
-        {"url", url}, {"known", answer.known != 0}, {"categories", Json::array()}, {"names", Json::array()}};
-    for (unsigned i = 0; i < answer.count; ++i) {
-        const std::uint8_t number = answer.categories[i];
-        object["categories"].push_back(number);
-        object["names"].push_back(names[number].empty() ? Json() : Json(names[number]));
-    }
-    return object;
+std::string answerJson(const std::string& url, const katclient_answer& answer,
+                       const tools::CategoryNames& names) {
+    if (answer.status != KATCLIENT_OK) return tools::failureJson(url, katclient_status_text(answer.status));
+    return tools::answerJson(url, answer, names.empty() ? nullptr : &names);
 }
 
-std::string line(const Json& json) {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
-}
-
-std::string nameOf(const std::vector<std::string>& names, int category) {
-    if (category < 0) return "";
-    const std::string& name = names[static_cast<std::size_t>(category)];
-    return name.empty() ? std::to_string(category) : name;
+std::string nameOf(const tools::CategoryNames& names, int category) {
+    return category < 0 ? std::string() : names.display(static_cast<std::uint32_t>(category));
 }
 
 // For a header: names may be in any language, header values are ASCII.
-std::string headerValue(const katclient_answer& answer, const std::vector<std::string>& names) {
+std::string headerValue(const katclient_answer& answer, const tools::CategoryNames& names) {
     std::string value;
     for (unsigned i = 0; i < answer.count; ++i) {
         const std::string name = nameOf(names, answer.categories[i]);
@@ -185,7 +173,7 @@ void Service::oneUrl(const httplib::Request& request, httplib::Response& respons
     const std::string asked = askedUrl(url);
     if (asked.empty()) return replyProblem(response, 400, "url is missing or is not a URL");
     const katclient_answer answer = ask(asked);
-    reply(response, answer.status == KATCLIENT_OK ? 200 : 503, line(answerJson(url, answer, rules()->names)),
+    reply(response, answer.status == KATCLIENT_OK ? 200 : 503, answerJson(url, answer, rules()->names) + "\n",
           jsonType);
 }
 
@@ -205,13 +193,13 @@ void Service::manyUrls(const httplib::Request& request, httplib::Response& respo
     std::vector<katclient_answer> answers;
     ask(asked, &answers);
     const RulesPointer now = rules();
-    Json list = Json::array();
+    std::string list = "[";
     bool hasAnswer = urls.empty();
     for (std::size_t i = 0; i < urls.size(); ++i) {
-        list.push_back(answerJson(urls[i], answers[i], now->names));
+        list += (i == 0 ? "" : ",") + answerJson(urls[i], answers[i], now->names);
         hasAnswer = hasAnswer || answers[i].status == KATCLIENT_OK;
     }
-    reply(response, hasAnswer ? 200 : 503, line(list), jsonType);
+    reply(response, hasAnswer ? 200 : 503, list + "]\n", jsonType);
 }
 
 void Service::authorise(const httplib::Request& request, std::string_view rest, httplib::Response& response) {
@@ -296,7 +284,7 @@ void Service::administrator(const httplib::Request& request, httplib::Response& 
         }
         lookUp.isKnown = answer.known != 0;
         for (unsigned i = 0; i < answer.count; ++i) {
-            const std::string& name = now->names[answer.categories[i]];
+            const std::string& name = now->names.nameOf(answer.categories[i]);
             lookUp.categories.push_back(std::to_string(answer.categories[i]) +
                                         (name.empty() ? "" : " " + name));
         }

@@ -182,21 +182,18 @@ Settings readSettings(const std::string& path, const std::string& home) {
 Rules readRules(const std::string& path, const std::string& home) {
     File file(path, home);
     Rules rules;
-    tools::CategoryNames names;
     std::string problem;
     if (const std::string namesPath = file.pathOf(file.value(mainSection, "categories", ""));
         !namesPath.empty()) {
-        if (names.read(namesPath, &problem) != tools::CategoryNames::Status::ok)
+        if (rules.names.read(namesPath, &problem) != tools::CategoryNames::Status::ok)
             throw SettingsError(problem);
     }
-    for (unsigned i = 0; i <= tools::CategoryNames::katdHighest; ++i)
-        rules.names.push_back(names.nameOf(i));
     for (const std::string& name : file.list("policies")) {
         // The name is part of a path and of a link.
         if (name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_") !=
             name.npos)
             file.fail(mainSection, "policies", "takes names of letters, digits, - and _, not " + name);
-        rules.policies.emplace(name, readPolicy(&file, policyPrefix + name, names));
+        rules.policies.emplace(name, readPolicy(&file, policyPrefix + name, rules.names));
     }
     return rules;
 }

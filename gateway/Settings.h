@@ -8,6 +8,7 @@
 
 #include "HttpServer.h"
 #include "Policy.h"
+#include "tools/CategoryNames.h"
 
 namespace gateway {
 
@@ -26,7 +27,7 @@ struct Settings {
 // Read again on SIGHUP.
 struct Rules {
     Policies policies;
-    std::vector<std::string> names;  // of the categories 0 to 255; empty where there is none
+    tools::CategoryNames names;
 };
 
 // What is wrong with the settings: a sentence without its full stop.
@@ -35,8 +36,8 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Both read `path`; paths in the file are relative to `home`, which ends with "/". They throw SettingsError for
-// whatever is wrong, unknown keys and sections included.
+// Both read `path`; paths in the file are relative to `home`, which ends with "/". They throw SettingsError
+// for whatever is wrong, unknown keys and sections included.
 Settings readSettings(const std::string& path, const std::string& home);
 Rules readRules(const std::string& path, const std::string& home);
 
