@@ -66,8 +66,9 @@ struct Value {
         }
         ancestorSize = record == pathRecord ? 2 : 1;
         lengths = bytes;
-        if (static_cast<std::size_t>(end - bytes) < ancestors * ancestorSize) return false;
-        pairs = bytes + ancestors * ancestorSize;
+        const std::size_t lengthsSize = std::size_t{ancestors} * ancestorSize;
+        if (static_cast<std::size_t>(end - bytes) < lengthsSize) return false;
+        pairs = bytes + lengthsSize;
         const auto left = static_cast<std::size_t>(end - pairs);
         pairCount = left / sizeof(Pair);
         return left % sizeof(Pair) == 0 && pairCount <= maxEntryCategories;
@@ -75,7 +76,7 @@ struct Value {
 
     // In a host or path record the length of the ancestor's key, in a network record its prefix length.
     unsigned ancestor(unsigned i) const {
-        return ancestorSize == 1 ? lengths[i] : lengths[2 * i] | (unsigned{lengths[2 * i + 1]} << 8U);
+        return ancestorSize == 1 ? lengths[i] : lengths[std::size_t{2} * i] | (unsigned{lengths[std::size_t{2} * i + 1]} << 8U);
     }
 
     Pair pair(std::size_t i) const {

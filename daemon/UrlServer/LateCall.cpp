@@ -65,21 +65,25 @@ void LateCallExecution::reportIfRequested() {
     if (value == nullptr) return;
     const std::string request = value;
     unsetenv(variableName);
-    int call = 0;
-    int limitSec = 0;
-    int level = 0;
-    int pidFile = -1;
-    int urlAt = 0;
-    if (std::sscanf(request.c_str(), "%d %d %d %d%n", &call, &limitSec, &level, &pidFile, &urlAt) != 4)
+    const char* url = request.c_str();
+    int numbers[4];
+    for (int& number : numbers) {
+        char* end = nullptr;
+        number = static_cast<int>(std::strtol(url, &end, 10));
+        url = end;
+    }
+    if (*url == ' ')
+        ++url;  // the URL, which may begin with a blank
+    else if (*url != '\0')
         return;
-    if (request[static_cast<std::size_t>(urlAt)] == ' ') ++urlAt;  // the URL, which may begin with a blank
+    const auto [call, limitSec, level, pidFile] = numbers;
     endWithin(1, endGraceMs);
     fcntl(pidFile, F_SETFD, FD_CLOEXEC);
     printMessages();
     const char* const home = std::getenv("KATD_DIR");
     if (home != nullptr) logMessages(home);
     ops.logLevel = level;
-    endForLateCall(static_cast<LateCall>(call), request.c_str() + urlAt, limitSec);
+    endForLateCall(static_cast<LateCall>(call), url, limitSec);
 }
 
 }  // namespace KATD_SPACE

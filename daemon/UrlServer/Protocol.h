@@ -10,7 +10,7 @@
 
 #include <stdint.h>
 
-#define KATD_MAX_MESSAGE (16 * 1024 * 1024) /* largest length of a request */
+#define KATD_MAX_MESSAGE 16777216 /* 16 MiB: largest length of a request */
 
 /* Prefixes, on the wire without a terminator. */
 #define KATD_PREFIX_LENGTH 4

@@ -90,6 +90,7 @@ TEST_F(CatalogFileTest, cutFilesAreRefused) {
 }
 
 TEST_F(CatalogFileTest, damagedBytesAreSurvived) {
+    KATD_NEEDS_SYNCHRONOUS_SIGNALS;
     build(3000);
     const std::string whole = readFile(path);
     std::mt19937 random(7);
@@ -114,6 +115,7 @@ TEST_F(CatalogFileTest, damagedBytesAreSurvived) {
 }
 
 TEST_F(CatalogFileTest, fileCutUnderAReaderIsNoticed) {
+    KATD_NEEDS_SYNCHRONOUS_SIGNALS;
     build(3000);
     const std::string whole = readFile(path);
     std::string failure;

@@ -12,6 +12,9 @@
 #include "Settings.h"
 #include "support/FakeDaemon.h"
 
+// httplib is a library of the system, compiled without ThreadSanitizer, which does not see how it initialises statics.
+extern "C" const char* __tsan_default_options() { return "ignore_noninstrumented_modules=1"; }
+
 namespace {
 
 using gateway::HttpLimits;

@@ -314,11 +314,14 @@ TEST_F(KatlistTest, TheListIsReplacedWholeOrNotAtAll) {
     // With standard error closed, notes must not go into the list. At last, a signal while it waits for
     // input.
     expect(R"(
-1 echo '*' | $B -o link --strict in - <= a.example/\nb.example/\n ## 3 $B -o link in none ## 1 katlist build --urls -o link in ## 3 $B -o none/list in ## 1 $B -o /dev/null in ## 3 ulimit -f 0; $B -o link in
+1 echo '*' | $B -o link --strict in - <= a.example/\nb.example/\n ## 3 $B -o link in none ## 1 katlist build --urls -o link in ## 3 $B -o none/list in ## 1 $B -o /dev/null in
 1 $B -o link --min-items 3 in ;; 2 items, fewer than 3 ## 0 cat link; ls real; ls ;; old ;; list\n ;; ~list. ## 0 umask 077; $B -o link --min-items 2 in; stat -c %a real/list; ls real; cat link ;; 640\nlist\n2|22\n001|a.example/\n
 0 test -L link; umask 027; $B -o new in; stat -c %a new ;; 640\n ## 1 $B -o list three; $U --max-shrink 33 in ;; 2 items instead of 3 ## 0 $U --max-shrink 34 in && $U --max-shrink 0 in && $B -o fresh --max-shrink 0 in
 0 $U in 2>&- <= bad line\na.example/\n => 1|11\n001|a.example/\n
 )");
+#ifndef __SANITIZE_THREAD__  // which takes ignored signals for handled ones
+    expect("3 ulimit -f 0; $B -o link in");
+#endif
     for (const std::string signal : {"TERM", "ALRM", "XCPU"})
         expect(
             "0 exec 3<>fifo; $B -o other/list fifo & for i in $(seq 500); do ls other/list.* && break; sleep "
