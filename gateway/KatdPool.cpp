@@ -10,6 +10,10 @@ namespace {
 // Questions in one round on a connection: enough to fill a write, few enough that a slow one delays few
 // others.
 constexpr std::size_t mostTogether = 128;
+// While a connection is busy, questions gather for this long before another connection takes them: list hits
+// are back by then, and travel together; a question that the engine is slow to answer delays the others no
+// longer.
+constexpr std::chrono::milliseconds patience(5);
 
 }  // namespace
 
@@ -56,12 +60,20 @@ void KatdPool::ask(const std::vector<std::string>& urls, std::vector<katclient_a
 void KatdPool::complete(Batch* batch) {
     std::unique_lock<std::mutex> lock(mutex_);
     queue_.push_back(batch);
+    queued_ += batch->count;
     while (batch->answered < batch->count) {
-        if (batch->taken < batch->count && !idle_.empty())
+        if (batch->taken == batch->count || idle_.empty())
+            batch->changed.wait(lock);
+        else if (const Clock::time_point next = nextRound(); queued_ >= mostTogether || Clock::now() >= next)
             serve(&lock);
         else
-            batch->changed.wait(lock);
+            batch->changed.wait_until(lock, next);
     }
+}
+
+// When another connection may be taken: at once unless a round has begun lately.
+KatdPool::Clock::time_point KatdPool::nextRound() const {
+    return rounds_.empty() ? Clock::time_point() : *rounds_.rbegin() + patience;
 }
 
 // One round on an idle connection with the oldest questions of the queue. Called with the lock held, which is
@@ -79,8 +91,9 @@ void KatdPool::serve(std::unique_lock<std::mutex>* lock) {
         batch->taken = end;
         if (end == batch->count) queue_.pop_front();
     }
-    // Another connection can take what is left.
-    if (!queue_.empty() && !idle_.empty()) queue_.front()->changed.notify_one();
+    queued_ -= count;
+    const Clock::time_point start = Clock::now();
+    rounds_.insert(start);
     lock->unlock();
 
     const char* urls[mostTogether];
@@ -96,6 +109,7 @@ void KatdPool::serve(std::unique_lock<std::mutex>* lock) {
     katclient_ask_many(client.get(), urls, lengths, count, 0, answers);
 
     lock->lock();
+    rounds_.erase(rounds_.find(start));
     idle_.push_back(std::move(client));
     i = 0;
     for (const Part& part : parts) {

@@ -2,11 +2,13 @@
 #ifndef GATEWAY_KATDPOOL_H
 #define GATEWAY_KATDPOOL_H
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -32,6 +34,7 @@ public:
 
 private:
     using Client = std::unique_ptr<katclient, void (*)(katclient*)>;
+    using Clock = std::chrono::steady_clock;
     struct Batch;
     struct Part {
         Batch* batch;
@@ -40,11 +43,14 @@ private:
     };
 
     void complete(Batch* batch);
+    Clock::time_point nextRound() const;
     void serve(std::unique_lock<std::mutex>* lock);
 
     std::mutex mutex_;
     std::deque<Batch*> queue_;  // batches with questions that no connection has taken; guarded by mutex_
-    std::vector<Client> idle_;  // guarded by mutex_
+    std::size_t queued_ = 0;    // their questions; guarded by mutex_
+    std::multiset<Clock::time_point> rounds_;  // when those under way began; guarded by mutex_
+    std::vector<Client> idle_;                 // guarded by mutex_
 };
 
 }  // namespace gateway

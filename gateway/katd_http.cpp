@@ -1,6 +1,7 @@
 // katd-http: answers over HTTP what katd knows: to web servers and proxies that ask before they serve a
 // request, to monitoring, and to people.
 #include <fcntl.h>
+#include <malloc.h>
 #include <poll.h>
 #include <pthread.h>
 #include <unistd.h>
@@ -142,6 +143,7 @@ int run(const Arguments& arguments) {
 
 int main(int argc, char** argv) {
     if (!QOR_SPACE::prepareProcess()) return failed;
+    mallopt(M_ARENA_MAX, 2);  // one for each thread would keep the memory of its largest request
     Arguments arguments;
     tools::CommandLine commandLine(program, KATD_HTTP_VERSION,
                                    "Answers over HTTP which categories katd knows of URLs.");
