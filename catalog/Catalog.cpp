@@ -79,7 +79,15 @@ struct Opening {
     const char* path;
     int error;
     MDB_txn* transaction;
-    MDB_val header;
+    std::uintptr_t mapping;
+    std::size_t pageSize;
+};
+
+// The head of a page of LMDB.
+struct PageHead {
+    std::size_t number;
+    std::uint16_t unused;
+    std::uint16_t flags;
 };
 
 void openBody(void* context) {
@@ -91,6 +99,18 @@ void openBody(void* context) {
     if (opening->error != 0) return;
     MDB_dbi records = 0;
     opening->error = mdb_dbi_open(opening->transaction, nullptr, 0, &records);
+    if (opening->error != 0) return;
+    // LMDB does not say where it has mapped the file; a page knows its number.
+    const char name = headerRecord;
+    MDB_val key{1, const_cast<char*>(&name)};
+    MDB_val header;
+    MDB_stat stat;
+    if (mdb_get(opening->transaction, records, &key, &header) != 0) return;
+    mdb_env_stat(opening->environment, &stat);
+    opening->pageSize = stat.ms_psize;
+    const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(header.mv_data);
+    const std::uintptr_t page = address - address % opening->pageSize;
+    opening->mapping = page - reinterpret_cast<const PageHead*>(page)->number * opening->pageSize;
 }
 
 }  // namespace
@@ -129,11 +149,13 @@ std::shared_ptr<Catalog> Catalog::open(const std::string& path, std::string* fai
     if (mdb_env_create(&result->environment_) != 0) return fail("out of memory");
     mdb_env_set_assert(result->environment_, [](MDB_env*, const char*) { endGuarded(); });
     mdb_env_set_mapsize(result->environment_, static_cast<std::size_t>(result->mappedSize_));
-    Opening opening{result->environment_, path.c_str(), 0, nullptr, {}};
+    Opening opening{result->environment_, path.c_str(), 0, nullptr, 0, 1};
     const bool ran = runGuarded(openBody, &opening);
     if (!ran) return fail(std::string("the file is damaged") + makeAnew);
     if (opening.transaction != nullptr) mdb_txn_abort(opening.transaction);
     if (opening.error != 0) return fail(mdb_strerror(opening.error));
+    result->mapping_ = opening.mapping;
+    result->pageSize_ = opening.pageSize;
     Header header;
     Reader reader(result);
     if (reader.header(&header) != Reader::done)
@@ -220,6 +242,15 @@ bool Reader::begin() {
     return error == 0;
 }
 
+namespace {
+
+bool isBefore(const MDB_val& a, const MDB_val& b) {
+    const int order = std::memcmp(a.mv_data, b.mv_data, std::min(a.mv_size, b.mv_size));
+    return order < 0 || (order == 0 && a.mv_size < b.mv_size);
+}
+
+}  // namespace
+
 bool Reader::predecessor(MDB_val* key, MDB_val* value) {
     const MDB_val wanted = *key;
     int error = mdb_cursor_get(cursor_, key, value, MDB_SET_RANGE);
@@ -230,9 +261,22 @@ bool Reader::predecessor(MDB_val* key, MDB_val* value) {
     } else if (error == MDB_NOTFOUND) {
         error = mdb_cursor_get(cursor_, key, value, MDB_LAST);
     }
-    // The header record comes before all others.
-    if (error != 0) status_ = damaged;
-    return error == 0;
+    // The header record comes before all others, so there is a predecessor in a file that is whole.
+    if (error == 0 && isBefore(*key, wanted) && isOnLeaf(key->mv_data)) return true;
+    status_ = damaged;
+    return false;
+}
+
+// LMDB trusts its pages. One that was overwritten would otherwise read as "no entry covers it".
+bool Reader::isOnLeaf(const void* key) const {
+    constexpr unsigned kind = 0xf;  // of the flags
+    constexpr unsigned leaf = 2;
+    const std::uintptr_t offset = reinterpret_cast<std::uintptr_t>(key) - catalog_->mapping();
+    if (offset >= catalog_->mappedSize()) return false;
+    const std::uintptr_t number = offset / catalog_->pageSize();
+    const auto* const page =
+        reinterpret_cast<const PageHead*>(catalog_->mapping() + number * catalog_->pageSize());
+    return page->number == number && (page->flags & kind) == leaf;
 }
 
 bool Reader::get(std::string_view key, Value* value) {

@@ -44,6 +44,9 @@ public:
     // Bytes of the mapping; a file that grows towards it should be opened again.
     std::uint64_t mappedSize() const { return mappedSize_; }
     MDB_env* environment() const { return environment_; }
+    // Where the file is mapped, and the size of its pages.
+    std::uintptr_t mapping() const { return mapping_; }
+    std::size_t pageSize() const { return pageSize_; }
 
 private:
     Catalog() = default;
@@ -53,6 +56,8 @@ private:
     ino_t inode_ = 0;
     std::uint64_t mappedSize_ = 0;
     MDB_env* environment_ = nullptr;
+    std::uintptr_t mapping_ = 0;
+    std::size_t pageSize_ = 0;
 };
 
 // An entry that covers a URL. Points into the file.
@@ -113,6 +118,7 @@ private:
     bool searchPaths(const Url& url, unsigned port, Hits* hits);
     bool searchHosts(const Url& url, Hits* hits);
     bool predecessor(MDB_val* key, MDB_val* value);
+    bool isOnLeaf(const void* key) const;
     bool get(std::string_view key, Value* value);
     std::uint64_t lastVersion() const;
 

@@ -1,21 +1,31 @@
 // The fifteen functions of the classification engine's library, libasapsdk.so, that katd calls.
 //
-// The library built here is a stand-in for the closed engine: it has its soname and its symbols, and what it
-// answers is written in a text file instead of being asked from a service. katd cannot tell the two apart.
+// Three libraries have this interface and this soname, and katd cannot tell them apart: a closed engine, the
+// catalogue engine and the stand-in. The last two are built here. The catalogue engine answers from a file
+// that katcatalog makes: see docs/engine.md. The stand-in answers from a text file of rules, for tests.
 //
-// Threads: all functions are thread-safe, also with a shared handle. A call that delays or hangs does not
-// block any other. A thread must attach before its first call and detach before it ends; the stand-in does
-// not depend on it.
+// Threads: all functions are thread-safe, also with a shared handle. No call blocks another. A thread must
+// attach before its first call and detach before it ends; the two engines built here do not depend on it.
 //
 // Failures: a function that fails stores type, code and description for its thread; CSDKException_* return
 // them until the next failure in that thread. Nothing is thrown.
 //
-// Environment, read at every call (a program must not change it while other threads make calls):
+// The catalogue engine:
+//
+//   KATD_DIR           conf/catalog.ini below this folder has its settings, and relative paths begin there
+//   KATD_CATALOG_INI   path of the settings, instead
+//
+// Both are read by CSDKMain_Create. The categories of a URL come in the order of the entries that cover it,
+// the most specific one first. A URL that no entry covers has ASAPSDK_FLAG_FINAL. It learns nothing, and its
+// cache file holds no URLs.
+//
+// The stand-in reads its environment at every call (a program must not change it while other threads make
+// calls):
 //
 //   ASAPSDK_RULES  path of the rules file. It is read again when its inode, size or modification time
-//   changes;
-//                  sequences then start over. There are no rules without the variable or while the file
-//                  cannot be read. Replace the file by renaming another over it: it may be read at any time.
+//                  changes; sequences then start over. There are no rules without the variable or while the
+//                  file cannot be read. Replace the file by renaming another over it: it may be read at any
+//                  time.
 //   ASAPSDK_TRACE  path of a file to which every call appends one line with one write(2): the function, a
 //                  tab, the kernel's thread ID, a tab, the argument or "-", a tab, the result or "-". The
 //                  line is written before a delay or a hang begins. Bytes below 0x20, 0x7f and the backslash
@@ -68,7 +78,7 @@ enum {
     ASAPSDK_BAD_ARGUMENT = 1,  // a null handle, text or path
     ASAPSDK_BAD_CACHE = 3,     // cache file not read or written, cut or changed; the code is the errno, or 0
     ASAPSDK_NO_MEMORY = 4,
-    ASAPSDK_BAD_CATALOG = 5    // the catalogue or its settings cannot be used
+    ASAPSDK_BAD_CATALOG = 5  // the catalogue or its settings cannot be used
 };
 
 // Bit 0 of CSDKUrlCat_GetFlags: the URL has no category, now and later.
@@ -78,17 +88,17 @@ enum { ASAPSDK_FLAG_FINAL = 1 };
 extern "C" {
 #endif
 
-// Creates an engine; null on failure. The connection string has fields NAME=VALUE separated by ';', of which
-// only WebSecCacheMaxEntries is used: the number of URLs to learn (0, absent or not a number: none). The
-// caller must release the engine with CSDKMain_Close.
+// Creates an engine; null on failure. The connection string has fields NAME=VALUE separated by ';'. The
+// stand-in uses WebSecCacheMaxEntries alone, the number of URLs to learn (0, absent or not a number: none);
+// the catalogue engine uses none. The caller must release the engine with CSDKMain_Close.
 ASAPSDK_API void* CSDKMain_Create(const char* connection);
 
 // Releases the engine; what it has learnt is not saved. Null is allowed.
 // REQUIRES: no other call with this handle is running or follows.
 ASAPSDK_API void CSDKMain_Close(void* sdkMain);
 
-// Classifies a URL; null on failure. The caller must release the answer with CSDKUrlCat_Close. Categories are
-// learnt; a full engine forgets the oldest.
+// Classifies a URL; null on failure. The caller must release the answer with CSDKUrlCat_Close. An engine that
+// learns keeps the categories; when it is full, it forgets the oldest.
 ASAPSDK_API void* CSDKMain_ClassifyUrl(void* sdkMain, const char* url);
 
 // Stores the address and the number of the answer's category numbers; null and 0 for a null answer. The array

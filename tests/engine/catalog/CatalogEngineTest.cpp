@@ -1,5 +1,7 @@
 // The catalogue engine behind the interface that katd calls.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <thread>
@@ -135,15 +137,23 @@ TEST_F(CatalogEngineTest, newVersionsAreSeenAndBadOnesRefused) {
     replace({{"a.example", 2}});
     EXPECT_EQ("2", askUntil("www.a.example", "2"));
 
-    testing::internal::CaptureStderr();
+    // Read while it is written, so not gtest's capture.
+    const std::string messages = folder / "messages";
+    const int before = dup(STDERR_FILENO);
+    const int file = open(messages.c_str(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
+    dup2(file, STDERR_FILENO);
     const std::string good = readFile(path);
     writeFile(path + ".new", good.substr(0, good.size() / 2));
     std::filesystem::rename(path + ".new", path);
-    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-    EXPECT_EQ("2", ask("www.a.example"));
+    for (int i = 0; i < 1000 && readFile(messages).empty(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    dup2(before, STDERR_FILENO);
+    close(before);
+    close(file);
     EXPECT_EQ("katd-engine-catalog: catalogue " + path +
                   ": the file is cut; make it anew with katcatalog import; the old one is still used\n",
-              testing::internal::GetCapturedStderr());
+              readFile(messages));
+    EXPECT_EQ("2", ask("www.a.example"));
 
     replace({{"a.example", 3}});
     EXPECT_EQ("3", askUntil("www.a.example", "3"));
@@ -193,6 +203,19 @@ TEST_F(CatalogEngineTest, cutUnderItItFailsAndGoesOnWithTheNextFile) {
     for (int i = 0; i < 100; ++i)
         EXPECT_EQ("5 " + failure, ask("a.example"));
     EXPECT_EQ("katd-engine-catalog: " + failure + "\n", testing::internal::GetCapturedStderr());
+    // Its page of records was overwritten.
+    for (const std::uint16_t flags : {std::uint16_t{1}, std::uint16_t{2}, std::uint16_t{0xffff}}) {
+        SCOPED_TRACE(flags);
+        replace({{"a.example", flags}});
+        EXPECT_EQ(std::to_string(flags), askUntil("a.example", std::to_string(flags)));
+        std::string page(4096, '\x55');
+        std::memcpy(&page[sizeof(std::size_t) + 2], &flags, sizeof flags);
+        std::fstream(path, std::ios::in | std::ios::out | std::ios::binary)
+            .seekp(8192)
+            .write(page.data(), 4096);
+        EXPECT_EQ("5 " + failure, ask("a.example"));
+        EXPECT_EQ("5 " + failure, ask("b.example"));
+    }
     replace({{"a.example", 2}});
     EXPECT_EQ("2", askUntil("a.example", "2"));
 }
