@@ -62,7 +62,8 @@ for architecture in "${architectures[@]}"; do
     tar --exclude=./build --exclude=./.git -cf - . | tar -C "$folder/katd" -xf -
     say "Building the packages for $architecture (output in $log)"
     (make_packages "$folder") 2>&1 | tee "$log" |
-        sed -unE 's/^[[:space:]]*(dh_auto_(configure|build|install)|dh_strip|dh_builddeb)( .*)?$/   \1/p' || {
+        sed -unE -e 's/^[[:space:]]*(dh_auto_(configure|build|install)|dh_strip|dh_builddeb)( .*)?$/   \1/p' \
+            -e 's/^-- (Left out:)/   \1/p' || {
         tail -n 40 "$log" >&2
         fail "the packages for $architecture were not built; all output is in $log"
     }
