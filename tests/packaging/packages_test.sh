@@ -28,6 +28,7 @@ check() {
             fail "$architecture: $user: $command: status $status, not [$expected] but [$output]"
     done
 }
+has() { compgen -G "$system/packages/$1_*" > /dev/null; }
 check_installed() {
     check << 'END'
 root@cd /var/lib/katd && stat -c '%a %U %G' . conf/katd.ini | xargs@750 root katd 640 katd katd
@@ -36,12 +37,9 @@ END
 }
 
 for architecture; do
-    flags=()
-    if [[ $architecture == i386 ]]; then
-        flags=(-m32)
-        find_run32
-        [[ $run32 == native || -n $run32_nested ]] || { say "i386: built, not tried: no 32-bit programs run" && continue; }
-    fi
+    [[ $architecture == amd64 ]] || find_run32
+    [[ ${run32:=native} == native || -n $run32_nested ]] || { say "i386: built, not tried: no 32-bit programs run" && continue; }
+    [[ $architecture == amd64 ]] && flags=() || flags=(-m32)
     say "$architecture: making a system, installing katd alone, then the rest"
     system=$PWD/build/packages-test-$architecture
     umount "$system/proc" 2> /dev/null || true
@@ -59,10 +57,22 @@ for architecture; do
     install /packages/katd_*
     check_installed
     check <<< 'katd@katd@libasapsdk.so: cannot open shared object file'
-    install '/packages/*.deb'
+    inside useradd -G katd asker
+    if has katd-engine-catalog; then
+        install /packages/katc_* /packages/katd-engine-catalog_*
+        start_katd "$system"
+        check << 'END'
+asker@katc http://www.shop.example/ | grep 'known	$'@known
+root@umask 077 && printf 'shop.example\ngames.example\n' > /hosts && katcatalog import -o /var/lib/katd/lists/catalog.mdb 7=/hosts@2 entries
+asker@timeout 20 sh -c 'until katc http://www.shop.example/ | grep "known	7"; do sleep 0.1; done'@known	7
+root@stat -c '%a %U %G' /var/lib/katd/lists/catalog.mdb@640 root katd
+END
+        stop_katd
+        rm "$system"/packages/katd-engine-catalog_*
+    fi
+    install '/packages/*.deb' # the stand-in in place of the catalogue
     echo "host news.engine.example 34" > "$system/rules"
     cp demo/lists/*.list "$system/var/lib/katd/lists"
-    inside useradd -G katd asker
     for library in "$system"/usr/lib/*/libkatclient.{so,a}; do
         gcc "${flags[@]}" -I "$system/usr/include" -o "$system/${library##*.}" tests/libkatclient/c/ask.c "$library"
     done
@@ -70,15 +80,18 @@ for architecture; do
     check << END
 nobody@katc --version && katlist --version && katd-syslog --version@$version
 asker@katc http://www.harbour-gazette.example/@known	12
-asker@/so /run/katd/katd.sock news.engine.example@first 34
-asker@/a /run/katd/katd.sock news.engine.example@first 34
-nobody@katc news.engine.example@!
-nobody@katc -s /run/katd/katd.sock news.engine.example@!
+asker@/so /run/katd/katd.sock news.engine.example | grep 'first 34' && /a /run/katd/katd.sock news.engine.example | sed s/^/static:/@static:first 34
+nobody@katc news.engine.example || katc -s /run/katd/katd.sock news.engine.example@!
 asker@katc ctl save_cache && cat /var/lib/katd/data/*@!
-root@wc -c /var/lib/katd/data/categories.cache | grep -v '^0' && echo saved@saved
+root@[ -s /var/lib/katd/data/categories.cache ] && echo saved@saved
 asker@cat /var/lib/katd/log/katd.log@!
 asker@echo >> /var/lib/katd/conf/katd.ini@!
 katd@touch /var/lib/katd/lists/new@!
+END
+    ! has katd-http || check << 'END'
+katd-http@id -Gn && katd-http -s /etc/katd/katd-http.ini --check@katd-http katd
+root@systemd-analyze verify --man=no /lib/systemd/system/katd*.* && echo verified@verified
+katd-http@cd /tmp && printf '[katd-http]\nlisten = unix:/tmp/http\n' > ini && katd-http -s ini & while [ ! -S /tmp/http ]; do sleep 0.1; kill -0 $! || exit; done; perl -MIO::Socket::UNIX -e '$s = IO::Socket::UNIX->new("/tmp/http"); $s->print("GET /healthz HTTP/1.0\n\n"); print <$s>'; kill $!@ 200 OK
 END
     stop_katd
 
@@ -102,7 +115,6 @@ asker@katc http://www.harbour-gazette.example/@known	12
 root@katd-update@!
 root@seq -f h%g.example 300 > /hosts && echo 'FETCH="cp /hosts ." DOMAINS=12=hosts' > /etc/default/katd-update@
 root@umask 077 && katd-update@domains.list: 300 items, 300 added
-asker@katc h300.example@known	12
 root@echo h1.example > /hosts && katd-update@!
 asker@katc h300.example@known	12
 root@katd-update --force@domains.list: 1 items, 0 added, 299 removed
@@ -111,13 +123,11 @@ END
     stop_katd
 
     say "$architecture: removing and purging"
-    inside apt-get remove -y katd katc libkatclient1 libkatclient-dev katd-engine-standin
+    inside apt-get remove -y '~i~nkat[dc]'
     check << 'END'
 root@find /usr /lib/systemd -name 'kat[dcl]*' -not -path '*/zoneinfo/*' | grep .@!
 root@ls /etc/katd/katd.ini /etc/default/katd /var/lib/katd/lists/urls.list /var/log/katd/katd.log && echo kept@kept
-END
-    inside apt-get purge -y katd
-    check << 'END'
+root@apt-get purge -y '~c'@Purging
 root@find /etc /var /run -name '*kat[dcl]*' -not -path '/var/lib/apt/*' -not -path '/var/cache/apt/*' | grep .@!
 root@getent passwd katd@katd
 END
