@@ -264,7 +264,7 @@ TEST_F(RotationTest, RecordAfterAFailedWriteStartsItsOwnLine) {
     rlimit before{};
     getrlimit(RLIMIT_FSIZE, &before);
     const auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
-    for (const rlim_t room : {0, 10}) {  // nothing is written, then a date
+    for (const unsigned room : {0U, 10U}) {  // nothing is written, then a date
         writeFile(path, std::string(500, 'x') + "\n");
         const rlimit small{501 + room, before.rlim_max};
         setrlimit(RLIMIT_FSIZE, &small);
