@@ -13,12 +13,13 @@ constexpr const char* usage =
     "Usage: katc [OPTION...] [--] URL...\n"
     "       katc [OPTION...] -\n"
     "       katc [-s SOCKET] [--timeout SECONDS] [--wait SECONDS] ctl REQUEST\n"
+    "       katc why [--categories FILE] URL...\n"
     "       katc helper --help    (answers the proxy squid)\n";
 
 constexpr const char* footer =
     "For each URL katc prints a line: the URL, a tab, known or unknown, a tab, and the\n"
     "category numbers separated by commas. - reads URLs from standard input, one per\n"
-    "line. Write -- before a URL that begins with - or is the word ctl or helper.\n"
+    "line. Write -- before a URL that begins with - or is the word ctl, helper or why.\n"
     "\n"
     "Without --wait, katc ends at once if no daemon runs at the start, but waits 30\n"
     "seconds for one that ends later, so that a restart loses no question.\n"

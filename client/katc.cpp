@@ -1,5 +1,5 @@
-// katc: asks the daemon for the categories of URLs, sends it control requests, and answers a proxy's
-// questions.
+// katc: asks the daemon for the categories of URLs, says how it comes to them, sends it control requests, and
+// answers a proxy's questions.
 #include <csignal>
 #include <cstring>
 #include <exception>
@@ -11,6 +11,7 @@
 #include "QueryRunner.h"
 #include "ResultPrinter.h"
 #include "SocketPath.h"
+#include "Why.h"
 #include "helper/Helper.h"
 #include "katclient.h"
 #include "tools/CategoryNames.h"
@@ -60,6 +61,7 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
     try {
         if (argc > 1 && std::strcmp(argv[1], "helper") == 0) return katc::helperMain(argc - 1, argv + 1);
+        if (argc > 1 && std::strcmp(argv[1], "why") == 0) return katc::whyMain(argc - 1, argv + 1);
         return run(argc, argv);
     } catch (const std::exception& e) {
         katc::report(std::string(e.what()) + ": free some memory and ask again");

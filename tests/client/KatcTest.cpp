@@ -78,6 +78,23 @@ TEST_F(KatcTest, Answers) {
         {"katc -s missing --wait 0.05 ctl reload", 3, "", "no daemon", ""},
         {"{ sleep 0.05; ln -s socket late; } & katc -s late --wait 30 ads.example", 0, adsLine, "", "*"},
         {"{ sleep 0.05; ln -s socket later; } & echo ads.example | katc helper acl -s later --wait 30", 0, ads, "", "*"},
+        // katc why.
+        {"KATD_DIR=why katc why --categories names HTTP://ads.example/%61/b multi.example/x", 0,
+         "HTTP://ads.example/%61/b\n  looked up as  ads.example/a/b\n"
+         "  answer        category 12 (a\"b\\c): the URL begins with [ads.example/a] of why/urls\n"
+         "multi.example/x\n  looked up as  multi.example/x\n"
+         "  answer        category 44 (online games): its host is [multi.example] of why/domains\n", "", ""},
+        {"PATH=why:$PATH; KATD_DIR=why katc why -- -x", 0,
+         "-x\n  looked up as  -x\n  answer        none: it is in neither list, katd would ask the engine\n"
+         "  catalogue     why/data/catalog.mdb\nfind why/data/catalog.mdb -- -x\n", "", ""},
+        {"KATD_DIR=empty katc why a", 0, "a\n  answer        none: there are no lists, katd would ask the engine\n"
+         "  catalogue     empty/data/catalog.mdb: No such file or directory\n", "", ""},
+        {"cp -r why why2; echo '1 2 3' >why2/urls; KATD_DIR=why2 katc why ads.example | tail -n 1", 0,
+         "  catalogue     why2/data/catalog.mdb\n", "katd refuses why2/urls", ""},
+        {"cp -r why why3; ln -sf urls why3/urls; KATD_DIR=why3 katc why ads.example", 1, "", "cannot read why3/urls", ""},
+        {"katc why --categories names", 2, "", "katc why: no URL is given", ""},
+        {"KATD_DIR=conf katc why a", 2, "", "cannot open conf/conf/katd.ini", ""},
+        {"KATD_DIR=empty katc why a >/dev/full", 1, "", "No space left", ""},
         // Input and output that fail.
         {"katc -s socket a b >/dev/full", 1, "", "No space left", "url0a"},
         {"katc -s socket a >&-", 1, "", "standard output", "url0a"},
@@ -132,10 +149,16 @@ TEST_F(KatcTest, Answers) {
         {helper("acl --concurrency", "no channel\n5 ads.example\n") + " | cut -c 1-33 | sort", 0,
          "5 OK category_=12 log=12 message=\nBH message=\"the line has no chann\n", "", "*"},
     };
-    for (const char* folder : {"conf", "empty/conf"})
+    for (const char* folder : {"conf", "empty/conf", "why/conf", "why/data"})
         std::filesystem::create_directories(dir / folder);
     writeFile(dir / "conf/katd.ini", "[katd]\ndata_conn_string = socket ; here\n");
     writeFile(dir / "empty/conf/katd.ini", "[katd]\ndata_conn_string =\n");
+    writeFile(dir / "why/conf/katd.ini", "[katd]\nurls_list_path = urls\ndomains_list_path = domains\n");
+    writeFile(dir / "why/urls", "1|14\n012|ads.example/a\n");
+    writeFile(dir / "why/domains", "1|14\n044|multi.example\n");
+    writeFile(dir / "why/data/catalog.mdb", "");
+    writeFile(dir / "why/katcatalog", "#!/bin/sh\necho \"$@\"\n");
+    std::filesystem::permissions(dir / "why/katcatalog", std::filesystem::perms::owner_all);
     writeFile(dir / "names", "\xef\xbb\xbf# lists\n\n online games = 44 # and odds\r\na\"b\\c=012\nlast = 44\nlast=44\n");
     FakeDaemon daemon(socket, answer);
     std::size_t seen = 0;
@@ -185,7 +208,7 @@ TEST_F(KatcTest, BadUsageIsReportedAndAsksNothing) {
         "-r ctl reload|a ctl reload|ctl reload -- a|ctl log_level|ctl log_level verbose|ctl log_level 3|ctl timeout 1|"
         "ctl timeout 1 2 3|ctl timeout 1 4294967296|ctl timeout -1 1|ctl timeout 1 +1|ctl timeout 1 0x10|ctl timeout 1 ''|"
         "--json ctl reload|ctl reload --categories good|--as-helper ctl reload|--keep-port a|--timeout -1 a|--timeout 1e3 a|"
-        "--timeout . a|--wait inf a|--wait 4000001 a|--wait '' a|--categories missing a|--categories . a|helper |helper no" +
+        "--timeout . a|--wait inf a|--wait 4000001 a|--wait '' a|--categories missing a|--categories . a|why --categories missing a|helper |helper no" +
         acl + "more" + acl + "--no-such" + acl + "--block 256" + acl + "--block 9-5" + acl + "--categories good --block games" +
         acl + "--block ," + acl + "--block ''" + acl + "--block 1 --allow 2" + acl + "--categories missing" + acl +
         "--url-field 0" + acl + "--concurrency --connections 65" + acl + "--connections 2" + acl + "--batch 0" + acl +
