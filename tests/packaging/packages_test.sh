@@ -9,7 +9,6 @@ need_root "$@"
 (($#)) || set -- amd64 i386
 scripts/packages.sh mmdebstrap arch-test g++ g++-multilib
 [[ -n $built ]] || scripts/build-packages.sh "$@"
-katd_command=(as katd env ASAPSDK_RULES=/rules katd)
 katc_command=(as asker katc)
 log=$PWD/build/packages-test.log
 trap 'tail -n 20 "$log" >&2; fail "$architecture: line $LINENO failed; all output is in $log"' ERR
@@ -42,6 +41,8 @@ for architecture; do
     [[ $architecture == amd64 ]] && flags=() || flags=(-m32)
     say "$architecture: making a system, installing katd alone, then the rest"
     system=$PWD/build/packages-test-$architecture
+    # Not by as(): stop_katd would end its shell and leave katd.
+    katd_command=(chroot --userspec=katd "$system" env KATD_DIR=/var/lib/katd ASAPSDK_RULES=/rules katd)
     umount "$system/proc" 2> /dev/null || true
     rm -rf "$system"
     # shellcheck disable=SC2016 # a format of apt's
