@@ -81,7 +81,7 @@ END
     check << END
 nobody@katc --version && katlist --version && katd-syslog --version@$version
 asker@katc http://www.harbour-gazette.example/@known	12
-asker@/so /run/katd/katd.sock news.engine.example | grep 'first 34' && /a /run/katd/katd.sock news.engine.example | sed s/^/static:/@static:first 34
+asker@/so /run/katd/katd.sock news.engine.example | grep 'first 34' && /a /run/katd/katd.sock news.engine.example | sed s/^/static:/@static:news.engine.example status 0 known 1 count 1 first 34
 nobody@katc news.engine.example || katc -s /run/katd/katd.sock news.engine.example@!
 asker@katc ctl save_cache && cat /var/lib/katd/data/*@!
 root@[ -s /var/lib/katd/data/categories.cache ] && echo saved@saved
