@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t blockSize = 4U << 20U;
 constexpr std::uint64_t recordsPerCommit = 1000000;
 
-// What stands before the key of an addition.
+// The header of an addition; its key follows.
 struct Addition {
     std::uint32_t sequence;
     std::uint32_t category;
@@ -28,7 +28,7 @@ constexpr std::ptrdiff_t ahead = 16;
 
 }  // namespace
 
-// The key's next eight bytes stand beside its address, so that most comparisons need not go there.
+// `chunk` holds eight bytes of the key, so that most comparisons need not dereference `data`.
 struct Builder::Record {
     std::uint64_t chunk;
     const char* data;
@@ -189,13 +189,13 @@ std::string makeValue(unsigned flags, const std::vector<unsigned>& ancestors, co
 
 namespace {
 
-// The new file while it is written. Throws the number of LMDB's failure.
+// Writes the new file. Throws LMDB's error codes.
 class NewFile {
 public:
     NewFile(const std::string& path, std::size_t mapSize) {
         check(mdb_env_create(&environment_));
         check(mdb_env_set_mapsize(environment_, mapSize));
-        // Nobody reads the file before it is renamed, and it is synced then.
+        // NOSYNC: the file is synced once, before it is renamed into place.
         check(mdb_env_open(environment_, path.c_str(), MDB_NOSUBDIR | MDB_NOLOCK | MDB_NOSYNC | MDB_NOMEMINIT,
                            0644));
     }
@@ -242,10 +242,10 @@ private:
     std::uint64_t records_ = 0;
 };
 
-// The entries above the one at hand, in its tree.
+// The ancestors of the current entry in its tree.
 class Ancestors {
 public:
-    // Leaves those above the key, and makes their marks the value's.
+    // Keeps only the ancestors of the key and recomputes marks().
     void descend(std::string_view key) {
         while (!levels_.empty() && !isAncestor(levels_.back().key, key))
             levels_.pop_back();
@@ -256,8 +256,8 @@ public:
     void push(const Builder::Item& item) { levels_.push_back({item.key, item.flags, item.pairs}); }
     const std::vector<unsigned>& marks() const { return marks_; }
 
-    // Whether the answer of a URL is the same without this entry, the order of its categories included.
-    // Entries with paths and ports come between those of hosts: where there are any, nothing is redundant.
+    // Whether every URL has the same answer without this entry, including the order of its categories. False
+    // if an ancestor has paths or ports, because their entries rank between those of the hosts.
     bool makeRedundant(const Builder::Item& item) const {
         if ((item.flags & isInstead) != 0 || item.key[0] == pathRecord) return false;
         std::vector<std::uint16_t> above;

@@ -14,8 +14,8 @@ namespace catalog {
 
 namespace {
 
-// LMDB trusts the two meta pages at the file's start, to the point of dividing by what they say: they are
-// compared with the file before. This is how LMDB 0.9 lays them out, for this machine's word size.
+// The meta pages at the start of the file, as LMDB 0.9 lays them out for this machine's word size. LMDB trusts
+// them, even as divisors, so they are checked before it opens the file.
 struct MetaPage {
     struct Database {
         std::uint32_t pageSize;
@@ -67,13 +67,13 @@ std::string sentence(const std::string& path, const std::string& what) {
 }
 constexpr const char* makeAnew = "; make it anew with katcatalog import";
 
-// Room for a growing file, as much as the address space has without care.
+// The size to map: leaves space for the file to grow, less of it where addresses are scarce.
 std::uint64_t mappingFor(std::uint64_t fileSize) {
     constexpr std::uint64_t least = sizeof(void*) == 4 ? 4U << 20U : 64U << 20U;
     return (fileSize + std::max(fileSize / (sizeof(void*) == 4 ? 8 : 2), least)) & ~std::uint64_t{0xffff};
 }
 
-// Opens the environment, in the guarded section.
+// Arguments and results of openBody(), which runs in the guarded section.
 struct Opening {
     MDB_env* environment;
     const char* path;
@@ -120,7 +120,7 @@ std::shared_ptr<Catalog> Catalog::open(const std::string& path, std::string* fai
         *failure = sentence(path, what);
         return nullptr;
     };
-    // Not blocking: a FIFO would keep katd waiting.
+    // Without O_NONBLOCK a FIFO would block katd.
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) {
         const int error = errno;
@@ -130,7 +130,7 @@ std::shared_ptr<Catalog> Catalog::open(const std::string& path, std::string* fai
     struct stat state {};
     MetaState meta = MetaState::foreign;
     const bool regular = fstat(fd, &state) == 0 && S_ISREG(state.st_mode);
-    // A commit may have lengthened the file and written its page after the size was read.
+    // The second attempt is for a commit that extended the file after its size was read.
     for (int attempt = 0; regular && attempt < 2 && meta != MetaState::good; ++attempt) {
         fstat(fd, &state);
         meta = examineMeta(fd, static_cast<std::uint64_t>(state.st_size));
@@ -167,16 +167,16 @@ Catalog::~Catalog() {
     if (environment_ != nullptr) mdb_env_close(environment_);
 }
 
-// Entries found in one tree, the longest first.
+// Entries found in one tree, longest first.
 struct Reader::Hits {
-    static constexpr unsigned limit = 300;  // more than labels, segments and bits can be
+    static constexpr unsigned limit = 300;  // above the possible number of labels, segments or bits
 
     struct Hit {
         std::size_t keySize;
         Value value;
     };
 
-    // False when there are more than can be.
+    // False if there are more than an undamaged file can have.
     bool add(std::size_t size, const Value& value) {
         if (count == limit) return false;
         hits[count++] = Hit{size, value};
@@ -184,9 +184,9 @@ struct Reader::Hits {
     }
 
     unsigned count;
-    std::size_t base;  // of path records: the length of what stands before the path
+    std::size_t base;  // of path records: the offset of the path in the key
     std::size_t keySize;
-    char key[1024];  // what was looked for
+    char key[1024];  // the key searched for
     Hit hits[limit];
 };
 
@@ -219,10 +219,10 @@ std::uint64_t Reader::lastVersion() const {
     return info.me_last_txnid;
 }
 
-// Makes sure that the transaction sees the newest version.
+// Renews the transaction if there is a newer version.
 bool Reader::begin() {
     MDB_env* const environment = catalog_->environment();
-    // Before LMDB allocates anything: a file that was cut ends the section here.
+    // Read this before LMDB allocates anything: if the file was truncated, the section ends here.
     const std::uint64_t version = lastVersion();
     if (live_ && mdb_txn_id(transaction_) == version) return true;
     int error = 0;
@@ -261,7 +261,7 @@ bool Reader::predecessor(MDB_val* key, MDB_val* value) {
     } else if (error == MDB_NOTFOUND) {
         error = mdb_cursor_get(cursor_, key, value, MDB_LAST);
     }
-    // The header record comes before all others, so there is a predecessor in a file that is whole.
+    // The header sorts first, so every key searched for has a predecessor unless the file is damaged.
     if (error == 0 && isBefore(*key, wanted) && isOnLeaf(key->mv_data)) return true;
     status_ = damaged;
     return false;
@@ -297,9 +297,9 @@ std::size_t commonPrefix(const char* a, std::size_t aSize, const char* b, std::s
 
 }  // namespace
 
-// All keys that begin the wanted one and are no longer lie before it, and between them and it nothing but
-// what they begin as well. So they are the record just before the wanted key and ancestors of that one, which
-// it knows.
+// A prefix of a key sorts before it, and all keys between the two begin with that prefix. So every entry that
+// covers the key is either the last record not after the key, or one of that record's ancestors, which its
+// value lists.
 bool Reader::searchHosts(const Url& url, Hits* hits) {
     hits->count = 0;
     const bool isName = url.kind == Url::name;
@@ -325,7 +325,7 @@ bool Reader::searchHosts(const Url& url, Hits* hits) {
         }
         return true;
     }
-    // An address: the networks that hold it; a record's last byte is the prefix length.
+    // An address: find the networks that contain it. The last byte of a record's key is the prefix length.
     if (key.mv_size != hits->keySize || found[0] != networkRecord || found[1] != hits->key[1]) return true;
     if (!value.parse(data.mv_data, data.mv_size, found[0])) return status_ = damaged, false;
     const std::size_t addressSize = url.host.size();
@@ -355,7 +355,7 @@ bool Reader::searchHosts(const Url& url, Hits* hits) {
     return good;
 }
 
-// REQUIRES: hits->key begins with the host's part of the key, of hits->base bytes.
+// REQUIRES: the first hits->base bytes of hits->key are set: the key up to the end of the host.
 bool Reader::searchPaths(const Url& url, unsigned port, Hits* hits) {
     hits->count = 0;
     if (port != 0) {
@@ -411,12 +411,12 @@ bool Reader::search(Request* request) {
                 std::memcpy(tree->key + 1, hosts.key + 1, host.keySize - 1);
             } else {
                 tree->key[1] = '\0';
-                tree->base = hostKey_.size();  // family and address without the prefix, and the zero byte
+                tree->base = hostKey_.size();  // record type, zero byte, family and address
                 std::memcpy(tree->key + 2, hosts.key + 1, tree->base - 2);
             }
             if (!searchPaths(url, t == 0 ? url.port : 0, tree)) return false;
         }
-        // The two trees' entries, the longer path first, with a port before without.
+        // Merge the two trees: longer paths first, and of equal paths the one with the port first.
         for (;;) {
             const auto pathSize = [&](unsigned t) {
                 return next[t] < trees[t]->count
@@ -465,11 +465,11 @@ std::string headerValue(const Header& header) {
 void Reader::runBody(void* context) {
     auto* const request = static_cast<Request*>(context);
     Reader* const reader = request->reader;
-    // Only a machine that stops this thread for longer than two commits take makes a second round.
+    // A second iteration is needed only if two commits overtook this thread.
     for (;;) {
         if (!reader->begin()) return;
         const std::uint64_t version = reader->version_ = mdb_txn_id(reader->transaction_);
-        // The newest version's page of roots is not written to before the next version is there.
+        // The meta page of the newest version is overwritten only after the next version has been committed.
         bool whole = reader->lastVersion() == version;
         if (whole) {
             reader->status_ = done;
@@ -500,9 +500,9 @@ Reader::Status Reader::run(Request* request) {
         status_ = done;
         version_ = 0;
         if (runGuarded(runBody, request)) return status_;
-        // A transaction that was ended in the middle of LMDB's work is good for nothing but its end.
+        // The jump left LMDB's function half way: the transaction can only be aborted.
         endTransaction();
-        // Was it reading pages that were being written anew?
+        // Was it damage, or did a writer reuse the pages that were being read?
         const auto isOvertaken = [](void* context) {
             auto* const reader = static_cast<Reader*>(context);
             reader->overtaken_ = reader->version_ != 0 && reader->lastVersion() > reader->version_ + 1;
@@ -517,7 +517,7 @@ Reader::Status Reader::visit(const Url& url, Visit see, Restart restart, void* c
     hostKey_.assign(1, url.kind == Url::name ? hostRecord : networkRecord);
     if (url.kind != Url::name) hostKey_.push_back(url.kind == Url::ipv4 ? '4' : '6');
     hostKey_.append(url.host);
-    // Behind all networks that begin at this address.
+    // Sorts after all networks that begin at this address.
     if (url.kind != Url::name) hostKey_.push_back('\xff');
     Request request{this, &url, see, restart, context, nullptr};
     return run(&request);

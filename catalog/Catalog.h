@@ -14,7 +14,7 @@
 
 namespace catalog {
 
-// Facts of the whole catalogue, in its header record.
+// The header record.
 struct Header {
     std::uint64_t entries = 0;
     std::uint64_t created = 0;  // seconds since 1970
@@ -22,26 +22,26 @@ struct Header {
     std::uint64_t changes = 0;  // number of updates since it was created
 };
 
-// One open file. Any number of threads may use it, each through a Reader of its own.
+// An open catalogue file. Thread-safe; each thread needs its own Reader.
 //
-// The file needs no lock file and no right to write. A writer of LMDB uses the pages of a version again two
-// versions later at the earliest: a reader that finds afterwards that at most one version was added has seen
-// its version whole, and begins anew otherwise.
+// Readers need no lock file and no write permission. LMDB does not reuse the pages of a version until the
+// second commit after it. So a Reader compares version numbers after each look-up, and repeats the look-up if
+// two or more commits have been made since its version.
 class Catalog {
 public:
-    // Opens the file read-only and looks at its ends and header, not at its records: the time does not depend
-    // on its size. Null on failure, with a sentence that says what to do. REQUIRES: installFaultGuard() was
-    // called.
+    // Opens the file read-only. Checks its size, meta pages and header, but not its records, so the time does
+    // not depend on the size. Null on failure; *failure then says what is wrong and what to do. REQUIRES:
+    // installFaultGuard() was called.
     static std::shared_ptr<Catalog> open(const std::string& path, std::string* failure);
     ~Catalog();
     Catalog(const Catalog&) = delete;
     Catalog& operator=(const Catalog&) = delete;
 
     const std::string& path() const { return path_; }
-    // Which file it is, see stat(2).
+    // Identify the file, as st_dev and st_ino do.
     dev_t device() const { return device_; }
     ino_t inode() const { return inode_; }
-    // Bytes of the mapping; a file that grows towards it should be opened again.
+    // Size of the mapping in bytes. Open the file again before it grows beyond this.
     std::uint64_t mappedSize() const { return mappedSize_; }
     MDB_env* environment() const { return environment_; }
     // Where the file is mapped, and the size of its pages.
@@ -60,28 +60,28 @@ private:
     std::size_t pageSize_ = 0;
 };
 
-// An entry that covers a URL. Points into the file.
+// An entry that covers a URL. Valid only during the call of Visit that gets it: it points into the mapping.
 struct Covering {
     std::string_view key;
     const Value* value;
 };
 
-// What the catalogue has for a URL.
+// The categories of a URL, most specific entry first.
 struct Answer {
-    static constexpr unsigned limit = 4096;  // categories beyond are left out
+    static constexpr unsigned limit = 4096;  // further categories are dropped
 
-    bool covered = false;  // by at least one entry, which may have no category
+    bool covered = false;  // at least one entry covers the URL; it may have no category
     unsigned count = 0;
     std::uint16_t categories[limit];
 };
 
-// One thread's way into a catalogue.
+// Look-ups in a catalogue. Not thread-safe.
 class Reader {
 public:
     enum Status {
         done,
-        damaged,  // the file was cut or changed by other means than the catalogue's tools
-        grown,    // beyond the mapping: open it again
+        damaged,  // the file is truncated or corrupt
+        grown,    // the file has outgrown the mapping: open it again
     };
 
     explicit Reader(std::shared_ptr<Catalog> catalog);
@@ -92,10 +92,10 @@ public:
     using Visit = bool (*)(void* context, const Covering& covering);
     using Restart = void (*)(void* context);
 
-    // Calls see(context, covering) for the entries that cover the URL, the most specific one first, until it
-    // returns false: first those of the longest host, of these the ones with the longest path, of these the
-    // ones with a port. May begin anew and then calls restart(context) first. The functions run in a guarded
-    // section (see Guard.h) and see entries behind one marked "instead" too.
+    // Calls see(context, covering) for each entry that covers the URL, until it returns false. The order is by
+    // host, longest first; then by path, longest first; then with a port before without. Entries after one
+    // marked "instead" are included. If a writer overtakes the look-up, calls restart(context) and starts from
+    // the first entry again. Both functions run in a guarded section (Guard.h).
     Status visit(const Url& url, Visit see, Restart restart, void* context);
 
     // The union of the categories of the entries that cover the URL, down to the first one marked "instead".
@@ -112,7 +112,7 @@ private:
     Status run(Request* request);
     static void runBody(void* request);
     void endTransaction();
-    // Below: in the guarded section.
+    // The functions from here on run in the guarded section.
     bool begin();
     bool search(Request* request);
     bool searchPaths(const Url& url, unsigned port, Hits* hits);
@@ -125,8 +125,8 @@ private:
     const std::shared_ptr<Catalog> catalog_;
     MDB_txn* transaction_ = nullptr;
     MDB_cursor* cursor_ = nullptr;
-    bool live_ = false;          // the transaction is renewed
-    std::uint64_t version_ = 0;  // that it sees
+    bool live_ = false;          // the transaction is open on a version
+    std::uint64_t version_ = 0;  // the version that the transaction sees
     bool overtaken_ = false;
     Status status_ = done;
     std::string hostKey_;

@@ -26,7 +26,7 @@ std::string hostKey(const Url& entry) {
 
 std::string pathKey(const Url& entry, unsigned port) {
     std::string key(1, pathRecord);
-    // A zero byte cannot begin a name: it tells addresses from names that begin with a 4 or 6.
+    // No name begins with a zero byte, so it distinguishes addresses from names that begin with 4 or 6.
     if (entry.kind != Url::name) key.push_back('\0');
     appendHost(entry, &key);
     if (port != 0) {

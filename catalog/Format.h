@@ -20,19 +20,19 @@ constexpr std::size_t maxEntryCategories = 256;  // a reply of katd holds no mor
 // The first byte of a key.
 enum Record : char {
     headerRecord = 1,
-    sourceRecord = 2,     // and the source's number, high byte first
-    categoryRecord = 3,   // and the category's number, high byte first: its name
-    hostRecord = 'h',     // and the host's labels, see Url::host
-    networkRecord = 'n',  // and '4' or '6', the address, the prefix length
-    pathRecord = 'p',  // and a host, or a zero byte, '4' or '6' and an address; a port (see below); the path
+    sourceRecord = 2,     // then the number of the source, high byte first
+    categoryRecord = 3,   // then the number of the category, high byte first; the value is its name
+    hostRecord = 'h',     // then Url::host
+    networkRecord = 'n',  // then '4' or '6', the address, the prefix length
+    pathRecord = 'p',     // then the host, or a zero byte, '4' or '6' and the address; the port; the path
 };
 
-// Bits of a value's first byte. The rest of it is the number of ancestors, 15 meaning that the next byte has
-// it.
+// The low bits of a value's first byte. The high bits are the number of ancestors; if they are 15, the number
+// is in the next byte.
 using Flags = unsigned char;
-constexpr Flags isEntry = 1;  // not only there because of what lies below it
+constexpr Flags isEntry = 1;  // without it the record exists only for the paths below it
 constexpr Flags isInstead = 2;
-constexpr Flags hasPaths = 4;  // there are path records without a port for this host
+constexpr Flags hasPaths = 4;  // this host has path records without a port
 constexpr Flags hasPorts = 8;
 constexpr unsigned ancestorShift = 4;
 constexpr unsigned manyAncestors = 15;
@@ -42,18 +42,18 @@ struct Pair {
     std::uint16_t category;
     std::uint16_t source;
 };
-static_assert(sizeof(Pair) == 4, "pairs lie in the file as they are");
+static_assert(sizeof(Pair) == 4, "the file stores pairs in this layout");
 
-// A value, taken apart; points into it.
+// A parsed value; points into the record.
 struct Value {
     unsigned char flags = 0;
     unsigned ancestors = 0;
-    unsigned ancestorSize = 1;               // bytes of each: 2 in a path record
-    const unsigned char* lengths = nullptr;  // of the ancestors, shortest first
+    unsigned ancestorSize = 1;               // bytes per ancestor: 2 in a path record
+    const unsigned char* lengths = nullptr;  // the ancestors' marks, shortest first; see ancestor()
     const unsigned char* pairs = nullptr;
     std::size_t pairCount = 0;
 
-    // False when the bytes are no value.
+    // False if the bytes are not a value.
     bool parse(const void* data, std::size_t size, char record) {
         const auto* bytes = static_cast<const unsigned char*>(data);
         const auto* const end = bytes + size;
@@ -74,7 +74,7 @@ struct Value {
         return left % sizeof(Pair) == 0 && pairCount <= maxEntryCategories;
     }
 
-    // In a host or path record the length of the ancestor's key, in a network record its prefix length.
+    // The mark of ancestor i: the length of its key or, in a network record, its prefix length.
     unsigned ancestor(unsigned i) const {
         return ancestorSize == 1 ? lengths[i] : lengths[std::size_t{2} * i] | (unsigned{lengths[std::size_t{2} * i + 1]} << 8U);
     }
@@ -86,35 +86,35 @@ struct Value {
     }
 };
 
-// Separators of the path in a key. They sort before all other bytes, so that what an entry covers lies right
-// behind it.
+// Separators of the path in a key. They sort before all other bytes, so that the entries that an entry covers
+// follow it directly.
 constexpr char keySlash = 1;      // between segments
 constexpr char keyQuestion = 2;   // before the query
 constexpr char keyAmpersand = 3;  // in the query
-constexpr char keyPort = ':';     // before the port; a port is always followed by the end or a separator
+constexpr char keyPort = ':';     // before the port, which is followed by the end or a separator
 
-// Whether the first `size` bytes of the path record's key `key` end where a part of it does.
+// Whether the first `size` bytes of a path record's key end at the end of a segment or parameter.
 inline bool endsAtBoundary(const char* key, std::size_t keySize, std::size_t size) {
     return size == keySize || (size < keySize && static_cast<unsigned char>(key[size]) <= keyAmpersand);
 }
 
-// Copies a path's first `size` bytes into a key, with the separators above.
+// Copies `size` bytes of a path into a key and replaces its separators by those above.
 void encodePath(const char* path, std::size_t size, char* key);
 
-// Whether an entry with the key `above` covers all that one with the key `below` does. Of one tree only:
-// hosts, networks, or the paths of one host and port. Not for equal keys.
+// Whether the entry `above` covers everything that the entry `below` covers. False if they are in different
+// trees (hosts, networks, the paths of one host and port) or equal.
 bool isAncestor(std::string_view above, std::string_view below);
-// How a record of the key's tree names it as an ancestor.
+// The number that stands for this key in the values of its descendants; see Value::ancestor().
 unsigned ancestorMark(std::string_view key);
 
-// The keys of an entry's own record and of its host's. A network's host record is that of the network.
+// The key of the entry's host or network.
 std::string hostKey(const Url& entry);
-// `port` 0: for all ports.
+// The key of the entry's path; port 0 means all ports.
 std::string pathKey(const Url& entry, unsigned port);
-// The length of a path record's key before the path, or 0 if that is none; `size` is all of the key's.
+// The offset of the path in the key of a path record; 0 if it is not such a key.
 std::size_t pathBase(std::string_view key);
 
-// What a key of a host, network or path record says, for people: "a.example", "203.0.113.0/24",
+// The key of a host, network or path record in readable form: "a.example", "203.0.113.0/24",
 // "a.example:8080/ads".
 std::string keyText(std::string_view key);
 

@@ -9,7 +9,7 @@ namespace catalog {
 
 namespace {
 
-// In the static part of the thread's storage: the handler must not allocate it.
+// initial-exec: with dynamic TLS the handler's first access could allocate memory.
 __attribute__((tls_model("initial-exec"))) thread_local sigjmp_buf* section = nullptr;
 
 std::mutex installMutex;
@@ -25,8 +25,8 @@ void onFault(int signal, siginfo_t* info, void* machine) {
     } else if (previous.sa_handler != SIG_DFL && previous.sa_handler != SIG_IGN) {
         previous.sa_handler(signal);
     } else {
-        // The instruction faults again, now with the default action; a signal that was sent has to be sent
-        // again.
+        // A faulting instruction faults again, now with the default action. A signal sent by kill(2) does not,
+        // so raise it again.
         ::signal(signal, SIG_DFL);
         if (info->si_code <= 0) raise(signal);
     }
@@ -39,7 +39,7 @@ void installFaultGuard() {
     if (installed++ != 0) return;
     struct sigaction action {};
     action.sa_sigaction = onFault;
-    // Not deferred: the mask is not changed, so a jump out of the handler has none to restore.
+    // SA_NODEFER: the handler leaves the signal mask unchanged, so siglongjmp() need not restore it.
     action.sa_flags = SA_SIGINFO | SA_NODEFER | SA_ONSTACK;
     sigemptyset(&action.sa_mask);
     sigaction(SIGBUS, &action, &previousBus);

@@ -1,20 +1,21 @@
-// Reading mapped memory that another program may cut off, and pages that may be damaged, without dying of it.
+// Reads a mapped file that another program may truncate or damage, and survives the faults.
 #ifndef KATD_CATALOG_GUARD_H
 #define KATD_CATALOG_GUARD_H
 
 namespace catalog {
 
-// Installs handlers for SIGBUS and SIGSEGV that end a guarded section; other faults go to the handlers that
-// were there before. Calls nest: the last uninstall puts those back. Thread-safe.
+// Installs handlers for SIGBUS and SIGSEGV that end a guarded section. Faults outside a section are passed to
+// the previous handlers. Calls nest; the last uninstallFaultGuard() restores the previous handlers.
+// Thread-safe.
 void installFaultGuard();
 void uninstallFaultGuard();
 
-// Runs body(context) in the calling thread. False when it was ended by a fault or by endGuarded(): it stopped
-// where it was, without running destructors. So the body owns nothing, takes no lock and calls nothing that
-// does. Sections do not nest. REQUIRES: installFaultGuard() was called.
+// Runs body(context) in the calling thread. False if a fault or endGuarded() ended it. It is then left by
+// siglongjmp(), without destructors, so the body and everything that it calls must not own resources or take
+// locks. Sections do not nest. REQUIRES: installFaultGuard() was called.
 bool runGuarded(void (*body)(void*), void* context);
 
-// Ends the calling thread's guarded section; outside of one it aborts.
+// Ends the calling thread's guarded section; aborts the process outside of one.
 [[noreturn]] void endGuarded();
 
 }  // namespace catalog

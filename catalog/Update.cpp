@@ -68,7 +68,7 @@ std::unique_ptr<Update> Update::open(const std::string& path, std::string* failu
         *failure = "catalogue " + path + ": " + *failure;
         return nullptr;
     }
-    // Examines the file: LMDB trusts it.
+    // Checks the file before LMDB, which trusts it, opens it.
     const std::shared_ptr<Catalog> catalog = Catalog::open(path, failure);
     if (!catalog) return nullptr;
     try {
@@ -154,7 +154,7 @@ public:
     Cursor(const Cursor&) = delete;
     Cursor& operator=(const Cursor&) = delete;
 
-    // The first record at or behind the key, or the one behind the last; false at the end.
+    // Moves to the first record whose key is not less; false if there is none.
     bool seek(std::string_view key) {
         key_ = {key.size(), const_cast<char*>(key.data())};
         return mdb_cursor_get(cursor_, &key_, &data_, MDB_SET_RANGE) == 0;
@@ -171,7 +171,7 @@ private:
 
 }  // namespace
 
-// Tells the records below a new or former one of it.
+// Adds the key to the ancestor lists of all records below it, or removes it from them.
 void Update::changeBelow(std::string_view key, bool add) {
     std::vector<std::string> below;
     {
@@ -196,7 +196,7 @@ void Update::changeBelow(std::string_view key, bool add) {
     }
 }
 
-// Changes a record; it comes to be or goes as its flags say.
+// Changes a record. Creates it if it does not exist, and deletes it if no flag that justifies it is left.
 void Update::setNode(std::string_view key, unsigned char set, unsigned char clear, const Entry* entry) {
     Node node;
     const bool existed = readNode(key, &node);
@@ -247,8 +247,8 @@ bool Update::get(const std::string& key, Entry* entry) {
 
 namespace {
 
-// The host's part of both keys has the same length: a host record has its prefix length or nothing behind it,
-// a path record a zero byte or nothing before it.
+// A path key continues after the host at index host.size(): an address has a prefix length at the end of its
+// host key, and in the path key a zero byte before it instead.
 unsigned char flagOf(std::string_view key, std::string_view host) {
     return key[host.size()] == keyPort ? hasPorts : hasPaths;
 }
@@ -361,7 +361,7 @@ std::vector<std::string> Update::check() {
 
 namespace {
 
-// The records of a kind with numbers.
+// Calls see(number, value) for each record of a numbered type.
 template <typename See>
 void forEachNumbered(MDB_txn* transaction, Record record, See see) {
     Cursor cursor(transaction);

@@ -19,7 +19,7 @@ constexpr std::size_t maxLabel = 63;
 
 enum Class : unsigned char { plain, upper, slash, question, hash, percent, skipped, escaped };
 
-// What a byte is to the reader of paths.
+// The classes of bytes that readPath() distinguishes.
 constexpr std::array<unsigned char, 256> makeClasses() {
     std::array<unsigned char, 256> classes{};
     for (unsigned c = 0; c <= 0x20; ++c)
@@ -28,7 +28,7 @@ constexpr std::array<unsigned char, 256> makeClasses() {
     for (unsigned c = 'A'; c <= 'Z'; ++c)
         classes[c] = upper;
     for (const char c : {'\t', '\r', '\n'})
-        classes[static_cast<unsigned char>(c)] = skipped;  // browsers drop these wherever they stand
+        classes[static_cast<unsigned char>(c)] = skipped;  // browsers drop these anywhere
     classes['/'] = classes['\\'] = slash;
     classes['?'] = question;
     classes['#'] = hash;
@@ -37,7 +37,7 @@ constexpr std::array<unsigned char, 256> makeClasses() {
 }
 constexpr std::array<unsigned char, 256> classOf = makeClasses();
 
-// Bytes that no host has.
+// Bytes that a host cannot contain.
 constexpr std::array<bool, 256> makeForbidden() {
     std::array<bool, 256> forbidden{};
     for (unsigned c = 0; c <= 0x20; ++c)
@@ -59,7 +59,7 @@ constexpr int hexValue(char c) {
     return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
 }
 
-// The byte of the escape at the text's start, or -1.
+// The value of the escape that `text` begins with, or -1.
 int escapeAt(std::string_view text) {
     if (text.size() < 3 || text[0] != '%') return -1;
     const int high = hexValue(text[1]);
@@ -73,7 +73,7 @@ void appendEscape(unsigned char byte, std::string* out) {
     out->append(escape, 3);
 }
 
-// Bytes whose escape is not the same as the byte itself.
+// Whether decoding this byte's escape would change the meaning of the URL.
 bool staysEscaped(unsigned char byte) {
     switch (byte) {
         case '/':
@@ -90,8 +90,7 @@ bool staysEscaped(unsigned char byte) {
     }
 }
 
-// Ends the segment that begins at `start`, where its slash is; dot segments take themselves or their parent
-// away.
+// Ends the segment whose slash is at `start`: "." and empty segments are removed, ".." with its parent.
 void endSegment(std::size_t start, std::string* out) {
     const std::string_view segment(out->data() + start + 1, out->size() - start - 1);
     if (segment.empty() || segment == ".") {
@@ -103,11 +102,11 @@ void endSegment(std::size_t start, std::string* out) {
     }
 }
 
-// Reads what follows the authority.
+// Normalises everything after the authority.
 void readPath(std::string_view text, std::string* out) {
     out->clear();
     bool query = false;
-    std::size_t start = std::string::npos;  // of the segment under way
+    std::size_t start = std::string::npos;  // of the current segment
     std::size_t i = 0;
     for (; i < text.size(); ++i) {
         const char c = text[i];
@@ -159,7 +158,7 @@ void readPath(std::string_view text, std::string* out) {
     if (query && out->back() == '?' && out->find('?') == out->size() - 1) out->pop_back();
 }
 
-// One part of an IPv4 address as browsers read it: decimal, 0x hexadecimal, or octal after a 0.
+// One part of an IPv4 address as browsers read it: decimal, hexadecimal after 0x, octal after 0.
 bool readPart(std::string_view text, std::uint64_t* value) {
     int base = 10;
     if (text.size() >= 2 && text[0] == '0' && text[1] == 'x') {
@@ -188,7 +187,7 @@ void setIpv4(std::uint32_t address, Url* url) {
         url->host.push_back(static_cast<char>(address >> static_cast<unsigned>(shift)));
 }
 
-// "1.2.3.4", "0x7f.1", "2130706433": up to four parts, the last of which fills what is left.
+// "1.2.3.4", "0x7f.1", "2130706433": up to four parts, the last of which fills the remaining bytes.
 bool readIpv4(std::string_view host, Url* url) {
     std::uint64_t address = 0;
     for (unsigned parts = 1;; ++parts) {
@@ -207,7 +206,7 @@ bool readIpv4(std::string_view host, Url* url) {
 }
 
 bool readIpv6(std::string_view host, Url* url) {
-    host = host.substr(0, host.find('%'));  // the zone is this machine's business
+    host = host.substr(0, host.find('%'));  // a zone has a meaning on one machine only
     char text[INET6_ADDRSTRLEN];
     if (host.size() >= sizeof text || host.find('\0') != host.npos) return false;
     std::memcpy(text, host.data(), host.size());
@@ -228,7 +227,7 @@ bool readIpv6(std::string_view host, Url* url) {
     return true;
 }
 
-// Decodes escapes and, where there are bytes beyond ASCII, makes it the name that DNS has for it.
+// Decodes escapes and converts a name with non-ASCII bytes to its A-labels.
 std::string unusualHost(std::string_view text) {
     std::string host;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -250,7 +249,7 @@ std::string unusualHost(std::string_view text) {
     return host;
 }
 
-// Stores the name with its labels reversed. The text has neither escapes nor upper case letters.
+// Stores the name with its labels reversed. REQUIRES: no escapes and no upper-case letters.
 const char* setName(std::string_view name, Url* url) {
     url->kind = Url::name;
     url->host.clear();
@@ -329,7 +328,7 @@ constexpr bool isSlash(char c) {
     return c == '/' || c == '\\';
 }
 
-// Takes the scheme off and sets its port.
+// Removes the scheme and sets its default port.
 std::string_view withoutScheme(std::string_view text, Url* url) {
     url->port = 80;
     url->portGiven = false;
@@ -378,7 +377,7 @@ bool readNetwork(std::string_view text, Url* entry) {
     if (address.find(':') != address.npos) {
         if (address.front() == '[' && address.back() == ']') address = address.substr(1, address.size() - 2);
         if (!readIpv6(address, entry)) return false;
-        if (entry->kind == Url::ipv4) {  // of a mapped address
+        if (entry->kind == Url::ipv4) {  // an IPv4-mapped address
             if (prefix < 96) return false;
             prefix -= 96;
         }

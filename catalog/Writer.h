@@ -1,4 +1,4 @@
-// Making a catalogue file, and changing one in place.
+// Builds catalogue files and changes them in place.
 #ifndef KATD_CATALOG_WRITER_H
 #define KATD_CATALOG_WRITER_H
 
@@ -17,14 +17,14 @@
 
 namespace catalog {
 
-// Where categories came from.
+// An input that categories came from.
 struct Source {
     std::string name;
     std::uint64_t lines = 0;
     std::uint64_t entries = 0;
 };
 
-// What the catalogue says of one entry.
+// The contents of one entry.
 struct Entry {
     bool instead = false;
     std::vector<Pair> pairs;
@@ -35,7 +35,7 @@ struct Entry {
 using Sources = std::map<std::uint16_t, Source>;
 using CategoryNames = std::map<std::uint16_t, std::string>;
 
-// Gathers entries in memory and writes a file of them in one go.
+// Collects entries in memory and writes them to a new file.
 class Builder {
 public:
     static constexpr unsigned noCategory = 65536;
@@ -45,32 +45,32 @@ public:
     Builder(const Builder&) = delete;
     Builder& operator=(const Builder&) = delete;
 
-    // Adds a category (or none) to an entry. Of two sources of a category the one that was added first stays.
-    // Null, or the reason why the catalogue cannot hold the entry.
+    // Adds a category, or none, to an entry. If two sources give it the same category, the first one is kept.
+    // Null on success, else a phrase that says why the catalogue cannot hold the entry.
     const char* add(const Url& entry, unsigned category, std::uint16_t source, bool instead = false);
 
     struct Result {
         std::uint64_t entries = 0;
-        std::uint64_t repeated = 0;  // additions that said nothing new
-        std::uint64_t dropped = 0;   // categories beyond those that an entry can hold
+        std::uint64_t repeated = 0;  // additions that changed nothing
+        std::uint64_t dropped = 0;   // categories beyond maxEntryCategories of an entry
         std::uint64_t compacted = 0;
     };
 
-    // Orders what was added. Then next() walks through the records.
+    // Sorts the additions, for write() and next().
     void sort();
-    // `compact`: leaves out entries that say no more than the entries above them do.
-    // Writes a new file at `path`, which must not exist, and brings it to the disk; false with `failure` set
-    // when it cannot, and what was written of the file is left to the caller. Call sort() before.
+    // Writes and syncs a new file at `path`, which must not exist. `compact` leaves out entries that add
+    // nothing to the entries above them. False with *failure set if it fails; the caller then removes the
+    // incomplete file. REQUIRES: sort() was called.
     bool write(const std::string& path, bool compact, const Sources& sources, const CategoryNames& names,
                Result* result, std::string* failure);
 
-    // One key of the sorted additions.
+    // All additions with one key, merged.
     struct Item {
         std::string_view key;
         unsigned char flags = 0;
         std::vector<Pair> pairs;
     };
-    // The next key in their order; false at the end. REQUIRES: sort() was called, and add() not since then.
+    // The next key in order; false at the end. REQUIRES: sort() was called after the last add().
     bool next(Item* item, Result* result);
     void rewind() { position_ = 0; }
 
@@ -80,15 +80,15 @@ private:
     void addRecord(std::string_view key, unsigned category, std::uint16_t source, unsigned char flags);
 
     std::vector<std::unique_ptr<char[]>> blocks_;
-    std::size_t used_ = 0;  // bytes of the last block
+    std::size_t used_ = 0;  // bytes in use of the last block
     std::uint64_t keyBytes_ = 0;
     std::vector<Record> records_;
     std::size_t position_ = 0;
-    std::string lastHost_;  // whose record the last addition of a path made
+    std::string lastHost_;  // the host whose record was added for the last path
 };
 
-// One transaction on an existing file. Nothing is seen of it before commit(), and nothing at all when it is
-// not called. One at a time: another one's file is locked.
+// One transaction on an existing file. Changes become visible with commit() and are dropped without it. The
+// file is locked against other writers.
 class Update {
 public:
     enum Mode { writing, reading };
@@ -99,18 +99,17 @@ public:
     Update(const Update&) = delete;
     Update& operator=(const Update&) = delete;
 
-    // Below, failures of the file throw Failure.
+    // The functions below throw this if the file cannot be read or written.
     struct Failure {
         std::string text;
     };
 
-    // The record with this key; false when there is no entry.
+    // The entry with this key; false if there is none.
     bool get(const std::string& key, Entry* entry);
-    // Stores the entry; `host` is the key of the host's record when `key` is that of a path record, else
-    // empty.
+    // Stores the entry. `key` and `host` are those of EntryKeys.
     void put(const std::string& key, const std::string& host, const Entry& entry);
     void put(const Url& url, const Entry& entry);
-    // False when there was none.
+    // False if there was none.
     bool erase(const std::string& key, const std::string& host);
 
     Sources sources();
@@ -119,7 +118,7 @@ public:
     CategoryNames categoryNames();
     void setCategoryName(std::uint16_t number, const std::string& name);
 
-    // Calls `see(key, value)` for all entries in the order of their keys.
+    // Calls see(key, value) for all entries in the order of their keys.
     template <typename See>
     void forEach(See see) {
         forEachRecord([](void* context, std::string_view key,
@@ -157,15 +156,16 @@ private:
     std::uint64_t written_ = 0;
 };
 
-// The key under which the entry's own record lies, and its host's if that is another one, else empty.
+// The key of an entry's record. `host` is the key of its host's record if the entry has a path or port, else
+// empty.
 struct EntryKeys {
     std::string own;
     std::string host;
 };
-// Null, or the reason why the catalogue cannot hold the entry.
+// Null on success, else a phrase that says why the catalogue cannot hold the entry.
 const char* entryKeys(const Url& entry, EntryKeys* keys);
 
-// The host's key of a path record's key.
+// The key of the host's record, from that of one of its paths.
 std::string hostKeyOf(std::string_view pathKey);
 
 // Takes the lock that writers of the file hold alone and long readers together; the descriptor, or -1 with
@@ -176,7 +176,7 @@ std::string sourceValue(const Source& source);
 bool parseSource(std::string_view value, Source* source);
 std::string headerValue(const Header& header);
 std::string numberedKey(Record record, std::uint16_t number);
-// A record's value; `ancestors` are their marks, the highest first.
+// Encodes a value; `ancestors` are marks, shortest first.
 std::string makeValue(unsigned flags, const std::vector<unsigned>& ancestors, const std::vector<Pair>& pairs,
                       char record);
 

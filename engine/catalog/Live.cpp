@@ -29,7 +29,7 @@ std::unique_ptr<Live> Live::open(const std::string& path, std::string* failure) 
     std::shared_ptr<Catalog> catalog = Catalog::open(path, failure);
     if (!catalog) return nullptr;
     live->publish(std::move(catalog));
-    // The signals are katd's business, and its threads'.
+    // The watcher must not take signals that are meant for katd's threads.
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
@@ -64,7 +64,7 @@ void Live::watch() {
         try {
             poll();
         } catch (const std::exception&) {
-            // Without memory: the next round tries again.
+            // Out of memory: try again at the next interval.
         }
         lock.lock();
     }
@@ -91,7 +91,7 @@ void Live::poll() {
     }
     const bool same = state.st_dev == current->device() && state.st_ino == current->inode();
     const auto size = static_cast<std::uint64_t>(state.st_size);
-    // An update that needs more than is mapped would make a question open the file again.
+    // Map a growing file again here, before a question has to.
     if (same && size < current->mappedSize() - current->mappedSize() / 8) return;
     const Refused state2{state.st_ino, size, state.st_mtim.tv_sec, state.st_mtim.tv_nsec};
     if (state2 == refused_) return;
@@ -108,7 +108,7 @@ void Live::poll() {
     }
 }
 
-// Readers of the old file are dropped here: a thread that has no more questions would keep it for good.
+// Drops the readers of the old file: an idle slot would otherwise keep it open for good.
 void Live::publish(std::shared_ptr<Catalog> catalog) {
     std::uint64_t generation = 0;
     {
@@ -122,8 +122,8 @@ void Live::publish(std::shared_ptr<Catalog> catalog) {
     }
 }
 
-// The file outgrew its mapping between two looks at it. The caller holds a slot, so the readers of the others
-// are left to drop their old file themselves.
+// For a file that outgrew its mapping between two polls. The caller holds its slot's mutex and must not take
+// the others', so their readers are replaced at their next questions.
 void Live::openAgain(std::uint64_t generation) {
     const std::lock_guard<std::mutex> guard(currentMutex_);
     if (generation_ != generation) return;
@@ -165,7 +165,7 @@ const catalog::Answer* Live::classifyIn(Slot* slot, const char* url, std::string
         if (status == Reader::grown) {
             openAgain(slot->generation);
         } else if (attempt > 0) {
-            // A commit that overtook the look-up may look like damage, but not twice.
+            // A commit during the look-up can look like damage once, but not twice.
             break;
         }
     }

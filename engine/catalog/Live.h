@@ -1,4 +1,4 @@
-// The catalogue that is served, whatever happens to its file.
+// Serves a catalogue file and follows its changes.
 #ifndef KATD_ENGINE_LIVE_H
 #define KATD_ENGINE_LIVE_H
 
@@ -15,20 +15,20 @@
 
 namespace engine {
 
-// Serves one path. A new file at the path is noticed and used within half a second, changes in the file with
-// the next question. Where the new file is no good, the old one goes on, with one message on standard error.
-// Any thread may ask; a question waits for no other thread's disk and for no new file, except that a file
-// which was torn from under it is looked at once more.
+// Serves the file at one path. A new file at the path is used within half a second, a change in the file with
+// the next question. If the new file is unusable, the old one stays in use and one message goes to standard
+// error. Thread-safe. Questions do not wait for each other's disk access or for a new file to be opened,
+// except when the file has outgrown its mapping.
 class Live {
 public:
-    // Null on failure, with a sentence.
+    // Null on failure; *failure is then a sentence.
     static std::unique_ptr<Live> open(const std::string& path, std::string* failure);
     ~Live();
     Live(const Live&) = delete;
     Live& operator=(const Live&) = delete;
 
-    // Calls use(answer) with what the catalogue has for the URL; the answer is gone when it returns. A text
-    // that is no URL is covered by nothing. False with a sentence when the file cannot be read.
+    // Calls use(answer) with the answer for the URL, which is valid during that call only. No entry covers a
+    // string that is not a URL. False with a sentence in *failure if the file cannot be read.
     template <typename Use>
     bool classify(const char* url, std::string* failure, Use use) {
         SlotUse slot(this);
@@ -38,12 +38,12 @@ public:
         return true;
     }
 
-    // Looks at the path now, as the thread behind does twice a second.
+    // Checks for a new file now. The watching thread does so every 400 ms.
     void poll();
 
 private:
-    // What a look-up needs. As many as threads can look up at once on a common machine, so that idle threads
-    // keep neither memory nor an old file.
+    // The state of a look-up. Slots are shared by all threads, so that idle threads hold neither memory nor an
+    // old file; there are as many as a usual machine runs threads at once.
     struct alignas(64) Slot {
         std::mutex mutex;
         std::uint64_t generation = 0;
@@ -65,7 +65,7 @@ private:
         Slot* slot_;
     };
 
-    // What stat(2) says of a file that was refused: it is tried again when that changes.
+    // Identifies a file that was refused; it is tried again when its inode, size or time changes.
     struct Refused {
         std::uint64_t inode = 0;
         std::uint64_t size = 0;
@@ -94,7 +94,7 @@ private:
     std::mutex pollMutex_;
     Refused refused_;  // guarded by pollMutex_
     std::mutex reportMutex_;
-    std::string reported_;  // guarded by reportMutex_: the last message
+    std::string reported_;  // the last message; guarded by reportMutex_
     std::mutex stopMutex_;
     std::condition_variable stopped_;
     bool stop_ = false;  // guarded by stopMutex_

@@ -9,8 +9,8 @@ namespace engine {
 struct Settings {
     std::string catalog;  // path of the catalogue file
 
-    // Reads the file that KATD_CATALOG_INI names, else conf/catalog.ini below the folder that KATD_DIR names.
-    // Without the latter file everything has its default. False with a sentence in `failure` otherwise.
+    // Reads the file that KATD_CATALOG_INI names or, by default, conf/catalog.ini in KATD_DIR. If the latter
+    // does not exist, all settings have their defaults. False with a sentence in *failure on other errors.
     static bool load(Settings* settings, std::string* failure);
 };
 

@@ -31,7 +31,7 @@ void fail(int type, int code, const std::string& text) {
     lastFailure.text = text;
 }
 
-// Runs a function's body; what it throws becomes the thread's failure and `onFailure`.
+// Runs the body of an interface function. An exception becomes lastFailure and the result `onFailure`.
 template <typename Result, typename Body>
 Result guarded(Result onFailure, Body body) {
     try {
@@ -48,7 +48,7 @@ struct Engine {
     std::unique_ptr<Live> live;
 };
 
-// The numbers lie behind it.
+// The category numbers follow in memory.
 struct UrlCategories {
     bool final;
     unsigned short count;
@@ -63,7 +63,7 @@ struct UrlCategories {
     }
 };
 
-// The file of what was fetched from elsewhere and is to be remembered.
+// The whole cache file: this engine learns nothing that it would have to save.
 constexpr char cacheHeader[] = "katd-catalog-cache 1\n";
 
 struct CloseFile {
