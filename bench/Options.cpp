@@ -54,7 +54,7 @@ void parse(int argc, const char* const* argv, ClientOptions* options) {
     line.number(
         "--idle", 0, 1000000, &options->idle,
         "Hold this many more connections, or as many as possible, each having asked once; a first line of "
-        "JSON tells how many there are");
+        "JSON has their number");
     line.seconds("--seconds", &milliseconds, "Duration, 1 by default; SIGTERM ends it sooner");
     line.seconds("--warm-up", &warmUpMilliseconds, "Seconds before the measurement, 0.1 by default");
     line.number("--count", 0, UINT64_MAX, &options->count, "End after this many answers, if that is sooner");

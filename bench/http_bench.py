@@ -1,4 +1,4 @@
-"""katd-http against its own server that asks nobody."""
+"""katd-http, compared with its HTTP server alone, which does not ask katd."""
 
 import os
 import re

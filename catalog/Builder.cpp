@@ -23,7 +23,7 @@ struct Addition {
     unsigned char flags;
 };
 constexpr std::size_t additionSize = sizeof(Addition);
-// Additions lie in memory in the order in which they came: in any other one they are fetched ahead.
+// Additions are in memory in the order of their arrival. Sorted access is random, so they are prefetched.
 constexpr std::ptrdiff_t ahead = 16;
 
 }  // namespace
@@ -67,7 +67,7 @@ struct Builder::Record {
                     ended = ended || record->addition().keySize <= depth + 8;
                     record->load(depth + 8);
                 }
-                // The chunk of a key that has ended may be that of one that goes on.
+                // A key that ends within its chunk may have the same chunk as a longer one.
                 if (ended) {
                     std::sort(begin, next, less);
                 } else {

@@ -14,8 +14,8 @@ namespace catalog {
 
 namespace {
 
-// The meta pages at the start of the file, as LMDB 0.9 lays them out for this machine's word size. LMDB trusts
-// them, even as divisors, so they are checked before it opens the file.
+// The meta pages at the start of the file, as LMDB 0.9 lays them out for this machine's word size. LMDB
+// trusts them, even as divisors, so they are checked before it opens the file.
 struct MetaPage {
     struct Database {
         std::uint32_t pageSize;

@@ -92,10 +92,10 @@ public:
     using Visit = bool (*)(void* context, const Covering& covering);
     using Restart = void (*)(void* context);
 
-    // Calls see(context, covering) for each entry that covers the URL, until it returns false. The order is by
-    // host, longest first; then by path, longest first; then with a port before without. Entries after one
-    // marked "instead" are included. If a writer overtakes the look-up, calls restart(context) and starts from
-    // the first entry again. Both functions run in a guarded section (Guard.h).
+    // Calls see(context, covering) for each entry that covers the URL, until it returns false. The order is
+    // by host, longest first; then by path, longest first; then with a port before without. Entries after one
+    // marked "instead" are included. If a writer overtakes the look-up, calls restart(context) and starts
+    // from the first entry again. Both functions run in a guarded section (Guard.h).
     Status visit(const Url& url, Visit see, Restart restart, void* context);
 
     // The union of the categories of the entries that cover the URL, down to the first one marked "instead".

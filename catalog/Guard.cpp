@@ -25,8 +25,8 @@ void onFault(int signal, siginfo_t* info, void* machine) {
     } else if (previous.sa_handler != SIG_DFL && previous.sa_handler != SIG_IGN) {
         previous.sa_handler(signal);
     } else {
-        // A faulting instruction faults again, now with the default action. A signal sent by kill(2) does not,
-        // so raise it again.
+        // A faulting instruction faults again, now with the default action. A signal sent by kill(2) does
+        // not, so raise it again.
         ::signal(signal, SIG_DFL);
         if (info->si_code <= 0) raise(signal);
     }

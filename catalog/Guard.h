@@ -5,8 +5,7 @@
 namespace catalog {
 
 // Installs handlers for SIGBUS and SIGSEGV that end a guarded section. Faults outside a section are passed to
-// the previous handlers. Calls nest; the last uninstallFaultGuard() restores the previous handlers.
-// Thread-safe.
+// the previous handlers. Calls nest; the last uninstallFaultGuard() restores them. Thread-safe.
 void installFaultGuard();
 void uninstallFaultGuard();
 

@@ -79,7 +79,7 @@ std::unique_ptr<Update> Update::open(const std::string& path, std::string* failu
         const auto size = static_cast<std::uint64_t>(state.st_size);
         const std::uint64_t slack = sizeof(void*) == 4 ? size / 2 + (64U << 20U) : 2 * size + (4ULL << 30U);
         update->check(mdb_env_create(&update->environment_));
-        // Like any other access to what is not there, which the program's handlers see to.
+        // Treat it like a fault in the mapping, which the program's handlers report.
         mdb_env_set_assert(update->environment_, [](MDB_env*, const char*) { raise(SIGSEGV); });
         update->check(mdb_env_set_mapsize(update->environment_, static_cast<std::size_t>(size + slack)));
         const unsigned readOnly = mode == reading ? MDB_RDONLY : 0U;
@@ -315,7 +315,7 @@ void Update::forEachRecord(void (*see)(void*, std::string_view, const Value&), v
 std::vector<std::string> Update::check() {
     constexpr std::size_t limit = 100;
     std::vector<std::string> problems;
-    std::vector<std::string> above;  // records above the one at hand, with itself
+    std::vector<std::string> above;  // ancestors of the current record, and itself
     std::uint64_t entries = 0;
     std::string previous;
     Cursor cursor(transaction_);

@@ -35,8 +35,9 @@ struct Url {
 // that says why it failed, and *url is unspecified. Throws only std::bad_alloc.
 const char* readUrl(std::string_view text, Url* url);
 
-// Parses an entry: a URL as above, or a network ("203.0.113.0/24", "2001:db8::/32"). In a network no bit after
-// the prefix is set: "203.0.113.7/24" is an address with a path. A port belongs to the entry only if written.
+// Parses an entry: a URL as above, or a network ("203.0.113.0/24", "2001:db8::/32"). In a network no bit
+// after the prefix is set: "203.0.113.7/24" is an address with a path. A port belongs to the entry only if
+// written.
 const char* readEntry(std::string_view text, Url* entry);
 
 // The host in its usual form: "www.example", "203.0.113.7", "2001:db8::1".

@@ -93,7 +93,7 @@ class Update {
 public:
     enum Mode { writing, reading };
 
-    // With `reading` nothing may be changed; it keeps writers out while it reads, as long as it may take.
+    // With `reading`, changes are not allowed, and writers are locked out until the object is destroyed.
     static std::unique_ptr<Update> open(const std::string& path, std::string* failure, Mode mode = writing);
     ~Update();
     Update(const Update&) = delete;
@@ -126,8 +126,7 @@ public:
                       &see);
     }
 
-    // Reads everything and compares it with what it should be. What is wrong, one sentence each, at most a
-    // hundred.
+    // Checks all records. Returns one sentence for each error, at most a hundred.
     std::vector<std::string> check();
 
     const Header& header() const { return header_; }

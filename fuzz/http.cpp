@@ -47,9 +47,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
                              }});
     int sockets[2];
     if (size > 100000 || socketpair(AF_UNIX, SOCK_STREAM, 0, sockets) != 0) return 0;
-    const int room = 8 << 20;  // for all replies: nobody reads
-    setsockopt(sockets[1], SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
-    setsockopt(sockets[0], SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+    const int bufferSize = 8 << 20;  // holds all replies, which are not read
+    setsockopt(sockets[1], SOL_SOCKET, SO_SNDBUF, &bufferSize, sizeof bufferSize);
+    setsockopt(sockets[0], SOL_SOCKET, SO_SNDBUF, &bufferSize, sizeof bufferSize);
     REQUIRE(size == 0 || send(sockets[0], data, size, 0) == static_cast<ssize_t>(size));
     shutdown(sockets[0], SHUT_WR);
     server.serve(sockets[1], 0);

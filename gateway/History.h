@@ -1,4 +1,4 @@
-// What was asked in the last hours, minute by minute, for the administrator's page.
+// Counts of questions and answers per minute, for the administrator's page.
 #ifndef GATEWAY_HISTORY_H
 #define GATEWAY_HISTORY_H
 
@@ -12,7 +12,7 @@
 
 namespace gateway {
 
-// Thread-safe. Its size does not grow: the oldest minute is overwritten.
+// A ring buffer of minutes. Thread-safe.
 class History {
 public:
     static constexpr std::size_t minutes = 360;
@@ -31,7 +31,7 @@ public:
     };
 
     void add(const katclient_answer& answer, std::chrono::nanoseconds time);
-    // The last `minutes` minutes, the present one last; those before the object was made have the number -1.
+    // The last `minutes` minutes, the current one last; minutes before construction have the number -1.
     std::vector<Minute> last() const;
 
 private:

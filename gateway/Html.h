@@ -7,12 +7,12 @@
 
 namespace gateway {
 
-// The string with the characters that HTML gives a meaning in text and in quoted attributes replaced.
+// Escapes a string for HTML text and quoted attributes.
 std::string escaped(std::string_view string);
 
-// A URL or host for people, escaped for HTML. Every byte but printable ASCII is shown as a percent escape: no
-// character can change the direction of the text or look like another. At most `most` characters of the URL
-// are shown, then an ellipsis.
+// A URL or host for display, escaped for HTML. Bytes other than printable ASCII become percent escapes, so
+// that no character can change the direction of the text or look like another. Cut after `most` characters,
+// with an ellipsis.
 std::string shownUrl(std::string_view url, std::size_t most = 300);
 
 // The host of a URL, as it was written; empty without one.

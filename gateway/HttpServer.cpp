@@ -18,7 +18,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Waits until the socket is ready for `events` or the deadline has passed. False if it has passed.
+// Waits until the socket is ready for `events`; false if the deadline passes first.
 bool waitFor(int socket, short events, Clock::time_point deadline) {
     for (;;) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
@@ -29,20 +29,21 @@ bool waitFor(int socket, short events, Clock::time_point deadline) {
     }
 }
 
-// A connection as httplib sees it. Buffered in both directions, since httplib reads byte by byte and writes
-// headers and body apart. Every request has a deadline of its own, however slowly its bytes come.
+// The stream that httplib reads and writes. Buffered in both directions, because httplib reads single bytes
+// and writes headers and body separately. Each request has a deadline as a whole, so trickled bytes do not
+// extend it.
 class BufferedStream : public httplib::Stream {
 public:
     BufferedStream(int socket, const HttpLimits& limits) : socket_(socket), limits_(limits) {}
 
-    // Waits for the first byte of a request. False: the client has gone, or none came in time.
+    // Waits for the first byte of a request; false if the client closes or the idle time expires.
     bool awaitRequest(Clock::time_point deadline) {
         if (position_ == size_ && !fill(deadline)) return false;
         deadline_ = Clock::now() + limits_.request;
         headLeft_ = limits_.headBytes;
         return true;
     }
-    // The head has been read: what follows is the body, which httplib limits.
+    // Call after the headers have been read: the body, which httplib limits, follows.
     void endHead() { headLeft_ = ~std::size_t{0}; }
     bool flush() {
         // httplib sends a length with this status, which HTTP forbids (RFC 9110, 8.6).
@@ -69,7 +70,7 @@ public:
         return true;
     }
 
-    // A request did not come whole, in time or within its limit: what may follow is not the next one.
+    // The request was incomplete, late or too large, so the next bytes are not the start of a request.
     bool isBroken() const { return isBroken_; }
 
     bool is_readable() const override { return position_ < size_ || waitFor(socket_, POLLIN, deadline_); }
@@ -122,7 +123,7 @@ private:
     const HttpLimits& limits_;
     Clock::time_point deadline_{};
     char buffer_[8192];
-    std::size_t position_ = 0;  // in buffer_, of the first byte that has not been read
+    std::size_t position_ = 0;  // offset in buffer_ of the first unread byte
     std::size_t size_ = 0;
     std::size_t headLeft_ = 0;
     bool atEnd_ = false;
@@ -134,22 +135,20 @@ constexpr char json[] = "application/json";
 
 }  // namespace
 
-// httplib's reading and routing of one request. Its own routes are regular expressions, which are slow and
-// recurse on the stack for each byte: requests are handled before it routes, all but POST, whose body is read
-// by then alone.
+// httplib's parser for requests. Its routes are regular expressions, which are slow and recurse once per
+// byte. So requests are handled before routing, except POST: httplib reads the body only when it routes.
 class HttpServer::Protocol : public httplib::Server {
 public:
     Protocol(Handler handler, const HttpLimits& limits) : handler_(std::move(handler)) {
         set_payload_max_length(limits.bodyBytes);
-        // What replies say of the connection; serve() decides.
+        // serve() decides about the Connection header.
         set_keep_alive_timeout(std::chrono::duration_cast<std::chrono::seconds>(limits.idle).count());
         set_keep_alive_max_count(1000000);
         set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
             current_->endHead();
             const std::size_t lengths = request.get_header_value_count("Content-Length");
             const std::size_t encodings = request.get_header_value_count("Transfer-Encoding");
-            // A front server could read the length of such a request otherwise, and take the rest for another
-            // request.
+            // Request smuggling: a front server may see a different length in such a request.
             if (lengths + encodings > 1 || (encodings > 0 && request.version != "HTTP/1.1")) {
                 refuse(response, 400, "the length of the request is given twice");
                 return HandlerResponse::Handled;
@@ -167,7 +166,7 @@ public:
             refuse(response, 500, "memory is short");
         });
         set_error_handler([](const httplib::Request&, httplib::Response& response) {
-            // Called for the handler's refusals as well; those have a body, and the connection goes on.
+            // httplib calls this for the handler's refusals too. Those have a body and keep the connection.
             if (!response.body.empty()) return;
             mustClose_ = true;
             refuse(response, response.status, reasonOf(response.status));
@@ -187,7 +186,7 @@ public:
     }
 
 private:
-    // What httplib itself refuses.
+    // The reply to a request that httplib itself refuses.
     static const char* reasonOf(int status) {
         switch (status) {
             case 413:
@@ -207,7 +206,7 @@ private:
 
     const Handler handler_;
     static thread_local BufferedStream* current_;
-    static thread_local bool mustClose_;  // the connection ends with this reply
+    static thread_local bool mustClose_;  // close the connection after this reply
 };
 
 thread_local BufferedStream* HttpServer::Protocol::current_ = nullptr;
@@ -237,7 +236,7 @@ public:
                 try {
                     protocol->serve(socket, limits_, isStopping_);
                 } catch (const std::exception&) {
-                    // Memory is short: this connection ends, the others go on.
+                    // Out of memory: only this connection ends.
                 }
                 end(socket);
             }).detach();
@@ -245,7 +244,7 @@ public:
             end(socket);
         }
     }
-    // Ends idle connections and waits until the others have had their reply.
+    // Closes idle connections and waits until the others have been sent their replies.
     void stop() {
         std::unique_lock<std::mutex> lock(mutex_);
         isStopping_ = true;
@@ -253,7 +252,7 @@ public:
             shutdown(socket, SHUT_RD);
         changed_.wait_for(lock, limits_.request + limits_.reply, [this] { return sockets_.empty(); });
     }
-    // In the calling thread, with a socket that is not counted.
+    // Serves the socket in the calling thread, without counting it.
     void serveHere(int socket, Protocol* protocol) const { protocol->serve(socket, limits_, isStopping_); }
 
 private:
@@ -295,7 +294,7 @@ void HttpServer::run(int stopDescriptor) {
     for (;;) {
         if (connections_->isFull()) {
             connections_->waitForOne();
-            // Not the listeners, but the end is looked at.
+            // No capacity for new clients: only check for the end.
             if (poll(&descriptors.back(), 1, 0) > 0) break;
             continue;
         }
@@ -307,7 +306,7 @@ void HttpServer::run(int stopDescriptor) {
             if (socket >= 0) {
                 connections_->start(socket, protocols_[i].get());
             } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-                // A connection that ends gives a descriptor back; the client goes on waiting in the queue.
+                // The client stays in the queue until a connection ends and frees a descriptor.
                 std::this_thread::sleep_for(std::chrono::milliseconds(50));
             }
         }

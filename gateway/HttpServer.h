@@ -21,28 +21,28 @@ struct HttpLimits {
     std::size_t bodyBytes = 4 * 1024 * 1024;
 };
 
-// httplib reads requests and writes replies; connections are kept here, since httplib 0.11 can neither limit
-// a request's whole time nor the number of connections, nor take sockets of systemd. One thread serves a
-// connection: a slow client holds its own thread and nothing else.
+// httplib parses requests and formats replies. Connections are managed here, because httplib 0.11 cannot
+// limit the total time of a request or the number of connections, and cannot use sockets from systemd. Each
+// connection has a thread, so a slow client delays no other.
 class HttpServer {
 public:
-    // Called by many threads at once. The body of a POST request has been read; that of any other method has
-    // not, and the connection is closed after the reply if there is one.
+    // Called by many threads at once. The body of a POST request has been read. If a request of another
+    // method has a body, the connection is closed after the reply.
     using Handler = std::function<void(const httplib::Request&, httplib::Response&)>;
 
-    // Serves handlers[i] on listeners[i], which belong to the server from now on. There may be more handlers
-    // than listeners.
+    // Serves handlers[i] on listeners[i]. Takes ownership of the listeners. There may be more handlers than
+    // listeners.
     HttpServer(const HttpLimits& limits, std::vector<Listener> listeners, std::vector<Handler> handlers);
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
 
-    // Accepts connections until `stopDescriptor` is readable; then waits for requests that are being
-    // answered, at most the time of a request and its reply.
+    // Accepts connections until `stopDescriptor` is readable. Then waits for requests in progress, at most
+    // limits.request + limits.reply.
     void run(int stopDescriptor);
 
-    // Serves one connected socket in the calling thread as a connection of the listener with that index would
-    // be, until it ends. The socket stays the caller's.
+    // Serves one connected socket in the calling thread until it ends, with the handler of that listener. The
+    // caller keeps ownership of the socket.
     void serve(int socket, std::size_t listener);
 
 private:

@@ -7,17 +7,17 @@ namespace gateway {
 
 namespace {
 
-// Questions in one round on a connection: enough to fill a write, few enough that a slow one delays few
+// Questions per round on a connection: enough to fill a write, few enough that a slow answer delays few
 // others.
 constexpr std::size_t mostTogether = 128;
-// While a connection is busy, questions gather for this long before another connection takes them: list hits
-// are back by then, and travel together; a question that the engine is slow to answer delays the others no
-// longer.
+// While a connection is busy, questions are queued this long before another connection takes them. List hits
+// are answered within this time, so the queued questions share a round. A slow engine call delays them no
+// longer than this.
 constexpr std::chrono::milliseconds patience(5);
 
 }  // namespace
 
-// The questions of one caller. It lives on the caller's stack.
+// The questions of one caller, on its stack.
 struct KatdPool::Batch {
     Batch(const std::string* firstUrl, katclient_answer* firstAnswer, std::size_t size)
         : urls(firstUrl), answers(firstAnswer), count(size) {}
@@ -71,13 +71,13 @@ void KatdPool::complete(Batch* batch) {
     }
 }
 
-// When another connection may be taken: at once unless a round has begun lately.
+// The earliest time at which another connection may be used: at once if no round is in progress.
 KatdPool::Clock::time_point KatdPool::nextRound() const {
     return rounds_.empty() ? Clock::time_point() : *rounds_.rbegin() + patience;
 }
 
-// One round on an idle connection with the oldest questions of the queue. Called with the lock held, which is
-// free while katd is asked.
+// One round on an idle connection with the oldest questions of the queue. Called with the lock held; releases
+// it while waiting for katd.
 void KatdPool::serve(std::unique_lock<std::mutex>* lock) {
     Client client = std::move(idle_.back());
     idle_.pop_back();
@@ -118,7 +118,7 @@ void KatdPool::serve(std::unique_lock<std::mutex>* lock) {
         part.batch->answered += part.end - part.begin;
         if (part.batch->answered == part.batch->count) part.batch->changed.notify_one();
     }
-    // The thread that returns does not come back for those that wait: wake one of them.
+    // This thread returns to its caller, so a waiting thread has to take over the queue.
     if (!queue_.empty()) queue_.front()->changed.notify_one();
 }
 

@@ -16,9 +16,9 @@
 
 namespace gateway {
 
-// Thread-safe. There is no thread of its own: a thread with a question takes an idle connection and sends
-// along what other threads have queued meanwhile. At low load this costs no thread switch; at high load many
-// questions travel in one write. A lost connection is made again by the next question.
+// Thread-safe. It has no threads: a caller takes an idle connection and sends the questions that other
+// callers have queued together with its own. At low load this costs no thread switch; at high load many
+// questions share a write. The next question restores a lost connection.
 class KatdPool {
 public:
     // `answerMs` limits the wait for each answer; 0: no limit. Throws std::runtime_error with a sentence if

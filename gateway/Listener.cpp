@@ -58,7 +58,7 @@ int listenOnPath(const std::string& path, const std::string& address) {
     }
     const int descriptor = newSocket(AF_UNIX);
     if (descriptor < 0) failWithErrno(address);
-    // The mode is set before listen(2): nobody can connect earlier.
+    // Set the mode before listen(2): connections are refused until then.
     if (bind(descriptor, reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0 ||
         chmod(path.c_str(), 0660) != 0 || listen(descriptor, backlog) != 0) {
         const int error = errno;

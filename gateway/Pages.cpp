@@ -53,7 +53,7 @@ svg rect.s0 { fill: var(--accent); }
 .soft { color: var(--soft); }
 )css";
 
-// Replaces the plots every minute. What is typed stays.
+// Replaces only the plots, every minute, so that input in the form is kept.
 constexpr char refreshScript[] = R"js(
 setInterval(async () => {
   try {

@@ -18,11 +18,10 @@ struct Page {
     std::string contentSecurityPolicy;
 };
 
-// What somebody sees whose request was refused. `category` is the name of the category that decided; empty:
-// none did.
+// The block page. `category` is the name of the category that caused the refusal; may be empty.
 Page blockedPage(const Policy& policy, std::string_view url, const std::string& category);
 
-// The same address when the URL is not refused: nobody can send a link around that claims a block.
+// The page at the block page's address if the URL is not refused: a forged link cannot claim a block.
 Page notBlockedPage(std::string_view url);
 
 // katd gave no answer, or the address of the block page lacks what it needs. `sentence` says which.

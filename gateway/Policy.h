@@ -1,4 +1,4 @@
-// What is refused, to whom it is explained how, and where a proxy's request names its URL.
+// Policies: which categories are refused, and how the refusal is reported.
 #ifndef GATEWAY_POLICY_H
 #define GATEWAY_POLICY_H
 
@@ -26,7 +26,7 @@ struct Policy {
     UrlSource source = UrlSource::nginx;
     unsigned refusedStatus = 403;  // of HTTP
     std::string blockPage;         // URL of the block page; empty: no Location is sent
-    std::string title;             // the words of the block page
+    std::string title;             // heading and text of the block page
     std::string text;
     std::string contact;
 

@@ -9,21 +9,21 @@
 
 namespace gateway {
 
-// Where a front server names the URL of the request that it asks about. Headers of the other servers are
-// never read: a client could have sent them.
+// Where a front server puts the URL of the request. The headers of other kinds of server are ignored, because
+// a client could have sent them.
 enum class UrlSource {
     nginx,      // X-Original-URL, which nginx is configured to set
     forwarded,  // X-Forwarded-Proto, X-Forwarded-Host and X-Forwarded-Uri: Traefik, Caddy
     envoy,      // the Host of the request and what follows the policy in its path
 };
 
-// The URL; empty when the request does not name it, or names it twice, as a client that adds a header of its
-// own behind a front server that does not replace it. `rest` is the part of the request's target behind the
-// policy's name, as it was sent.
+// The URL. Empty if the request does not name one, or has a header twice: a client may have added one that
+// the front server did not replace. `rest` is the part of the request's target after the policy's name,
+// unchanged.
 std::string requestUrl(UrlSource source, const httplib::Request& request, std::string_view rest);
 
-// What katd is asked for a URL of a user or a proxy: without user information, port and the dots that may end
-// its host, as lists hold bare hosts. Empty when it has no host, or holds a control byte or a blank.
+// The URL to ask katd for: without user information, port and dots at the end of the host, because lists
+// contain bare hosts. Empty if there is no host, or if the URL contains a control byte or a blank.
 std::string askedUrl(std::string_view url);
 
 }  // namespace gateway

@@ -21,9 +21,9 @@ constexpr char jsonType[] = "application/json";
 constexpr char htmlType[] = "text/html; charset=utf-8";
 constexpr std::size_t mostUrls = 1000;
 constexpr std::chrono::seconds checkInterval(1);
-// Lists need not hold it, and no engine can know it: the answer is that katd answers.
+// Any answer for this URL, even "unknown", shows that katd works.
 constexpr char healthUrl[] = "health.katd-http.invalid";
-// How much of the end of katd's log is searched for its counters.
+// Bytes at the end of katd's log that are searched for its counters.
 constexpr std::streamoff logTail = 256 * 1024;
 
 void reply(httplib::Response& response, int status, const std::string& body, const char* type) {
@@ -54,7 +54,7 @@ std::string nameOf(const tools::CategoryNames& names, int category) {
     return category < 0 ? std::string() : names.display(static_cast<std::uint32_t>(category));
 }
 
-// For a header: names may be in any language, header values are ASCII.
+// Category names for a header value, which must be ASCII: other names are replaced by their numbers.
 std::string headerValue(const katclient_answer& answer, const tools::CategoryNames& names) {
     std::string value;
     for (unsigned i = 0; i < answer.count; ++i) {
@@ -66,7 +66,7 @@ std::string headerValue(const katclient_answer& answer, const tools::CategoryNam
     return value;
 }
 
-// Takes "prefix" from the front.
+// Removes the prefix; false if there is none.
 bool takePrefix(std::string_view* string, std::string_view prefix) {
     if (string->substr(0, prefix.size()) != prefix) return false;
     string->remove_prefix(prefix.size());
@@ -137,7 +137,7 @@ void Service::answerAll(const httplib::Request& request, httplib::Response& resp
 }
 
 bool Service::dispatchPublic(const httplib::Request& request, httplib::Response& response) {
-    // The target as it was sent: the path has lost its escapes and the query.
+    // The raw target, because httplib's path is decoded and has no query.
     std::string_view target = request.target;
     if (takePrefix(&target, "/v1/auth/")) {
         authorise(request, target, response);
@@ -232,7 +232,7 @@ void Service::authorise(const httplib::Request& request, std::string_view rest, 
                     policy.blockPage + "?policy=" + urlEncoded(found->first) + "&url=" + urlEncoded(url) +
                         "&category=" + (decision.category < 0 ? "" : std::to_string(decision.category)));
             }
-            // The proxies that pass this reply on show its body.
+            // Some proxies pass this body on to the browser.
             replyPage(response, static_cast<int>(policy.refusedStatus),
                       blockedPage(policy, url, nameOf(now->names, decision.category)));
     }
@@ -252,7 +252,7 @@ void Service::blocked(const httplib::Request& request, httplib::Response& respon
     const Decision decision = found->second.decide(answer);
     switch (decision.verdict) {
         case Verdict::refuse: {
-            // The parameter only chooses among the URL's own categories that the policy names.
+            // The parameter may only select one of the URL's categories that the policy names.
             int category = decision.category;
             const std::string wanted = request.get_param_value("category");
             for (unsigned i = 0; i < answer.count; ++i) {

@@ -32,7 +32,7 @@ std::string_view trimmed(std::string_view string) {
     return string.substr(begin, string.find_last_not_of(blanks) + 1 - begin);
 }
 
-// The settings file. A misspelt key would be silently without effect: it is refused.
+// The settings file. Unknown keys are refused: they are probably misspelt.
 class File {
 public:
     File(const std::string& path, const std::string& home)

@@ -30,14 +30,14 @@ struct Rules {
     tools::CategoryNames names;
 };
 
-// What is wrong with the settings: a sentence without its full stop.
+// An error in the settings: a sentence without its full stop.
 class SettingsError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
 
 // Both read `path`; paths in the file are relative to `home`, which ends with "/". They throw SettingsError
-// for whatever is wrong, unknown keys and sections included.
+// for every error, including unknown keys and sections.
 Settings readSettings(const std::string& path, const std::string& home);
 Rules readRules(const std::string& path, const std::string& home);
 

@@ -18,9 +18,9 @@ struct Arguments {
     Command command = Command::import;
     std::string catalog;
     std::vector<std::string> inputs;   // or URLs
-    std::vector<std::string> removed;  // inputs whose entries go
+    std::vector<std::string> removed;  // inputs whose entries are removed
     std::string map;
-    std::int32_t category = -1;  // of what names none; -1: such lines are bad
+    std::int32_t category = -1;  // of lines that name none; -1: such lines are bad
     bool strict = false;
     bool quiet = false;
     bool json = false;

@@ -1,4 +1,4 @@
-// Lists on their way into a catalogue.
+// Reads lists for a catalogue.
 #ifndef KATCATALOG_INPUTS_H
 #define KATCATALOG_INPUTS_H
 
@@ -13,14 +13,14 @@
 
 namespace katcatalog {
 
-// What was read and what became of it, for the summary.
+// Counters for the summary.
 struct Counts {
     listreader::Reader::Counts read;
     std::uint64_t foldersSkipped = 0;
     std::uint64_t exceptions = 0;
     std::uint64_t belowOnly = 0;
     std::uint64_t suffixes = 0;     // refused
-    std::uint64_t beyondReply = 0;  // with a category that a reply of katd cuts
+    std::uint64_t beyondReply = 0;  // with a category above 255, which katd's replies truncate
 };
 
 // Reads inputs into a Builder. Throws listreader::Failure.

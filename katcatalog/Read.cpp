@@ -22,7 +22,7 @@ namespace {
 
 constexpr auto replaceBadUtf8 = nlohmann::json::error_handler_t::replace;
 
-// Names for what has numbers in the catalogue.
+// The names of categories and sources, by number.
 class Names {
 public:
     explicit Names(Update* update) : sources_(update->sources()), categories_(update->categoryNames()) {}
@@ -60,7 +60,7 @@ struct Found {
     Pair pairs[catalog::maxEntryCategories];
 };
 
-// Memory for them is there beforehand: they are copied where nothing may be allocated.
+// Preallocated, because a guarded section must not allocate memory.
 struct AllFound {
     std::vector<Found> entries = std::vector<Found>(1000);
     std::size_t count = 0;

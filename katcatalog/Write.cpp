@@ -86,7 +86,7 @@ void putNames(Update* update, const Inputs& inputs) {
     }
 }
 
-// Brings the numbers of entries of the sources up to date.
+// Updates the sources' counts of entries.
 void putSources(Update* update, const catalog::Sources& before, catalog::Sources sources) {
     for (const auto& [number, source] : before) {
         if (sources.count(number) == 0) update->eraseSource(number);
@@ -109,7 +109,7 @@ void count(catalog::Sources* sources, const std::vector<Pair>& pairs, bool add) 
 
 void import(const Arguments& arguments) {
     listreader::Progress progress;
-    // What would keep the catalogue from being written shows before long work.
+    // Fail early if the catalogue cannot be written.
     listreader::OutputFile file(arguments.catalog);
     Builder builder;
     Inputs inputs(arguments);
@@ -142,7 +142,7 @@ void update(const Arguments& arguments) {
     inputs.read(arguments.inputs, before, arguments.category, &added, &progress);
     Inputs goneInputs(arguments);
     Builder gone;
-    // Without a category the whole entry goes.
+    // Without a category the whole entry is removed.
     goneInputs.read(arguments.removed, before, arguments.category < 0 ? noCategory : arguments.category,
                     &gone, &progress);
     std::uint64_t addedEntries = 0;
@@ -287,7 +287,7 @@ void sync(const Arguments& arguments) {
             ++added;
         }
         progress.begin("writing");
-        // What goes first makes room for what comes.
+        // Remove first, so that the additions find free space.
         for (const Change& one : changes) {
             if (one.erase) update->erase(one.key, hostOf(one.key));
         }
@@ -296,7 +296,7 @@ void sync(const Arguments& arguments) {
         }
         putSources(update.get(), before, sources);
         putNames(update.get(), inputs);
-        // Nothing is written for nothing.
+        // Do not commit a transaction without changes.
         if (!changes.empty() || update->written() > 0) update->commit();
     });
     listreader::Progress::clear();

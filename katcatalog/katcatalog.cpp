@@ -17,7 +17,7 @@
 
 namespace {
 
-// LMDB trusts a catalogue's pages. Where they are damaged, it may read what is not there.
+// LMDB trusts a catalogue's pages, and may read outside the mapping if they are damaged.
 void onFault(int) {
     constexpr char text[] =
         "katcatalog: the catalogue is damaged, or was cut while it was read; make it anew with "

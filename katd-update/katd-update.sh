@@ -22,7 +22,7 @@ The settings are in $settings; see katd-update(8).
   --version      print the version
 
 Exit status: 0 the lists are up to date; 1 an update failed, the old lists are still in use;
-2 bad usage or settings; 3 the lists are new, but katd was not told to load them.
+2 bad usage or settings; 3 the lists were replaced, but katd has not reloaded them.
 END
 }
 

@@ -11,8 +11,8 @@ namespace katlist {
 
 namespace {
 
-// Ordered as the strings are, whose bytes compare as signed. Equal results need the whole comparison: the end
-// of a string counts as the least byte.
+// Ordered like the strings, whose bytes compare as signed. If two results are equal, compare the strings: the
+// end of a string counts as the lowest byte.
 std::uint32_t startOf(const char* text) {
     std::uint32_t start = 0;
     bool ended = false;

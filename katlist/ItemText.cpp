@@ -37,7 +37,7 @@ const char* toHostItem(Entry* entry) {
     std::string& text = entry->text;
     if (entry->kind == EntryKind::url) return "it has a path: it belongs in a list of URLs";
     text.resize(entry->hostEnd);
-    // A host that ends in a dot is another one for katd. People write the dot for the root of all names.
+    // katd treats a host with a dot at the end as a different host; in input the dot means the DNS root.
     if (!entry->isStored && text.size() > 1 && text.back() == '.') text.pop_back();
     return nullptr;
 }

@@ -77,7 +77,7 @@ void Resolver::removeDuplicates() {
             continue;
         }
         const Record& first = records[kept - 1];
-        // Of a derived item nothing is shown: the conflict between the items that it comes from was, if any.
+        // A derived item is not reported: a conflict was reported for the item that it was made from.
         if (record.category == first.category || record.derived) {
             ++result_.duplicates;
         } else if (conflicts.shows()) {

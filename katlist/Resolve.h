@@ -38,9 +38,8 @@ public:
     // Sorts the items. A host in two categories keeps the one that is first in the file of names; a conflict
     // between two items that were read is shown.
     void removeDuplicates();
-    // katd looks for a stored prefix by one binary search, which an item below the prefix can lead away from
-    // it. The search is certain to find a prefix only if no item begins with another one. Throws Failure for
-    // OnNested::fail, after showing all.
+    // katd finds prefixes by one binary search, which is reliable only if no item begins with another one: a
+    // longer item can lead the search past its prefix. Throws Failure for OnNested::fail, after showing all.
     void removeNested(OnNested onNested);
 
     const Resolved& result() const { return result_; }

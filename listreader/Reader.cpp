@@ -33,8 +33,8 @@ bool isIpAddress(std::string_view text) {
            inet_pton(AF_INET6, address.c_str(), &ignored) == 1;
 }
 
-// Tells "12|345", the header of a list file, from an item of digits with its category: so many items can have
-// so many bytes, and an item line follows.
+// Distinguishes "12|345", the header of a list file, from an item of digits with its category: the two
+// numbers must be plausible, and an item line must follow.
 bool isHeader(std::string_view line, LineFile* file) {
     const std::size_t bar = line.find('|');
     if (bar == line.npos || bar == 0 || bar > 10 || line[0] == '0') return false;
@@ -49,7 +49,7 @@ bool isHeader(std::string_view line, LineFile* file) {
     return next.size() > barOffset && next[barOffset] == '|' && next.find('\n') == next.npos;
 }
 
-// The text without a comment that follows a blank.
+// Removes a comment that follows a blank.
 std::string_view withoutComment(std::string_view text, char mark) {
     for (std::size_t at = 0; (at = text.find(mark, at)) != text.npos; ++at) {
         if (at > 0 && blanks.find(text[at - 1]) != blanks.npos) return trimmed(text.substr(0, at));
@@ -237,7 +237,7 @@ bool Reader::takeRecord(std::string_view line, bool isContinued) {
     }
     const std::string_view data = takeWord(&rest);
     if (isData && !equals(type, "cname") && !isIpAddress(data)) return false;  // prose: "this A that"
-    // More data of the owner before says nothing new.
+    // Further records of the same owner add nothing.
     if (!isData || isContinued) {
         ++counts_.empty;
         return true;
@@ -275,7 +275,7 @@ void Reader::takeHosts(std::string_view names) {
     }
 }
 
-// A host that a format with rules of its own names.
+// Handles a host from a format that has its own rules for subdomains.
 void Reader::takeHost(std::string_view host, Scope scope, bool isException) {
     if (!host.empty() && host.back() == '.') host.remove_suffix(1);
     if (host.empty()) return badLine(host, "it names no host");

@@ -8,7 +8,7 @@ if [[ $# -eq 0 || $1 == -* ]]; then
     exit 2
 fi
 if ! command -v dpkg-query > /dev/null; then
-    echo "This is no Debian system: please install what these Debian packages hold: $*" >&2
+    echo "This is not a Debian system. Install the equivalents of these Debian packages: $*" >&2
     exit 1
 fi
 

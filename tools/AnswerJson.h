@@ -10,7 +10,8 @@
 
 namespace tools {
 
-// Each returns one object on one line, without a line feed. Bytes of a URL that are not UTF-8 become U+FFFD.
+// Each function returns one object on one line, without a line feed. Bytes of a URL that are not UTF-8 become
+// U+FFFD.
 
 // The object of an answer with status KATCLIENT_OK. It has "names" unless `names` is null.
 std::string answerJson(std::string_view url, const katclient_answer& answer, const CategoryNames* names);

@@ -43,10 +43,9 @@ public:
     // A name, or a number from 0 to highest().
     std::optional<std::uint32_t> resolve(std::string_view word) const;
     // A list of names, numbers and ranges such as 4,7,advertising,10-20, with blanks around them ignored.
-    // Sets
-    // (*chosen)[number] to true for each; the vector is enlarged to highest() + 1 values first. False if an
-    // item cannot be resolved or the list has none: *problem is a sentence without its full stop, *chosen
-    // unspecified.
+    // Sets (*chosen)[number] to true for each; the vector is enlarged to highest() + 1 values first. False if
+    // an item cannot be resolved or the list is empty: *problem is then a sentence without its full stop, and
+    // *chosen is unspecified.
     bool resolveList(std::string_view list, std::vector<bool>* chosen, std::string* problem) const;
 
 private:

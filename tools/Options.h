@@ -40,9 +40,8 @@ private:
     CLI::Option* option_;
 };
 
-// Options and operands of a program or of one of its commands. `names` are those of an option, with commas
-// between
-// ("-s,--socket"); `placeholder` stands for the value in the help; targets must outlive the CommandLine and
+// Options and operands of a program or of one of its commands. `names` are an option's names, separated by
+// commas ("-s,--socket"); `placeholder` is the value in the help. Targets must outlive the CommandLine and
 // keep their value if the option is not given. Wrong values are bad usage.
 class Command {
 public:

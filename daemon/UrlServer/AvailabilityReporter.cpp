@@ -24,7 +24,7 @@ constexpr int reporterLeadMs =
     250;  // the reporting thread's time to get from the end of the delay to the event
 
 // The thread that writes the messages, and the calling thread, which watches that the event is passed in
-// time. Whoever claims the event first passes it.
+// time. The first to claim the event passes it.
 class AvailabilityReporter {
 public:
     AvailabilityReporter(const char* eventWord, bool ofNetwork, const EngineFailure* engineFailure)

@@ -14,7 +14,7 @@ enum class LateCall { NETWORK_CHECK, QUERY };
 
 // The same where no thread can be created to watch the call, and the late call is interrupted by a signal:
 // nothing can be logged from there, since the call may hold any lock. The process executes its own program
-// anew, with the report to make in the environment variable KATD_LATE_CALL. The new image has no hung call
+// again, with the report to make in the environment variable KATD_LATE_CALL. The new image has no hung call
 // and no locks; it makes the report and ends the process. A second katd stays locked out meanwhile.
 class LateCallExecution {
 public:
@@ -29,7 +29,7 @@ public:
     // The report on one call, put together while the process is sound.
     LateCallExecution(LateCall call, const char* url, int limitSec);
 
-    // Executes the program anew; ends the process with status 1 if that fails. Async-signal-safe.
+    // Executes the program again; ends the process with status 1 if that fails. Async-signal-safe.
     [[noreturn]] void execute() const;
 
 private:

@@ -134,7 +134,7 @@ Watchdog::~Watchdog() {
     pthread_mutex_unlock(&WatchingThread::mutex);
     if (isLate) {
         for (;;)
-            pause();  // the process is ending: nobody may act on the answer
+            pause();  // the process is ending: the caller must not act on the answer
     }
 }
 

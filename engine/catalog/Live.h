@@ -42,8 +42,8 @@ public:
     void poll();
 
 private:
-    // The state of a look-up. Slots are shared by all threads, so that idle threads hold neither memory nor an
-    // old file; there are as many as a usual machine runs threads at once.
+    // The state of a look-up. Slots are shared by all threads, so that idle threads hold neither memory nor
+    // an old file; there are as many as a usual machine runs threads at once.
     struct alignas(64) Slot {
         std::mutex mutex;
         std::uint64_t generation = 0;

@@ -28,7 +28,7 @@ TEST(Sockets, ServiceNeedsAPathOfAtMost107CharactersAndReplacesWhatIsThere) {
             close(fd);
         }
     }
-    EXPECT_EQ(Utils::connectLocalTcp(path.c_str()), -1);  // the file remains, nobody listens
+    EXPECT_EQ(Utils::connectLocalTcp(path.c_str()), -1);  // the file remains without a listener
     const std::string tooLong = path + "s", inTheWay = dir / "new/file";
     EXPECT_EQ(Utils::createLocalTcpService(tooLong.c_str(), 4), -1);
     EXPECT_EQ(Utils::connectLocalTcp(tooLong.c_str()), -1);

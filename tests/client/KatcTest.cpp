@@ -282,7 +282,7 @@ TEST_F(KatcTest, ChannelsAreServedSideBySide) {
                                      : " OK status=302 url=\"http://b.example/ads.example%2F" + path + "\""));
     }
     writeFile(dir / "lines", lines);
-    // The engine never answers for the first line. Nobody reads the other answers at first, so that the
+    // The engine never answers for the first line. The other answers are not read at first, so that the
     // threads have to write them in pieces.
     std::thread end([&] {
         EXPECT_TRUE(eventually([&] {

@@ -252,7 +252,7 @@ TEST_F(GatewayTest, RequestsOnOneConnectionAreAnsweredInOrder) {
     connection.send(
         "GET /v1/categories?url=a1.example HTTP/1.1\r\n\r\nGET /v1/categories?url=a2.example "
         "HTTP/1.1\r\n\r\n");
-    // A body that nobody reads must not be taken for the next request.
+    // An unread body must not be parsed as the next request.
     connection.send(
         "GET /v1/categories?url=a3.example HTTP/1.1\r\nContent-Length: 52\r\n\r\n"
         "GET /v1/categories?url=a4.example HTTP/1.1\r\nX: y\r\n\r\n");

@@ -167,7 +167,7 @@ TEST_F(KatcatalogTest, misuseAndBadFilesHaveASentence) {
     }
 }
 
-// Many hosts in lists of one category, so that two states are easily told apart.
+// Many hosts in lists of one category, so that two states are easy to distinguish.
 class KatcatalogEndsTest : public KatcatalogTest {
 protected:
     KatcatalogEndsTest() {
@@ -224,7 +224,7 @@ TEST_F(KatcatalogEndsTest, killedAtAnyMomentItLeavesTheOldOrTheNewState) {
 }
 
 TEST_F(KatcatalogEndsTest, withoutSpaceItLeavesTheOldState) {
-    // The limit of a file's size stands for a full disk.
+    // A file size limit simulates a full disk.
     for (const char* const command : {"import -o c.mdb", "sync c.mdb"}) {
         EXPECT_EQ(
             3,

@@ -112,7 +112,7 @@ TEST_F(KatlistTest, BuildsFromManyFormats) {
           "9.test");
     write("stored", "2|9\n011|ten.example/%41\n012|Ten.example/Cap\n");
     write("nested", "1|a/\n2|a/b\n1|a/b/c\n2|a/b/a\n1|a/e\n2|a/f\n");
-    // The last rows: a header is told from an item of digits; then the formats of other filters.
+    // The last rows: a header is distinguished from an item of digits; then the formats of other filters.
     expect(R"(
 0 echo std.in/put | katlist build --urls --category 5 -o list plain more 9=hosts - stored => 15|215\n009|9.test\n009|eight.example\n008|five.example/\n007|four.example/|\n005|one.example/a b\n009|seven.example\n255|six.example\n005|std.in/put\n011|ten.example/%41\n012|ten.example/Cap\n012|ten.example/cap\n005|three.example/Ab\n005|three.example/ab\n005|two.example/a#b\n005|two.example/x\n ;; 17 lines ;; 3 comments ;; 2 names ;; 13 items read ;; 15 items kept
 0 cp list old; katlist check list && katlist build -q --urls -o list list; cmp list old

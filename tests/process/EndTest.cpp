@@ -1,4 +1,4 @@
-// How the daemon ends when the engine hangs or its service cannot be reached, whoever holds which lock.
+// How the daemon ends when the engine hangs or its service is unreachable, with and without the locks held.
 #include <gmock/gmock.h>
 
 #include "faults/Faults.h"

@@ -9,13 +9,13 @@
 
 namespace listreader {
 
-// Written to a temporary file in the same folder, synced, and renamed. The temporary file is removed if the
-// object is destroyed before commit(), or a signal ends the program (not SIGKILL). One object at a time, one
-// thread. Throws Failure.
+// Writes to a temporary file in the same folder; commit() syncs and renames it. The temporary file is removed
+// if the object is destroyed before commit() or a signal other than SIGKILL ends the program. Not
+// thread-safe, and only one object may exist at a time. Throws Failure.
 class OutputFile {
 public:
-    // A symbolic link at `path` is followed: its target is replaced. Refused are anything but a regular file,
-    // and in a folder with the sticky bit, such as /tmp, links and files that another user has put there.
+    // Follows a symbolic link at `path` and replaces its target. Refuses a file that is not regular, and in a
+    // folder with the sticky bit, such as /tmp, links and files of other users.
     explicit OutputFile(const std::string& path);
     ~OutputFile();
     OutputFile(const OutputFile&) = delete;
@@ -27,9 +27,9 @@ public:
     const std::string& temporaryPath() const { return beside_; }
     // True if there is a file to be replaced.
     bool replaces() const { return replaces_; }
-    // Puts the file in its place. It gets mode, owner and group of the file that it replaces, as far as the
-    // system allows; a new one has mode 0644 less the umask. Prints a note if the owner cannot be kept, or if
-    // a user "katd" exists who cannot read the file.
+    // Replaces the old file and keeps its mode, owner and group as far as the system allows. A new file has
+    // mode 0644 less the umask. Prints a note if the owner cannot be kept, or if a user "katd" exists who
+    // cannot read the file.
     void commit();
 
 private:
