@@ -7,8 +7,7 @@
 namespace {
 
 using namespace KATD_SPACE;
-using katd_test::writeFile;
-using Texts = std::vector<std::string>;
+using namespace katd_test;
 
 class Settings : public testing::Test {
 protected:
@@ -31,8 +30,8 @@ protected:
         return values;
     }
 
-    katd_test::TempDir dir;
-    katd_test::CapturedMessages messages{2};  // information and errors
+    TempDir dir;
+    CapturedMessages messages{2};  // information and errors
 };
 
 TEST_F(Settings, KatdConfStoresEverySettingOnce) {

@@ -8,7 +8,6 @@ namespace {
 
 using KATD_SPACE::IniUtils;
 using namespace katd_test;
-using Texts = std::vector<std::string>;
 
 class IniFile : public testing::Test {
 protected:

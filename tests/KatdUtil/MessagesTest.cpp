@@ -9,8 +9,7 @@ namespace {
 
 constexpr const char* logModule = "MessagesTest";
 
-using katd_test::CapturedMessages;
-using Texts = std::vector<std::string>;
+using namespace katd_test;
 
 TEST(Messages, LevelDecidesWhatIsShown) {
     const Texts shownAt[] = {{"INF i"}, {"INF i", "ERR e"}, {"INF i", "ERR e"}, {"INF i", "ERR e", "DBG d"}};

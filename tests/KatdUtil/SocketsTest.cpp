@@ -11,11 +11,10 @@
 namespace {
 
 using KATD_SPACE::Utils;
-using katd_test::CapturedMessages;
-using Texts = std::vector<std::string>;
+using namespace katd_test;
 
 TEST(Sockets, ServiceNeedsAPathOfAtMost107CharactersAndReplacesWhatIsThere) {
-    const katd_test::TempDir dir;
+    const TempDir dir;
     const CapturedMessages messages;
     std::string path = dir / "new/folder/";
     path.resize(107, 's');
@@ -32,7 +31,7 @@ TEST(Sockets, ServiceNeedsAPathOfAtMost107CharactersAndReplacesWhatIsThere) {
     const std::string tooLong = path + "s", inTheWay = dir / "new/file";
     EXPECT_EQ(Utils::createLocalTcpService(tooLong.c_str(), 4), -1);
     EXPECT_EQ(Utils::connectLocalTcp(tooLong.c_str()), -1);
-    katd_test::writeFile(inTheWay, "");
+    writeFile(inTheWay, "");
     EXPECT_EQ(Utils::createLocalTcpService((inTheWay + "/s").c_str(), 4), -2);
     EXPECT_EQ(messages.texts().back(), "ERR fail to bind socket fd to [" + inTheWay + "/s][Not a directory]");
 }
@@ -66,12 +65,12 @@ TEST_F(SocketPair, SignalsInterruptNeitherReadingNorWriting) {
         sent[i] = static_cast<char>(i * 7 / 5);
     const unsigned size = static_cast<unsigned>(sent.size());
     std::string received(sent.size(), '\0');
-    const katd_test::Ticks ticks;
+    const Ticks ticks;
     std::thread peer([&] {
         ticks.blockInThisThread();
         const auto waitForTicks = [] {
-            const int until = katd_test::Ticks::count + 20;
-            while (katd_test::Ticks::count < until)
+            const int until = Ticks::count + 20;
+            while (Ticks::count < until)
                 std::this_thread::yield();
         };
         for (const char* piece : {"ab", "cd"}) {

@@ -84,12 +84,13 @@ TEST_F(ListFile, ReadsItemsUntilALineThatIsNoneOrTheBufferIsFull) {
 
 // The file is read in blocks of 65536 bytes; every character of a line may be the first of a block.
 TEST_F(ListFile, ReadsItemsThatLieInTwoBlocks) {
-    const std::pair<std::string, std::string> lines[] = {{"123|ab\n", "123:ab 5:last "},
-                                                         {{"123|a \0b\n", 9}, "123:a 5:last "},
-                                                         {"-01|a b \t \r\n", "4294967295:a b 5:last "},
-                                                         {"\v 7|\n", "7: 5:last "},
-                                                         {"1\n2|x\n", ""},
-                                                         {"12|x\n", ""}};
+    // clang-format off
+    const std::pair<std::string, std::string> lines[] = {
+        {"123|ab\n", "123:ab 5:last "}, {{"123|a \0b\n", 9}, "123:a 5:last "},
+        {"-01|a b \t \r\n", "4294967295:a b 5:last "}, {"\v 7|\n", "7: 5:last "}, {"1\n2|x\n", ""},
+        {"12|x\n", ""},
+    };
+    // clang-format on
     for (const auto& [line, expected] : lines) {
         for (std::size_t first = 0; first < line.size(); ++first) {
             const std::string filler(3 * 65536 - first - 5, 'x');

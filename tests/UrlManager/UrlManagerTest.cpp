@@ -93,15 +93,13 @@ TEST_F(Manager, ReloadIsRefusedWhileALookUpUsesTheIdleLists) {
 // The priorities of the threads that read a list; setpriority(2) can make them lower, not higher.
 std::atomic<int> readersPriority{-100};
 
-void noteReader(const char* text) {
-    if (std::strncmp(text, "first line of", 13) == 0) readersPriority = getpriority(PRIO_PROCESS, 0);
-}
-
 TEST_F(Manager, ReloadReadsAtALowerPriorityAndLeavesTheCallersAsItIs) {
     const CapturedMessages messages;
     ASSERT_TRUE(reload(oldList));
     const int priority = getpriority(PRIO_PROCESS, 0);
-    KATD_SPACE::ops.output = noteReader;
+    KATD_SPACE::ops.output = [](const char* text) {
+        if (std::strncmp(text, "first line of", 13) == 0) readersPriority = getpriority(PRIO_PROCESS, 0);
+    };
     EXPECT_TRUE(reload(newList));
     EXPECT_EQ(readersPriority, std::min(priority + 10, 19));
     EXPECT_EQ(getpriority(PRIO_PROCESS, 0), priority);

@@ -47,8 +47,7 @@ TEST_F(Classification, AsksAgainOnlyWhileAnUnknownIsNotFinal) {
         std::vector<unsigned> categories;
         bool matched;
         int calls;
-        const char* counted;
-        const char* message;
+        const char *counted, *message;
     } cases[] = {
         {"unknown", 2, false, {}, false, 1, "1/0", "DataCenter returns Unknown for [u]"},
         {"unknown", 0, true, {}, false, 1, "1/0", "DataCenter returns Unknown for [u]"},

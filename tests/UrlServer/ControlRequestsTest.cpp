@@ -18,11 +18,9 @@ TEST_F(ControlRequests, EachHasItsEffectOrIsRefused) {
         ASSERT_TRUE(connection.client.ask(url));
     const std::string statistics = "INF All urls [4], matched from cache [3], percentage [%75]\n";
     const struct {
-        std::string body;
-        std::string message;
+        std::string body, message;
         int level;
-        unsigned times;
-        unsigned interval;
+        unsigned times, interval;
     } steps[] = {
         {"urls_stat", statistics, 3, 2, 1},
         {"timeout=" + number(7) + number(500), "DBG set timeout [7:500]\n", 3, 7, 500},

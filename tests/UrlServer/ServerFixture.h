@@ -1,8 +1,6 @@
 // The server with the stand-in engine, inside the test program.
-#ifndef KATD_TESTS_URLSERVER_SERVERFIXTURE_H
-#define KATD_TESTS_URLSERVER_SERVERFIXTURE_H
+#pragma once
 
-#include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/socket.h>
 
@@ -112,5 +110,3 @@ private:
 };
 
 }  // namespace katd_test
-
-#endif

@@ -1,12 +1,7 @@
 // A catalogue file in a folder of its own.
-#ifndef CATALOG_FIXTURE_H
-#define CATALOG_FIXTURE_H
+#pragma once
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <memory>
-#include <string>
+#include <stdexcept>
 
 #include "catalog/Catalog.h"
 #include "catalog/Guard.h"
@@ -34,16 +29,24 @@ protected:
         ASSERT_TRUE(builder->write(path, compact, {{1, {"list", 7, 0}}}, {}, &result, &failure)) << failure;
     }
 
-    Header readHeader() {
-        Header header;
+    template <class File>
+    auto opened() const {
         std::string failure;
-        const auto catalog = Catalog::open(path, &failure);
-        EXPECT_TRUE(catalog) << failure;
-        if (catalog) {
-            Reader reader(catalog);
-            EXPECT_EQ(Reader::done, reader.header(&header));
-        }
-        return header;
+        auto file = File::open(path, &failure);
+        if (!file) throw std::runtime_error(failure);
+        return file;
+    }
+    // Opens the file, which must be good, to read or to change it.
+    std::shared_ptr<Catalog> openCatalog() const { return opened<Catalog>(); }
+    std::unique_ptr<Update> openUpdate() const { return opened<Update>(); }
+
+    // Gives the entry one category, from the list 1.
+    static void put(Update* update, const std::string& text, unsigned category) {
+        Url url;
+        readEntry(text, &url);
+        Entry entry;
+        entry.pairs.push_back({static_cast<std::uint16_t>(category), 1});
+        update->put(url, entry);
     }
 
     katd_test::TempDir folder;
@@ -52,5 +55,3 @@ protected:
 };
 
 }  // namespace catalog
-
-#endif

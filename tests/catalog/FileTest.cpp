@@ -1,5 +1,4 @@
 // Files that are damaged, cut, or changed while they are read.
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <random>
@@ -7,7 +6,7 @@
 
 #include "catalog/CatalogFixture.h"
 
-namespace catalog {
+using namespace catalog;
 
 namespace {
 
@@ -118,9 +117,7 @@ TEST_F(CatalogFileTest, fileCutUnderAReaderIsNoticed) {
     KATD_NEEDS_SYNCHRONOUS_SIGNALS;
     build(3000);
     const std::string whole = readFile(path);
-    std::string failure;
-    const auto catalog = Catalog::open(path, &failure);
-    ASSERT_TRUE(catalog) << failure;
+    const auto catalog = openCatalog();
     EXPECT_TRUE(askAll(catalog));
     for (const std::size_t size : {whole.size() / 2, std::size_t{4096}, std::size_t{0}}) {
         std::filesystem::resize_file(path, size);
@@ -133,14 +130,11 @@ TEST_F(CatalogFileTest, fileCutUnderAReaderIsNoticed) {
 // Each version has one category at all entries of a name's way up: a mixture of versions would have two.
 TEST_F(CatalogFileTest, readersNeverSeeTwoVersions) {
     const char* const names[] = {"example", "b.example", "a.b.example", "a.b.example/x", "a.b.example/x/y"};
-    const auto putAll = [&](Update* update, unsigned version) {
+    const auto commit = [&](unsigned version) {
+        const auto update = openUpdate();
+        for (const char* const name : names)
+            put(update.get(), name, version);
         Url url;
-        for (const char* const name : names) {
-            readEntry(name, &url);
-            Entry entry;
-            entry.pairs.push_back({static_cast<std::uint16_t>(version), 1});
-            update->put(url, entry);
-        }
         // Others come and go, so that pages are freed and used again.
         for (unsigned i = 0; i < 40; ++i) {
             readEntry("h" + std::to_string((version * 13 + i) % 2000) + ".example", &url);
@@ -148,20 +142,13 @@ TEST_F(CatalogFileTest, readersNeverSeeTwoVersions) {
             entryKeys(url, &keys);
             if (!update->erase(keys.own, keys.host)) update->put(url, Entry());
         }
+        update->commit();
     };
     build(2000);
-    std::string failure;
-    {
-        const auto update = Update::open(path, &failure);
-        ASSERT_TRUE(update) << failure;
-        putAll(update.get(), 1);
-        update->commit();
-    }
-    const auto catalog = Catalog::open(path, &failure);
-    ASSERT_TRUE(catalog) << failure;
+    commit(1);
+    const auto catalog = openCatalog();
     std::atomic<bool> stop{false};
-    std::atomic<unsigned> mixed{0};
-    std::atomic<unsigned> damagedCount{0};
+    std::atomic<unsigned> mixed{0}, damagedCount{0};
     std::vector<std::thread> readers;
     for (unsigned n = 0; n < 3; ++n) {
         readers.emplace_back([&] {
@@ -179,12 +166,8 @@ TEST_F(CatalogFileTest, readersNeverSeeTwoVersions) {
             }
         });
     }
-    for (unsigned version = 2; version < 150; ++version) {
-        const auto update = Update::open(path, &failure);
-        ASSERT_TRUE(update) << failure;
-        putAll(update.get(), version);
-        update->commit();
-    }
+    for (unsigned version = 2; version < 150; ++version)
+        commit(version);
     stop = true;
     for (std::thread& reader : readers)
         reader.join();
@@ -201,8 +184,7 @@ TEST_F(CatalogFileTest, readersNeverSeeTwoVersions) {
 
 // A look-up that is stopped while commits pass by.
 struct Stopped {
-    std::atomic<bool> waits{false};
-    std::atomic<bool> goesOn{false};
+    std::atomic<bool> waits{false}, goesOn{false};
     unsigned restarts = 0;
     std::uint16_t seen[8] = {};
     unsigned count = 0;
@@ -224,25 +206,16 @@ struct Stopped {
 
 TEST_F(CatalogFileTest, overtakenLookUpsBeginAnew) {
     const auto commit = [&](unsigned version) {
-        std::string failure;
-        const auto update = Update::open(path, &failure);
-        ASSERT_TRUE(update) << failure;
-        for (const char* const name : {"a.example", "b.a.example"}) {
-            Url url;
-            readEntry(name, &url);
-            Entry entry;
-            entry.pairs.push_back({static_cast<std::uint16_t>(version), 1});
-            update->put(url, entry);
-        }
+        const auto update = openUpdate();
+        for (const char* const name : {"a.example", "b.a.example"})
+            put(update.get(), name, version);
         update->commit();
     };
     for (const unsigned commits : {0U, 1U, 2U, 5U}) {
         SCOPED_TRACE(commits);
         build(100);
         commit(1000);
-        std::string failure;
-        const auto catalog = Catalog::open(path, &failure);
-        ASSERT_TRUE(catalog) << failure;
+        const auto catalog = openCatalog();
         Stopped stopped;
         std::thread thread([&] {
             Reader reader(catalog);
@@ -266,13 +239,10 @@ TEST_F(CatalogFileTest, overtakenLookUpsBeginAnew) {
 
 TEST_F(CatalogFileTest, oneUpdateAtATime) {
     build(10);
+    const auto first = openUpdate();
     std::string failure;
-    const auto first = Update::open(path, &failure);
-    ASSERT_TRUE(first) << failure;
     EXPECT_FALSE(Update::open(path, &failure));
     EXPECT_NE(failure.npos, failure.find("another program is changing or examining it")) << failure;
 }
 
 }  // namespace
-
-}  // namespace catalog

@@ -1,5 +1,4 @@
 // The catalogue against a plain model of what it is to answer.
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -7,7 +6,7 @@
 
 #include "catalog/CatalogFixture.h"
 
-namespace catalog {
+using namespace catalog;
 
 namespace {
 
@@ -96,10 +95,7 @@ private:
 class CatalogModelTest : public CatalogFixture {
 protected:
     void compare(const Model& model, Texts* texts, unsigned questions) {
-        std::string failure;
-        const auto catalog = Catalog::open(path, &failure);
-        ASSERT_TRUE(catalog) << failure;
-        Reader reader(catalog);
+        Reader reader(openCatalog());
         const auto answer = std::make_unique<Answer>();
         for (unsigned i = 0; i < questions; ++i) {
             const std::string text = texts->url();
@@ -167,9 +163,7 @@ TEST_F(CatalogModelTest, changedCataloguesAnswerLikeTheModel) {
             addTo(&model, &texts);
         build(model, false);
         for (unsigned round = 0; round < 6; ++round) {
-            std::string failure;
-            const auto update = Update::open(path, &failure);
-            ASSERT_TRUE(update) << failure;
+            const auto update = openUpdate();
             const bool abandoned = texts.upTo(4) == 0;
             Model changed = model;
             for (unsigned n = texts.upTo(60); n > 0; --n) {
@@ -193,11 +187,10 @@ TEST_F(CatalogModelTest, changedCataloguesAnswerLikeTheModel) {
             compare(model, &texts, 300);
             if (HasFatalFailure()) return;
         }
-        const auto header = readHeader();
+        Header header;
+        EXPECT_EQ(Reader::done, Reader(openCatalog()).header(&header));
         EXPECT_EQ(model.size(), header.entries);
     }
 }
 
 }  // namespace
-
-}  // namespace catalog

@@ -2,7 +2,7 @@
 
 #include "catalog/Url.h"
 
-namespace catalog {
+using namespace catalog;
 
 namespace {
 
@@ -18,68 +18,41 @@ std::string canonical(std::string_view text, bool entry = false) {
     return result + url.path;
 }
 
-struct Row {
-    const char* text;
-    const char* expected;
-};
+using Row = std::pair<const char*, const char*>;
 
 TEST(CatalogUrlTest, spellingsOfOneUrlAreOne) {
+    // clang-format off
     const Row rows[] = {
-        {"a.example", "a.example"},
-        {"HTTP://A.Example/", "a.example"},
-        {"  http:\\\\a.example\\x\\y ", "a.example/x/y"},
-        {"https:///a.example/x", "a.example/x"},
-        {"//a.example/x", "a.example/x"},
-        {"gopher://a.example/x", "a.example/x"},
-        {"user:pass@word@a.example/x", "a.example/x"},
-        {"http://a.example./X/", "a.example/x"},
-        {"http://.a.example", "a.example"},
-        {"a.ex\tample/a\nb", "a.example/ab"},
-        {"a.example:443", "a.example:443"},
-        {"a.example:/x", "a.example/x"},
+        {"a.example", "a.example"}, {"HTTP://A.Example/", "a.example"},
+        {"  http:\\\\a.example\\x\\y ", "a.example/x/y"}, {"https:///a.example/x", "a.example/x"},
+        {"//a.example/x", "a.example/x"}, {"gopher://a.example/x", "a.example/x"},
+        {"user:pass@word@a.example/x", "a.example/x"}, {"http://a.example./X/", "a.example/x"},
+        {"http://.a.example", "a.example"}, {"a.ex\tample/a\nb", "a.example/ab"},
+        {"a.example:443", "a.example:443"}, {"a.example:/x", "a.example/x"},
         {"http://%61.ex%61mple/%41%2f%2F%3f%25", "a.example/a%2f%2f%3f%25"},
-        {"a.example/a%zz%4", "a.example/a%25zz%254"},
-        {"a.example//x///y//", "a.example/x/y"},
-        {"a.example/x/./y/../z/%2e%2E/w", "a.example/x/w"},
-        {"a.example/../../x", "a.example/x"},
-        {"a.example/x/..", "a.example"},
-        {"a.example/x/?q=A/../b&c#f", "a.example/x?q=a/../b&c"},
-        {"a.example?q", "a.example?q"},
-        {"a.example/?", "a.example"},
-        {"a.example/x y\x01", "a.example/x%20y"},
-        {"a.example/x\x01y", "a.example/x%01y"},
-        {"a.example#frag/x", "a.example"},
-        {"a_b.example", "a_b.example"},
-        {"localhost", "localhost"},
-        {"http://203.0.113.7/x", "203.0.113.7/x"},
-        {"http://0xcb.0.0x71.07/", "203.0.113.7"},
-        {"http://3405803783/", "203.0.113.7"},
-        {"http://203.7", "203.0.0.7"},
+        {"a.example/a%zz%4", "a.example/a%25zz%254"}, {"a.example//x///y//", "a.example/x/y"},
+        {"a.example/x/./y/../z/%2e%2E/w", "a.example/x/w"}, {"a.example/../../x", "a.example/x"},
+        {"a.example/x/..", "a.example"}, {"a.example/x/?q=A/../b&c#f", "a.example/x?q=a/../b&c"},
+        {"a.example?q", "a.example?q"}, {"a.example/?", "a.example"},
+        {"a.example/x y\x01", "a.example/x%20y"}, {"a.example/x\x01y", "a.example/x%01y"},
+        {"a.example#frag/x", "a.example"}, {"a_b.example", "a_b.example"}, {"localhost", "localhost"},
+        {"http://203.0.113.7/x", "203.0.113.7/x"}, {"http://0xcb.0.0x71.07/", "203.0.113.7"},
+        {"http://3405803783/", "203.0.113.7"}, {"http://203.7", "203.0.0.7"},
         {"http://203.0.113.7.:8080", "203.0.113.7:8080"},
-        {"http://[2001:DB8:0::1]:81/x", "[2001:db8::1]:81/x"},
-        {"[2001:db8::0.0.0.1]", "[2001:db8::1]"},
-        {"2001:db8::1", "[2001:db8::1]"},
-        {"[fe80::1%25eth0]", "[fe80::1]"},
-        {"[::ffff:203.0.113.7]/x", "203.0.113.7/x"},
-        {"", "no host"},
-        {"http://", "no host"},
-        {"http://.", "no host"},
-        {"a..example", "empty label in the host"},
+        {"http://[2001:DB8:0::1]:81/x", "[2001:db8::1]:81/x"}, {"[2001:db8::0.0.0.1]", "[2001:db8::1]"},
+        {"2001:db8::1", "[2001:db8::1]"}, {"[fe80::1%25eth0]", "[fe80::1]"},
+        {"[::ffff:203.0.113.7]/x", "203.0.113.7/x"}, {"", "no host"}, {"http://", "no host"},
+        {"http://.", "no host"}, {"a..example", "empty label in the host"},
         {"a b.example", "forbidden character in the host"},
-        {"a%00.example", "forbidden character in the host"},
-        {"a.example:99999", "bad port"},
-        {"a.example:x", "bad port"},
-        {"http://[::1", "bad IPv6 address"},
-        {"http://[::g]", "bad IPv6 address"},
-        {"http://[::1]x", "bad IPv6 address"},
-        {"1.2.3.4.5", "bad IPv4 address"},
-        {"256.1.1.1", "bad IPv4 address"},
+        {"a%00.example", "forbidden character in the host"}, {"a.example:99999", "bad port"},
+        {"a.example:x", "bad port"}, {"http://[::1", "bad IPv6 address"},
+        {"http://[::g]", "bad IPv6 address"}, {"http://[::1]x", "bad IPv6 address"},
+        {"1.2.3.4.5", "bad IPv4 address"}, {"256.1.1.1", "bad IPv4 address"},
         {"a.example.7", "bad IPv4 address"},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.text);
-        EXPECT_EQ(row.expected, canonical(row.text));
-    }
+    // clang-format on
+    for (const auto& [text, expected] : rows)
+        EXPECT_EQ(expected, canonical(text)) << text;
     EXPECT_EQ("label of more than 63 bytes", canonical(std::string(64, 'a') + ".example"));
     EXPECT_EQ("host of more than 253 bytes", canonical(std::string(300, 'a')));
 }
@@ -93,22 +66,18 @@ TEST(CatalogUrlTest, internationalisedNamesHaveOneSpelling) {
 }
 
 TEST(CatalogUrlTest, entriesMayBeNetworks) {
+    // clang-format off
     const Row rows[] = {
         {"203.0.113.0/24", "203.0.113.0/24"},
         {"203.0.113.7/24", "203.0.113.7/24"},  // a path: bits behind the prefix
-        {"203.0.113.7/32", "203.0.113.7"},
-        {"203.0.113.0/33", "203.0.113.0/33"},
-        {"0.0.0.0/0", "0.0.0.0/0"},
-        {"2001:db8::/32", "[2001:db8::]/32"},
-        {"[2001:db8::]/32", "[2001:db8::]/32"},
-        {"::ffff:203.0.113.0/120", "203.0.113.0/24"},
-        {"http://203.0.113.0/24", "203.0.113.0/24"},
+        {"203.0.113.7/32", "203.0.113.7"}, {"203.0.113.0/33", "203.0.113.0/33"}, {"0.0.0.0/0", "0.0.0.0/0"},
+        {"2001:db8::/32", "[2001:db8::]/32"}, {"[2001:db8::]/32", "[2001:db8::]/32"},
+        {"::ffff:203.0.113.0/120", "203.0.113.0/24"}, {"http://203.0.113.0/24", "203.0.113.0/24"},
         {"a.example/24", "a.example/24"},
     };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.text);
-        EXPECT_EQ(row.expected, canonical(row.text, true));
-    }
+    // clang-format on
+    for (const auto& [text, expected] : rows)
+        EXPECT_EQ(expected, canonical(text, true)) << text;
     Url url;
     readEntry("203.0.113.7/24", &url);
     EXPECT_EQ("/24", url.path);
@@ -117,5 +86,3 @@ TEST(CatalogUrlTest, entriesMayBeNetworks) {
 }
 
 }  // namespace
-
-}  // namespace catalog

@@ -2,18 +2,35 @@
 #include <optional>
 #include <set>
 
-#include "client/ShellTest.h"
 #include "support/Daemon.h"
-#include "support/Home.h"
+#include "support/FakeDaemon.h"
+#include "support/ShellTest.h"
 
-namespace katd_test {
+using namespace katd_test;
+
 namespace {
 
 using testing::HasSubstr;
 
-class KatcTest : public ShellTest {};
-
 // clang-format off
+class KatcTest : public ShellTest {
+protected:
+    KatcTest() : ShellTest(KATC_BINARY) {}
+    // The categories of the first host of the table that a message contains, else an unknown. Nothing for
+    // "silent", nor for "refused!", after which the FakeDaemon closes the connection.
+    static std::string answer(const std::string& message) {
+        if (contains(message, "silent") || message == "url0refused!" || message == "ctl:save_cache") return "";
+        const std::pair<const char*, const char*> known[] = {
+            {"ads.example", "\x0c"}, {"multi.example", "\x05\x2c\xc8"}, {"news.example", "\x22"}, {"none.example", ""}};
+        for (const auto& [host, categories] : known) {
+            if (contains(message, host)) return reply(1, categories);
+        }
+        return reply(0, "");
+    }
+
+    const std::string socket = dir / "socket";
+};
+
 struct Row {
     std::string line;
     int status;
@@ -149,17 +166,15 @@ TEST_F(KatcTest, Answers) {
         {helper("acl --concurrency", "no channel\n5 ads.example\n") + " | cut -c 1-33 | sort", 0,
          "5 OK category_=12 log=12 message=\nBH message=\"the line has no chann\n", "", "*"},
     };
-    for (const char* folder : {"conf", "empty/conf", "why/conf", "why/data"})
-        std::filesystem::create_directories(dir / folder);
-    writeFile(dir / "conf/katd.ini", "[katd]\ndata_conn_string = socket ; here\n");
-    writeFile(dir / "empty/conf/katd.ini", "[katd]\ndata_conn_string =\n");
-    writeFile(dir / "why/conf/katd.ini", "[katd]\nurls_list_path = urls\ndomains_list_path = domains\n");
-    writeFile(dir / "why/urls", "1|14\n012|ads.example/a\n");
-    writeFile(dir / "why/domains", "1|14\n044|multi.example\n");
-    writeFile(dir / "why/data/catalog.mdb", "");
-    writeFile(dir / "why/katcatalog", "#!/bin/sh\necho \"$@\"\n");
+    write("conf/katd.ini", "[katd]\ndata_conn_string = socket ; here\n");
+    write("empty/conf/katd.ini", "[katd]\ndata_conn_string =\n");
+    write("why/conf/katd.ini", "[katd]\nurls_list_path = urls\ndomains_list_path = domains\n");
+    write("why/urls", "1|14\n012|ads.example/a\n");
+    write("why/domains", "1|14\n044|multi.example\n");
+    write("why/data/catalog.mdb", "");
+    write("why/katcatalog", "#!/bin/sh\necho \"$@\"\n");
     std::filesystem::permissions(dir / "why/katcatalog", std::filesystem::perms::owner_all);
-    writeFile(dir / "names", "\xef\xbb\xbf# lists\n\n online games = 44 # and odds\r\na\"b\\c=012\nlast = 44\nlast=44\n");
+    write("names", "\xef\xbb\xbf# lists\n\n online games = 44 # and odds\r\na\"b\\c=012\nlast = 44\nlast=44\n");
     FakeDaemon daemon(socket, answer);
     std::size_t seen = 0;
     for (const Row& row : rows) {
@@ -195,13 +210,12 @@ TEST_F(KatcTest, TheBlockPageIsNotRedirected) {
 TEST_F(KatcTest, BadUsageIsReportedAndAsksNothing) {
     FakeDaemon daemon(socket, answer);
     for (const std::string line : {"none", "good = 2", "12 = 1", "33-34 = 1", "a, b = 1", "= 3", "x = 256", "x = 0x1"}) {
-        writeFile(dir / "bad", "good = 1\ngood=1\n" + line + "\n");
+        write("bad", "good = 1\ngood=1\n" + line + "\n");
         EXPECT_EQ(2, run("katc --categories bad a")) << line;
         EXPECT_THAT(errors, HasSubstr("bad, line 3: ")) << line;
     }
-    writeFile(dir / "good", "news = 12\n");
-    std::filesystem::create_directories(dir / "conf");
-    writeFile(dir / "conf/katd.ini", "[katd]\ndata_conn_string = socket\n");
+    write("good", "news = 12\n");
+    write("conf/katd.ini", "[katd]\ndata_conn_string = socket\n");
     const std::string tooLong(108, 'x'), acl = "|helper acl ", to = "|helper rewrite --block 5 --redirect http://";
     std::istringstream lines(
         "-r|--|-x a|--unknown|-s|-r helper|-s " + tooLong + " a|ctl|ctl restart|ctl reload now|ctl reload urls_stat|"
@@ -251,7 +265,7 @@ TEST_F(KatcTest, ManyLinesKeepTheirOrder) {
         plain += url + "\tknown\t" + category + "\n";
         acl += "OK category_=" + category + " log=" + category + " message=\"category " + category + "\"\n";
     }
-    writeFile(dir / "lines", lines);
+    write("lines", lines);
     EXPECT_EQ(0, run("katc -s socket - <lines")) << errors;
     EXPECT_TRUE(plain == output);
     EXPECT_EQ(0, run("katc helper acl -s socket <lines")) << errors;
@@ -281,7 +295,7 @@ TEST_F(KatcTest, ChannelsAreServedSideBySide) {
                          : !isListed ? " OK"
                                      : " OK status=302 url=\"http://b.example/ads.example%2F" + path + "\""));
     }
-    writeFile(dir / "lines", lines);
+    write("lines", lines);
     // The engine never answers for the first line. The other answers are not read at first, so that the
     // threads have to write them in pieces.
     std::thread end([&] {
@@ -316,7 +330,7 @@ TEST_F(KatcTest, ARestartOfKatdInTheMiddleLosesNothing) {
         lines += url + "\n";
         expected += url + "\tknown\t" + (isSlow ? "7" : isOdd ? "5" : "12") + "\n";
     }
-    writeFile(dir / "lines", lines);
+    write("lines", lines);
     std::optional<Daemon> second;
     std::thread restart([&] {
         EXPECT_TRUE(
@@ -332,4 +346,3 @@ TEST_F(KatcTest, ARestartOfKatdInTheMiddleLosesNothing) {
 }
 
 }  // namespace
-}  // namespace katd_test

@@ -1,11 +1,11 @@
 // The examples of the page on the protocol, as katd itself answers them.
-#include <gmock/gmock.h>
 
 #include "support/Client.h"
 #include "support/Daemon.h"
 #include "support/Home.h"
 
-namespace katd_test {
+using namespace katd_test;
+
 namespace {
 
 TEST(ProtocolPage, KatdAnswersAsItsExamplesDo) {
@@ -44,4 +44,3 @@ TEST(ProtocolPage, KatdAnswersAsItsExamplesDo) {
 }
 
 }  // namespace
-}  // namespace katd_test

@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 
 #include "io/File.h"
 #include "support/TempDir.h"

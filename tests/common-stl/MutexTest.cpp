@@ -23,6 +23,11 @@ TEST(Locks, CountUnitsReadersAndWriters) {
     writing.join();
     EXPECT_EQ(0, semaphore.trywait());
     EXPECT_EQ(-1, lock.tryrdlock());
+    std::thread readers[] = {std::thread([&] { lock.rdlock(); }), std::thread([&] { lock.rdlock(); })};
+    usleep(20000);  // they probably wait by now
+    lock.unlock();
+    for (std::thread& reader : readers)
+        reader.join();
 }
 
 TEST(Sequence, StartsAgainAtZero) {

@@ -25,12 +25,9 @@ TEST(FileOutputStream, OpensByModeAndReportsFailures) {
     int ends[2];
     ASSERT_EQ(0, pipe2(ends, O_NONBLOCK));
     FileOutputStream stream(ends[1]);
-    try {
-        stream.write(std::string(1 << 20, 'x').c_str());  // more than a pipe holds
-        ADD_FAILURE();
-    } catch (const IOException& thrown) {
-        EXPECT_EQ("Resource temporarily unavailable", thrown.getMessage());
-    }
+    const auto message = [](const IOException& thrown) { return thrown.getMessage(); };
+    EXPECT_THAT([&] { stream.write(std::string(1 << 20, 'x').c_str()); },  // more than a pipe holds
+                testing::Throws<IOException>(testing::ResultOf(message, "Resource temporarily unavailable")));
     close(ends[0]);
 }
 

@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "asapsdk.h"
-#include "support/TempDir.h"
+#include "support/Engine.h"
 
-namespace katd_test {
+using namespace katd_test;
+
 namespace {
 
 class Engine : public testing::Test {
@@ -22,16 +22,9 @@ protected:
     void expect(const std::string& urlsAndAnswers) {
         std::istringstream rows(urlsAndAnswers);
         for (std::string url, expected; std::getline(std::getline(rows, url, '>'), expected, '|');) {
-            void* const answer = CSDKMain_ClassifyUrl(engine, url.c_str());
-            const unsigned short* numbers = nullptr;
-            unsigned short count = 0;
-            CSDKUrlCat_GetCategories(answer, &numbers, &count);
-            std::string text = CSDKUrlCat_GetFlags(answer) == ASAPSDK_FLAG_FINAL ? "final" : "unknown";
-            if (answer == nullptr) text = "fail " + std::to_string(CSDKException_GetErrorCode());
-            for (unsigned n = 0; n < count; ++n)
-                text = (n == 0 ? "" : text + ",") + std::to_string(numbers[n]);
-            CSDKUrlCat_Close(answer);
-            EXPECT_EQ(expected, text) << url;
+            const auto answer = askEngine(engine, url);
+            EXPECT_EQ(expected, answer ? *answer : "fail " + std::to_string(CSDKException_GetErrorCode()))
+                << url;
         }
     }
 
@@ -82,4 +75,3 @@ TEST_F(Engine, LearnsSavesAndLoads) {
 }
 
 }  // namespace
-}  // namespace katd_test

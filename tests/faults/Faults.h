@@ -1,13 +1,9 @@
 // Makes calls of one katd fail, and counts them.
-#ifndef KATD_TESTS_FAULTS_H
-#define KATD_TESTS_FAULTS_H
+#pragma once
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
-
-#include <string>
 
 #include "faults/preload/FaultReport.h"
 #include "support/Daemon.h"
@@ -65,5 +61,3 @@ private:
 };
 
 }  // namespace katd_test
-
-#endif

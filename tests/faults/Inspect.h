@@ -1,13 +1,9 @@
 // What a running katd holds, and what it leaves behind.
-#ifndef KATD_TESTS_INSPECT_H
-#define KATD_TESTS_INSPECT_H
+#pragma once
 
-#include <optional>
 #include <set>
-#include <string>
-#include <vector>
 
-#include "asapsdk.h"
+#include "support/Engine.h"
 #include "support/Home.h"
 
 namespace katd_test {
@@ -46,20 +42,12 @@ inline std::string wholeLog(const std::string& path, int rotated) {
 }
 
 // The categories that a cache file has for a URL; nothing when the engine refuses the file.
-inline std::optional<std::vector<unsigned>> cachedCategories(const std::string& path,
-                                                             const std::string& url) {
+inline std::optional<std::string> cachedCategories(const std::string& path, const std::string& url) {
     void* engine = CSDKMain_Create("WebSecCacheMaxEntries=100000");
     const bool isLoaded = CSDKMain_LoadWebSecCache(engine, path.c_str()) == 0;
-    void* answer = CSDKMain_ClassifyUrl(engine, url.c_str());
-    const unsigned short* numbers = nullptr;
-    unsigned short count = 0;
-    CSDKUrlCat_GetCategories(answer, &numbers, &count);
-    const std::vector<unsigned> categories(numbers, numbers + count);
-    CSDKUrlCat_Close(answer);
+    const auto answer = askEngine(engine, url);
     CSDKMain_Close(engine);
-    return isLoaded ? std::optional(categories) : std::nullopt;
+    return isLoaded ? answer : std::nullopt;
 }
 
 }  // namespace katd_test
-
-#endif

@@ -1,5 +1,4 @@
 // katd-http without its main: raw requests in, raw replies out, a fake daemon behind.
-#include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -12,19 +11,16 @@
 #include "Settings.h"
 #include "support/FakeDaemon.h"
 
-// httplib is a library of the system, compiled without ThreadSanitizer, which does not see how it initialises statics.
-extern "C" const char* __tsan_default_options() { return "ignore_noninstrumented_modules=1"; }
+// httplib is a library of the system, compiled without ThreadSanitizer, which does not see how it initialises
+// statics.
+extern "C" const char* __tsan_default_options() {
+    return "ignore_noninstrumented_modules=1";
+}
 
 namespace {
 
-using gateway::HttpLimits;
-using gateway::HttpServer;
-using gateway::Listener;
-using gateway::Service;
-using katd_test::FakeDaemon;
-using katd_test::reply;
-using katd_test::TempDir;
-using katd_test::writeFile;
+using namespace gateway;
+using namespace katd_test;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -90,14 +86,7 @@ public:
         close(sockets_[0]);
         close(sockets_[1]);
     }
-    void send(const std::string& text) {
-        std::size_t sent = 0;
-        while (sent < text.size()) {
-            const ssize_t size = ::send(sockets_[0], text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
-            if (size <= 0) return;
-            sent += static_cast<std::size_t>(size);
-        }
-    }
+    void send(const std::string& text) { ::send(sockets_[0], text.data(), text.size(), MSG_NOSIGNAL); }
     void endSending() { shutdown(sockets_[0], SHUT_WR); }
     std::string receiveAll() {
         std::string text;
@@ -140,76 +129,62 @@ struct GatewayTest : testing::Test {
 
     TempDir dir_;
     FakeDaemon daemon_{dir_ / "katd.sock", answerOf};
-    Service service_{gateway::readSettings(settingsFile(), home()),
-                     gateway::readRules(settingsFile(), home())};
+    Service service_{readSettings(settingsFile(), home()), readRules(settingsFile(), home())};
     std::unique_ptr<HttpServer> server_;
 };
 
-// A request and what its reply begins with and holds.
+// A request, with the lines of its header, and the status and a part of its reply.
 struct Row {
-    const char* target;
-    const char* headers;
-    const char* begin;
+    const char *target, *header;
+    int status;
     const char* part;
 };
 
 TEST_F(GatewayTest, AnswersEachRequest) {
+    // clang-format off
     const Row rows[] = {
-        {"/v1/categories?url=http%3A%2F%2Fa12.example%2F%22", "", "HTTP/1.1 200",
+        {"/v1/categories?url=http%3A%2F%2Fa12.example%2F%22", "", 200,
          R"({"url":"http://a12.example/\"","known":true,"categories":[12],"names":["news"]})"},
-        {"/v1/categories?url=none.example", "", "HTTP/1.1 200", R"("known":true,"categories":[])"},
-        {"/v1/categories?url=x.example", "", "HTTP/1.1 200", R"("known":false)"},
-        {"/v1/categories", "", "HTTP/1.1 400", "error"},
-        {"/v1/categories?url=http://", "", "HTTP/1.1 400", "error"},
-        {"/v1/categories?url=a%00b", "", "HTTP/1.1 400", "error"},
-        {"/v1/categories?url=late.example", "", "HTTP/1.1 503", R"("error":)"},
+        {"/v1/categories?url=none.example", "", 200, R"("known":true,"categories":[])"},
+        {"/v1/categories?url=x.example", "", 200, R"("known":false)"}, {"/v1/categories", "", 400, "error"},
+        {"/v1/categories?url=http://", "", 400, "error"}, {"/v1/categories?url=a%00b", "", 400, "error"},
+        {"/v1/categories?url=late.example", "", 503, R"("error":)"},
         // A port, user information and dots at the end are no part of the question.
-        {"/v1/categories?url=http://me@a12.example.:8080/", "", "HTTP/1.1 200", "[12]"},
-        {"/v1/auth/nginx", "X-Original-URL: http://a12.example/x?y\r\n", "HTTP/1.1 403",
-         "Location: "
-         "http://filter.example/blocked?policy=nginx&url=http%3A%2F%2Fa12.example%2Fx%3Fy&category=12\r\n"},
-        {"/v1/auth/nginx", "X-Original-URL: http://a44.example/\r\n", "HTTP/1.1 403",
-         "X-Katd-Categories: advertising\r\n"},
-        {"/v1/auth/nginx", "X-Original-URL: http://a9.example/\r\n", "HTTP/1.1 204",
-         "X-Katd-Categories: 9\r\n"},
-        {"/v1/auth/nginx", "X-Original-URL: http://x.example/\r\n", "HTTP/1.1 204", ""},
-        {"/v1/auth/nginx", "X-Original-URL: http://late.example/\r\n", "HTTP/1.1 503", "error"},
-        {"/v1/auth/open", "X-Original-URL: http://late.example/\r\n", "HTTP/1.1 204", ""},
-        {"/v1/auth/kids", "X-Original-URL: http://a12.example/\r\n", "HTTP/1.1 204", ""},
-        {"/v1/auth/kids", "X-Original-URL: http://a13.example/\r\n", "HTTP/1.1 403",
+        {"/v1/categories?url=http://me@a12.example.:8080/", "", 200, "[12]"},
+        {"/v1/auth/nginx", "X-Original-URL: http://a12.example/x?y", 403,
+         "Location: http://filter.example/blocked?policy=nginx&url=http%3A%2F%2Fa12.example%2Fx%3Fy&category=12\r\n"},
+        {"/v1/auth/nginx", "X-Original-URL: http://a44.example/", 403, "X-Katd-Categories: advertising\r\n"},
+        {"/v1/auth/nginx", "X-Original-URL: http://a9.example/", 204, "X-Katd-Categories: 9\r\n"},
+        {"/v1/auth/nginx", "X-Original-URL: http://x.example/", 204, ""},
+        {"/v1/auth/nginx", "X-Original-URL: http://late.example/", 503, "error"},
+        {"/v1/auth/open", "X-Original-URL: http://late.example/", 204, ""},
+        {"/v1/auth/kids", "X-Original-URL: http://a12.example/", 204, ""},
+        {"/v1/auth/kids", "X-Original-URL: http://a13.example/", 403,
          "<h1 class=\"stop\">Not for &quot;kids&quot; &lt;b&gt;</h1>"},
-        {"/v1/auth/kids", "X-Original-URL: http://x.example/\r\n", "HTTP/1.1 403", ""},
+        {"/v1/auth/kids", "X-Original-URL: http://x.example/", 403, ""},
         // A header of a client beside that of the front server, or instead of it.
-        {"/v1/auth/nginx", "X-Original-URL: http://a9.example/\r\nX-Original-URL: http://a12.example/\r\n",
-         "HTTP/1.1 400", "error"},
-        {"/v1/auth/nginx",
-         "X-Forwarded-Proto: http\r\nX-Forwarded-Host: a9.example\r\nX-Forwarded-Uri: /\r\n", "HTTP/1.1 400",
+        {"/v1/auth/nginx", "X-Original-URL: http://a9.example/\r\nX-Original-URL: http://a12.example/", 400, "error"},
+        {"/v1/auth/nginx", "X-Forwarded-Proto: http\r\nX-Forwarded-Host: a9.example\r\nX-Forwarded-Uri: /", 400,
          "error"},
-        {"/v1/auth/traefik",
-         "X-Forwarded-Proto: https\r\nX-Forwarded-Host: a12.example\r\nX-Forwarded-Uri: /a?b\r\n"
-         "X-Original-URL: http://a9.example/\r\n",
-         "HTTP/1.1 302", "url=https%3A%2F%2Fa12.example%2Fa%3Fb&"},
-        {"/v1/auth/envoy/path?q=1", "Host: a12.example\r\n", "HTTP/1.1 403", "a12.example/path?q=1"},
-        {"/v1/auth/envoy/", "Host: x.example\r\n", "HTTP/1.1 403", ""},
-        {"/v1/auth/envoy/", "Host: late.example\r\n", "HTTP/1.1 403", ""},
-        {"/v1/auth/nobody", "X-Original-URL: http://a9.example/\r\n", "HTTP/1.1 404", "policy"},
-        {"/blocked?policy=nginx&url=http://a12.example/&category=44", "", "HTTP/1.1 403", "<dd>news</dd>"},
-        {"/blocked?policy=nginx&url=http://a9.example/&category=12", "", "HTTP/1.1 200", "not blocked"},
-        {"/blocked?policy=nginx&url=http://late.example/", "", "HTTP/1.1 503", "No answer"},
-        {"/blocked?url=http://a12.example/", "", "HTTP/1.1 400", ""},
-        {"/healthz", "", "HTTP/1.1 200", "katd answers"},
-        {"/metrics", "", "HTTP/1.1 200", "katd_up 1"},
-        {"/?url=a60.example", "", "HTTP/1.1 200", "60 &lt;i&gt;odd&lt;/i&gt;"},
-        {"/?url=%22%3E%3Cscript%3Ealert(1)", "", "HTTP/1.1 200",
-         "value=\"&quot;&gt;&lt;script&gt;alert(1)\""},
-        {"/nothing", "", "HTTP/1.1 404", "error"},
-        {"/v1/categories?url=a12.example", "Content-Length: 1\r\nContent-Length: 2\r\n", "HTTP/1.1 400",
-         "twice"},
+        {"/v1/auth/traefik", "X-Forwarded-Proto: https\r\nX-Forwarded-Host: a12.example\r\nX-Forwarded-Uri: /a?b\r\n"
+         "X-Original-URL: http://a9.example/", 302, "url=https%3A%2F%2Fa12.example%2Fa%3Fb&"},
+        {"/v1/auth/envoy/path?q=1", "Host: a12.example", 403, "a12.example/path?q=1"},
+        {"/v1/auth/envoy/", "Host: x.example", 403, ""}, {"/v1/auth/envoy/", "Host: late.example", 403, ""},
+        {"/v1/auth/nobody", "X-Original-URL: http://a9.example/", 404, "policy"},
+        {"/blocked?policy=nginx&url=http://a12.example/&category=44", "", 403, "<dd>news</dd>"},
+        {"/blocked?policy=nginx&url=http://a9.example/&category=12", "", 200, "not blocked"},
+        {"/blocked?policy=nginx&url=http://late.example/", "", 503, "No answer"},
+        {"/blocked?url=http://a12.example/", "", 400, ""}, {"/healthz", "", 200, "katd answers"},
+        {"/metrics", "", 200, "katd_up 1"}, {"/?url=a60.example", "", 200, "60 &lt;i&gt;odd&lt;/i&gt;"},
+        {"/?url=%22%3E%3Cscript%3Ealert(1)", "", 200, "value=\"&quot;&gt;&lt;script&gt;alert(1)\""},
+        {"/nothing", "", 404, "error"},
+        {"/v1/categories?url=a12.example", "Content-Length: 1\r\nContent-Length: 2", 400, "twice"},
     };
+    // clang-format on
     for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.target) + " " + row.headers);
-        const std::string text = get(row.target, row.headers);
-        EXPECT_EQ(text.substr(0, 12), row.begin);
+        SCOPED_TRACE(std::string(row.target) + " " + row.header);
+        const std::string text = get(row.target, *row.header == 0 ? "" : row.header + std::string("\r\n"));
+        EXPECT_EQ(text.substr(0, 12), "HTTP/1.1 " + std::to_string(row.status));
         EXPECT_THAT(text, HasSubstr(row.part));
         EXPECT_THAT(text, Not(HasSubstr("<script>alert")));
     }
@@ -220,15 +195,13 @@ TEST_F(GatewayTest, AnswersManyUrlsInOrder) {
         return ask("POST /v1/categories HTTP/1.1\r\nContent-Length: " + std::to_string(body.size()) +
                    "\r\n\r\n" + body);
     };
-    std::string urls;
-    std::string expected;
+    std::string urls, expected, found;
     for (int i = 0; i < 300; ++i) {
         const std::string number = std::to_string(i % 200 + 1);
         urls += (i == 0 ? "[\"a" : ",\"a") + number + ".example\"";
         expected += "\"categories\":[" + number + "]";
     }
     std::string text = post(urls + "]");
-    std::string found;
     for (std::size_t at = 0; (at = text.find("\"categories\":[", at)) != text.npos; ++at)
         found += text.substr(at, text.find(']', at) + 1 - at);
     EXPECT_EQ(found, expected);
@@ -281,7 +254,7 @@ TEST_F(GatewayTest, ARequestWithoutEndIsEndedByItsLimits) {
 }
 
 TEST_F(GatewayTest, AnswersOfThreadsDoNotMix) {
-    gateway::KatdPool pool(dir_ / "katd.sock", 1, 0);
+    KatdPool pool(dir_ / "katd.sock", 1, 0);
     std::vector<std::future<bool>> threads;
     for (int number = 1; number <= 8; ++number) {
         threads.push_back(std::async(std::launch::async, [&pool, number] {
@@ -312,14 +285,14 @@ TEST_F(GatewayTest, WrongSettingsAreRefusedWithTheirPlace) {
     for (const auto& [text, sentence] : rows) {
         try {
             const std::string path = settingsFile(text);
-            gateway::readSettings(path, home());
-            gateway::readRules(path, home());
+            readSettings(path, home());
+            readRules(path, home());
             ADD_FAILURE() << text;
-        } catch (const gateway::SettingsError& e) {
+        } catch (const SettingsError& e) {
             EXPECT_THAT(e.what(), HasSubstr(sentence)) << text;
         }
     }
-    EXPECT_EQ(gateway::readRules(settingsFile(), home()).policies.size(), 5u);
+    EXPECT_EQ(readRules(settingsFile(), home()).policies.size(), 5u);
 }
 
 }  // namespace

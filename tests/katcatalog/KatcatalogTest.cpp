@@ -1,23 +1,23 @@
 // The real katcatalog, as people use it.
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <random>
 #include <thread>
 
-#include "support/TempDir.h"
+#include "support/ShellTest.h"
 
-namespace katd_test {
+using namespace katd_test;
+
 namespace {
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-class KatcatalogTest : public testing::Test {
+class KatcatalogTest : public ShellTest {
 protected:
-    KatcatalogTest() {
+    KatcatalogTest() : ShellTest(KATCATALOG_BINARY) {
         write("lists/ads/domains",
               "ads.example\n.dot.example\n||rule.example^\n@@||good.ads.example^\nb\xc3\xbc\x63her.example\n"
               "203.0.113.0/24\n[2001:db8::1]\n");
@@ -27,27 +27,12 @@ protected:
         write("categories", "ads = 44\nnews/local = 12\nlarge = 300\n");
     }
 
-    // Runs a shell line in the folder; the exit status.
-    int run(const std::string& line) {
-        const std::string script = "cd " + dir.path() + "; PATH=$(dirname " KATCATALOG_BINARY "):$PATH; { " +
-                                   line + "\n} </dev/null >out 2>err";
-        const int status = std::system(script.c_str());
-        output = readFile(dir / "out");
-        errors = readFile(dir / "err");
-        return WEXITSTATUS(status);
-    }
-    void write(const std::string& name, const std::string& text) {
-        fs::create_directories(fs::path(dir / name).parent_path());
-        writeFile(dir / name, text);
-    }
     std::string dump() {
         EXPECT_EQ(0, run("katcatalog check c.mdb")) << output << errors;
         EXPECT_EQ(0, run("katcatalog dump c.mdb")) << errors;
         return output;
     }
 
-    TempDir dir;
-    std::string output, errors;
     const std::string everything =
         "ads.example\t44,300\tlists/ads/domains,hosts\n"
         "good.ads.example\t\t\tinstead\n"
@@ -131,29 +116,22 @@ TEST_F(KatcatalogTest, updatesAddAndRemove) {
 TEST_F(KatcatalogTest, syncMakesItSayWhatTheListsSay) {
     ASSERT_EQ(0, run("echo old.example | katcatalog import -q --category 3 -o c.mdb -"));
     ASSERT_EQ(0, run("katcatalog sync --map categories c.mdb lists large=hosts")) << errors;
-    EXPECT_THAT(output,
-                HasSubstr("10 entries added\n           0 entries changed\n           1 entries removed"));
+    const std::string changed = " entries changed\n           ";
+    EXPECT_THAT(output, HasSubstr("10 entries added\n           0" + changed + "1 entries removed"));
     EXPECT_EQ(everything, dump());
     EXPECT_EQ(0, run("cp c.mdb before; katcatalog sync -q --map categories c.mdb lists large=hosts; cmp "
                      "c.mdb before"));
     write("hosts", "0.0.0.0 host.example below.ads.example\n");
     ASSERT_EQ(0, run("katcatalog sync --map categories c.mdb lists large=hosts"));
-    EXPECT_THAT(output,
-                HasSubstr("1 entries added\n           1 entries changed\n           0 entries removed"));
+    EXPECT_THAT(output, HasSubstr("1 entries added\n           1" + changed + "0 entries removed"));
     EXPECT_THAT(dump(), HasSubstr("ads.example\t44\tlists/ads/domains\nbelow.ads.example\t300\thosts\n"));
 }
 
 TEST_F(KatcatalogTest, misuseAndBadFilesHaveASentence) {
-    struct Row {
-        const char* line;
-        int status;
-        const char* error;
-    };
-    const Row rows[] = {
+    const std::tuple<const char*, int, const char*> rows[] = {
         {"katcatalog", 2, "a command is missing"},
         {"katcatalog import -o c.mdb", 2, "an INPUT is missing"},
-        {"katcatalog import -o c.mdb --category 65536 hosts", 2,
-         "--category must be a number from 0 to 65535"},
+        {"katcatalog import -o c.mdb --category 65536 hosts", 2, "must be a number from 0 to 65535"},
         {"katcatalog find c.mdb", 2, "find needs a URL"},
         {"katcatalog find none.mdb a", 3, "catalogue none.mdb: No such file or directory"},
         {"katcatalog update hosts 5=hosts", 3, "catalogue hosts: not a catalogue"},
@@ -161,9 +139,9 @@ TEST_F(KatcatalogTest, misuseAndBadFilesHaveASentence) {
         {"katcatalog import -o no/c.mdb 5=hosts", 3, "no/c.mdb"},
         {"katcatalog import -o c.mdb hosts", 0, "skipped, "},
     };
-    for (const Row& row : rows) {
-        EXPECT_EQ(row.status, run(row.line)) << row.line;
-        EXPECT_THAT(errors, HasSubstr(row.error)) << row.line;
+    for (const auto& [line, status, error] : rows) {
+        EXPECT_EQ(status, run(line)) << line;
+        EXPECT_THAT(errors, HasSubstr(error)) << line;
     }
 }
 
@@ -175,9 +153,8 @@ protected:
         for (int i = 0; i < 8000; ++i)
             hosts += "h" + std::to_string(i) + (i % 3 == 0 ? ".a" : "") + ".example\n";
         write("many", hosts);
-        EXPECT_EQ(0, run("katcatalog import -q -o c.mdb 1=many; katcatalog dump c.mdb | sed "
-                         "'s/\\t1\\t/\\t2\\t/' >new; "
-                         "katcatalog dump c.mdb >old"));
+        EXPECT_EQ(0, run("katcatalog import -q -o c.mdb 1=many; katcatalog dump c.mdb >old; "
+                         "sed 's/\\t1\\t/\\t2\\t/' old >new"));
         old_ = readFile(dir / "old");
         new_ = readFile(dir / "new");
     }
@@ -186,15 +163,10 @@ protected:
         const std::string state = dump();
         const bool isOld = state == old_;
         ASSERT_TRUE(isOld || state == new_);
-        ++(isOld ? oldStates_ : newStates_);
-        if (!isOld) {
-            ASSERT_EQ(0, run("katcatalog import -q -o c.mdb 1=many"));
-        }
+        ASSERT_EQ(0, isOld ? 0 : run("katcatalog import -q -o c.mdb 1=many"));
     }
 
     std::string old_, new_;
-    unsigned oldStates_ = 0;
-    unsigned newStates_ = 0;
 };
 
 TEST_F(KatcatalogEndsTest, killedAtAnyMomentItLeavesTheOldOrTheNewState) {
@@ -209,11 +181,9 @@ TEST_F(KatcatalogEndsTest, killedAtAnyMomentItLeavesTheOldOrTheNewState) {
             dup2(null, 1);
             dup2(null, 2);
             if (chdir(dir.path().c_str()) != 0) _exit(127);
-            if (i % 2 == 0) {
+            if (i % 2 == 0)
                 execl(KATCATALOG_BINARY, "katcatalog", "import", "-o", "c.mdb", "2=many", nullptr);
-            } else {
-                execl(KATCATALOG_BINARY, "katcatalog", "sync", "c.mdb", "2=many", nullptr);
-            }
+            execl(KATCATALOG_BINARY, "katcatalog", "sync", "c.mdb", "2=many", nullptr);
             _exit(127);
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(delay));
@@ -226,10 +196,8 @@ TEST_F(KatcatalogEndsTest, killedAtAnyMomentItLeavesTheOldOrTheNewState) {
 TEST_F(KatcatalogEndsTest, withoutSpaceItLeavesTheOldState) {
     // A file size limit simulates a full disk.
     for (const char* const command : {"import -o c.mdb", "sync c.mdb"}) {
-        EXPECT_EQ(
-            3,
-            run("size=$(($(stat -c %s c.mdb) / 1024)); ulimit -f $((size / 2)); trap '' XFSZ; katcatalog " +
-                std::string(command) + " 2=many"))
+        EXPECT_EQ(3, run("size=$(stat -c %s c.mdb); ulimit -f $((size / 2048)); trap '' XFSZ; katcatalog " +
+                         std::string(command) + " 2=many"))
             << command << errors;
         EXPECT_EQ(old_, dump()) << command;
     }
@@ -240,4 +208,3 @@ TEST_F(KatcatalogEndsTest, withoutSpaceItLeavesTheOldState) {
 }
 
 }  // namespace
-}  // namespace katd_test

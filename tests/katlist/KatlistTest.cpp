@@ -1,21 +1,16 @@
 // The real katlist, as people use it. What it builds is read and searched by katd's own code.
-#include <gmock/gmock.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <random>
 
-#include "StringList/StringList.h"
-#include "UrlContainer/UrlContainer.h"
 #include "listreader/LineFile.h"
-#include "support/TempDir.h"
+#include "support/ShellTest.h"
 
-namespace katd_test {
+using namespace katd_test;
+
 namespace {
 
 namespace fs = std::filesystem;
-using KATD_SPACE::StringList;
-using KATD_SPACE::UrlContainer;
 using listreader::LineFile;
 using testing::HasSubstr;
 using testing::StartsWith;
@@ -59,23 +54,12 @@ std::string unescaped(const std::string& text) {
     return result;
 }
 
-class KatlistTest : public testing::Test {
+class KatlistTest : public ShellTest {
 protected:
-    // Runs a shell line in the folder; the exit status.
-    int run(const std::string& line) {
-        const std::string script = "cd " + dir.path() + "; PATH=$(dirname " KATLIST_BINARY "):$PATH; " +
-                                   "D='katlist build --domains --category 1 -o list'; " +
-                                   "B='katlist build --urls --category 1'; U=\"$B -o list\"; { " + line +
-                                   "\n} </dev/null >out 2>err";
-        const int status = std::system(script.c_str());
-        output = readFile(dir / "out");
-        errors = readFile(dir / "err");
-        return WEXITSTATUS(status);
-    }
-    void write(const std::string& name, const std::string& text) {
-        fs::create_directories(fs::path(dir / name).parent_path());
-        writeFile(dir / name, text);
-    }
+    KatlistTest()
+        : ShellTest(KATLIST_BINARY,
+                    "D='katlist build --domains --category 1 -o list'; "
+                    "B='katlist build --urls --category 1'; U=\"$B -o list\"; ") {}
     // A row is "STATUS COMMAND <= INPUT => LIST ;; PART ;; ~PART". INPUT is written to the file "in", LIST is
     // what the file "list" contains afterwards, and each PART is in the output, or with ~ is not.
     void expect(const std::string& rows) {
@@ -96,9 +80,6 @@ protected:
             }
         }
     }
-
-    TempDir dir;
-    std::string output, errors;
 };
 
 TEST_F(KatlistTest, BuildsFromManyFormats) {
@@ -126,6 +107,7 @@ TEST_F(KatlistTest, BuildsFromManyFormats) {
 0 $D --strict in <= $TTL 300\n@ SOA localhost. root.localhost. (\n 1 ; serial\n 2 )\n  NS localhost.\na.example CNAME . ; why\n*.a.example 300 IN CNAME *.\na.example A 0.0.0.0\n  AAAA ::\nb.example A 0.0.0.0\nb.example CNAME rpz-passthru.\n => 1|10\n001|a.example\n ;; 1 items for subdomains only ;; 1 items removed
 0 $D --strict in <= $ORIGIN rpz.test.\na.example.rpz.test. IN CNAME .\n => 1|10\n001|a.example\n
 0 $D --strict in <= server:\nlocal-zone: "a.example." always_nxdomain\nlocal-zone: b.example transparent\nlocal-data: "a.example 3600 IN A 0.0.0.0"\n => 1|10\n001|a.example\n ;; 1 exceptions
+0 $U in && katlist check --urls list <= h/~\nh/a\nh/\xc3b\nh/\x80\n2|h/a/b\nh/a\x80\n => 4|17\n001|h/\x80\n001|h/\xc3b\n001|h/a\n001|h/~\n ## 0 $U in <= 2|a/\n1|a/\n => 1|3\n002|a/\n
 1 $D in <= \x1f\x8bxx\n ;; katlist: in is compressed by gzip: unpack it first
 1 $U nested --on-nested keep && katlist check list => 4|17\n001|a/\n002|a/b\n001|a/b/c\n002|a/f\n ;; a/b/c is 1 in nested:3, below a/b, which is 2 in nested:2; both stay
 0 $U nested --on-nested drop --show 2 => 1|3\n001|a/\n ;; and 1 more nested ## 1 $U nested --on-nested fail ;; katlist: 3 items begin with others
@@ -209,55 +191,6 @@ TEST_F(KatlistTest, LinesAreReadWhole) {
             if (file.number % 100 == 1) file.peek(4);
         }
         EXPECT_FALSE(file.next());
-    }
-}
-
-// Random items, many of which begin with others. By a plain rule, the shortest one that a URL begins with
-// answers.
-TEST_F(KatlistTest, EveryItemOfABuiltListIsFoundForWhateverBeginsWithIt) {
-    std::mt19937 random(1);
-    const auto text = [&random](std::size_t longest) {
-        const Words parts = {"a", "b", "/", "\xc3", "\x80", "~", "%62", "%C3", "|"};
-        std::string result;
-        for (std::size_t length = random() % (longest + 1); length > 0; --length)
-            result += parts[random() % parts.size()];
-        return result;
-    };
-    for (int round = 0; round < 30; ++round) {
-        Words items;
-        std::string input;
-        std::map<std::string, std::uint32_t> reference;  // as katd normalises them
-        for (std::size_t n = 1 + random() % 40; n > 0; --n) {
-            const auto category = static_cast<std::uint32_t>(random() % 3);
-            items.push_back("h/" + text(5));
-            input += std::to_string(category) + "|" + items.back() + "\n";
-            std::string key = items.back();
-            for (std::size_t at = 0; (at = key.find('%')) != std::string::npos;)
-                key.replace(at, 3, key[at + 1] == '6' ? "b" : "\xc3");
-            reference.emplace(key, category);
-        }
-        write("in", input);
-        ASSERT_EQ(0, run("katlist build --urls -o list in && katlist check --urls list")) << output << errors;
-        UrlContainer lists;
-        ASSERT_TRUE(lists.load((dir / "list").c_str(), nullptr));
-        for (const std::string& item : items) {
-            for (int i = 0; i < 8; ++i) {
-                std::string key = item + (i == 0 ? "" : text(4));  // katd changes it in place
-                std::uint32_t category = 0;
-                ASSERT_TRUE(lists.getUrlCategory(key.data(), &category));
-                key.resize(std::strlen(key.c_str()));
-                std::size_t length = 1;
-                while (reference.count(key.substr(0, length)) == 0)
-                    ASSERT_LE(++length, key.size()) << key << "\n" << input;
-                ASSERT_EQ(reference.at(key.substr(0, length)), category) << key << "\n" << input;
-            }
-        }
-        // --on-nested keep leaves nested items in the list; check finds each, fail refuses them.
-        ASSERT_EQ(0, run("katlist build --urls --on-nested keep -o kept in"));
-        const bool same = readFile(dir / "kept") == readFile(dir / "list");
-        EXPECT_EQ(same ? 0 : 1, run("katlist check --urls kept"));
-        EXPECT_EQ(same ? 0 : 1, run("rm -f failed; katlist build --urls --on-nested fail -o failed in"));
-        EXPECT_EQ(same, fs::exists(dir / "failed"));
     }
 }
 
@@ -353,4 +286,3 @@ TEST_F(KatlistTest, BadUsageIsReportedInASentence) {
 }
 
 }  // namespace
-}  // namespace katd_test

@@ -1,5 +1,4 @@
 // libkatclient with a daemon that answers as the test wants.
-#include <gmock/gmock.h>
 #include <katclient.h>
 #include <poll.h>
 
@@ -9,7 +8,8 @@
 #include "support/FakeDaemon.h"
 #include "support/Ticks.h"
 
-namespace katd_test {
+using namespace katd_test;
+
 namespace {
 
 using KATD_SPACE::Utils;
@@ -140,12 +140,12 @@ TEST_F(KatclientTest, OneFailureDoesNotTouchTheOthers) {
 
 TEST_F(KatclientTest, BytesThatAreNoReply) {
     const std::string longest = reply(1, std::string(256, 'x'));
-    const std::pair<std::string, const char*> rows[] = {{longest, "0 k120"},
-                                                        {longest.substr(0, 11), "2 s2"},
-                                                        {longest.substr(0, 267), "2 s2"},
-                                                        {reply(1, longest), "4 s4"},
-                                                        {reply(2, ""), "4 s4"},
-                                                        {number(1) + longest.substr(4), "4 s4"}};
+    // clang-format off
+    const std::pair<std::string, const char*> rows[] = {
+        {longest, "0 k120"}, {longest.substr(0, 11), "2 s2"}, {longest.substr(0, 267), "2 s2"},
+        {reply(1, longest), "4 s4"}, {reply(2, ""), "4 s4"}, {number(1) + longest.substr(4), "4 s4"},
+    };
+    // clang-format on
     for (const auto& [bytes, expected] : rows) {
         FakeDaemon daemon(socket, [&](const std::string&) { return bytes; });
         EXPECT_EQ(expected, ask(open(), {"a!"})) << testing::PrintToString(bytes);
@@ -238,4 +238,3 @@ TEST_F(KatclientTest, CProgramsLinkBothLibraries) {
 }
 
 }  // namespace
-}  // namespace katd_test

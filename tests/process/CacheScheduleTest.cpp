@@ -1,5 +1,4 @@
 // When the category cache is saved; an hour takes a moment here.
-#include <gmock/gmock.h>
 
 #include <ctime>
 
@@ -24,11 +23,9 @@ TEST(CacheSchedule, StartsAtTheTimeOfDayAndGoesOnEveryIntervalWhateverTheClockDo
     const std::string europe = "CET-1CEST,M3.5.0,M10.5.0/3";
     const struct {
         const char* name;
-        std::string timeOfDay;
-        std::string zone;
-        const char* start;  // UTC
-        int jumpAfter;      // seconds
-        int jumpBy;
+        std::string timeOfDay, zone;
+        const char* start;      // UTC
+        int jumpAfter, jumpBy;  // seconds
         const char* saves;
     } cases[] = {
         {"no time of day", "", "UTC", "2026-03-10 02:10", 0, 0, "11 02:10, 12 02:10"},

@@ -1,5 +1,4 @@
 // How the daemon ends when the engine hangs or its service is unreachable, with and without the locks held.
-#include <gmock/gmock.h>
 
 #include "faults/Faults.h"
 #include "process/HeldLog.h"
@@ -63,9 +62,7 @@ enum class Trouble { NONE, LOG_HELD_BEFORE, LOG_HELD_DURING, NO_THREADS, PROGRAM
 struct Outage {
     Trouble trouble;
     Settings settings;
-    std::string rules;
-    std::string message;  // the first one
-    std::string event;
+    std::string rules, message, event;  // message: the first one
 };
 
 class Unavailable : public testing::TestWithParam<Outage> {};
@@ -101,31 +98,24 @@ TEST_P(Unavailable, IsReportedAfterADelay) {
               contains(home.log(), "Cannot get correct dns, katd returned.\n"));
 }
 
-const Settings noDns{{"server_address", "no-such-host.invalid"}};
-const std::string dnsMessage = "Check DNS with [no-such-host.invalid] failed\n";
-const std::string hangs = "host www.example.com hang\n";
-const std::string lateMessage = "Check Net Status Fail, katd exits !\n";
-INSTANTIATE_TEST_SUITE_P(
-    Outages, Unavailable,
-    testing::Values(
-        Outage{Trouble::NONE, noDns, "", dnsMessage, "CheckDnsFail\n"},
-        Outage{Trouble::LOG_HELD_DURING, noDns, "", dnsMessage, "CheckDnsFail\n"},
-        Outage{
-            Trouble::PROGRAM_HANGS,
-            {},
-            "host www.example.com fail 2 110 \"timed out\"\n",
-            "ASAPSDK::CSDKMain_classify_url Failed: Type=2, Code=110, Desc=timed out,check Net Status Fail, "
-            "katd exits !\n",
-            "CheckNetFail\n"},
-        Outage{Trouble::NONE, {}, hangs, lateMessage, "CheckNetFail\n"},
-        Outage{Trouble::LOG_HELD_DURING, {}, hangs, lateMessage, "CheckNetFail\n"},
-        Outage{Trouble::LOG_HELD_BEFORE,
-               {{"log_level", "error"}},
-               hangs,
-               "conn str for ctengine",
-               "CheckNetFail\n"},
-        Outage{Trouble::NO_THREADS, {}, hangs, lateMessage, "CheckNetFail\n"},
-        Outage{Trouble::NONE, {}, "host www.example.com delay 3000 5\n", lateMessage, "CheckNetFail\n"}));
+// clang-format off
+const Settings noDns{{"server_address", "no-such-host.invalid"}}, errorsOnly{{"log_level", "error"}};
+const std::string dnsMessage = "Check DNS with [no-such-host.invalid] failed\n", hangs = "host www.example.com hang\n",
+                  lateMessage = "Check Net Status Fail, katd exits !\n",
+                  failMessage = "ASAPSDK::CSDKMain_classify_url Failed: Type=2, Code=110, Desc=timed out,check Net Status Fail, "
+                                "katd exits !\n";
+const Outage outages[] = {
+    {Trouble::NONE, noDns, "", dnsMessage, "CheckDnsFail\n"},
+    {Trouble::LOG_HELD_DURING, noDns, "", dnsMessage, "CheckDnsFail\n"},
+    {Trouble::PROGRAM_HANGS, {}, "host www.example.com fail 2 110 \"timed out\"\n", failMessage, "CheckNetFail\n"},
+    {Trouble::NONE, {}, hangs, lateMessage, "CheckNetFail\n"},
+    {Trouble::LOG_HELD_DURING, {}, hangs, lateMessage, "CheckNetFail\n"},
+    {Trouble::LOG_HELD_BEFORE, errorsOnly, hangs, "conn str for ctengine", "CheckNetFail\n"},
+    {Trouble::NO_THREADS, {}, hangs, lateMessage, "CheckNetFail\n"},
+    {Trouble::NONE, {}, "host www.example.com delay 3000 5\n", lateMessage, "CheckNetFail\n"},
+};
+// clang-format on
+INSTANTIATE_TEST_SUITE_P(Outages, Unavailable, testing::ValuesIn(outages));
 
 TEST(Signals, HangUpsAreIgnoredAndAnAlarmEndsTheDaemonEvenIfItsParentBlocksIt) {
     const Home home;

@@ -1,5 +1,4 @@
 // The daemon as its clients see it.
-#include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 

@@ -1,5 +1,4 @@
 // How katd starts, and the ways in which it does not.
-#include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include "support/Client.h"
@@ -23,8 +22,7 @@ TEST(Startup, RefusesWithAStatusAndAMessage) {
         const Home& home;
         std::string katdDir;
         std::vector<std::string> arguments;
-        std::string output;  // before the log takes over, and the usage
-        std::string log;
+        std::string output, log;  // to output goes what is before the log takes over, and the usage
     } cases[] = {
         {home, "-", {}, "[ERR][UrlServer:", ""},
         {home, "", {}, "fail to get environment variable [KATD_DIR]\n", ""},

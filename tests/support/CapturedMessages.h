@@ -1,8 +1,6 @@
 // Collects the daemon's messages from all threads during its lifetime. One at a time.
-#ifndef KATD_TESTS_CAPTUREDMESSAGES_H
-#define KATD_TESTS_CAPTUREDMESSAGES_H
+#pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -11,6 +9,8 @@
 #include "KatdUtil/Utils.h"
 
 namespace katd_test {
+
+using Texts = std::vector<std::string>;
 
 class CapturedMessages {
 public:
@@ -28,20 +28,16 @@ public:
     CapturedMessages& operator=(const CapturedMessages&) = delete;
 
     // Each message as standard output would have it, without the line feed: "[ERR][StringList:7] fail".
-    std::vector<std::string> lines() const {
+    Texts lines() const {
         const std::lock_guard<std::mutex> guard(mutex_);
         return lines_;
     }
     // Each message as its level and its text: "ERR fail".
-    std::vector<std::string> texts() const {
-        std::vector<std::string> result = lines();
+    Texts texts() const {
+        Texts result = lines();
         for (std::string& line : result)
             line = line.substr(1, 3) + line.substr(line.find("] ") + 1);
         return result;
-    }
-    std::size_t count(const std::string& text) const {
-        const std::vector<std::string> list = texts();
-        return static_cast<std::size_t>(std::count(list.begin(), list.end(), text));
     }
     void clear() {
         const std::lock_guard<std::mutex> guard(mutex_);
@@ -62,11 +58,9 @@ private:
     }
 
     static inline std::mutex mutex_;
-    static inline std::vector<std::string> lines_;
+    static inline Texts lines_;
     std::int32_t oldLevel_;
     void (*oldOutput_)(const char*);
 };
 
 }  // namespace katd_test
-
-#endif

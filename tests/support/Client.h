@@ -1,6 +1,5 @@
 // A client that sends any bytes, valid requests or not.
-#ifndef KATD_TESTS_CLIENT_H
-#define KATD_TESTS_CLIENT_H
+#pragma once
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -83,5 +82,3 @@ private:
 };
 
 }  // namespace katd_test
-
-#endif

@@ -1,12 +1,7 @@
 // The real katd as a child process of a test.
-#ifndef KATD_TESTS_DAEMON_H
-#define KATD_TESTS_DAEMON_H
+#pragma once
 
 #include <sys/types.h>
-
-#include <map>
-#include <string>
-#include <vector>
 
 #include "support/Home.h"
 
@@ -57,5 +52,3 @@ inline bool contains(const std::string& text, const std::string& part) {
 }
 
 }  // namespace katd_test
-
-#endif

@@ -1,13 +1,10 @@
 // A daemon that answers as a test wants.
-#ifndef KATD_TESTS_FAKEDAEMON_H
-#define KATD_TESTS_FAKEDAEMON_H
+#pragma once
 
 #include <csignal>
 #include <functional>
 #include <mutex>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "KatdUtil/Utils.h"
 #include "support/Client.h"
@@ -95,5 +92,3 @@ private:
 };
 
 }  // namespace katd_test
-
-#endif

@@ -1,14 +1,11 @@
 // A home directory of katd for one test: settings, lists, rules of the stand-in engine, and a log name of its
 // own.
-#ifndef KATD_TESTS_HOME_H
-#define KATD_TESTS_HOME_H
+#pragma once
 
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <map>
-#include <string>
 #include <vector>
 
 #include "support/TempDir.h"
@@ -36,18 +33,6 @@ public:
     explicit Home(const Settings& overrides = {}) {
         for (const char* folder : {"conf", "data", "log"})
             std::filesystem::create_directory(dir_ / folder);
-        configure(overrides);
-        writeFile(dir_ / "urls.list", listFile({"005|shop.example/tools", "006|shop.example/toys"}));
-        writeFile(dir_ / "domains.list", listFile({"012|ads.example", "034|news.example"}));
-        rules("");
-    }
-    // The log's lock files are in /tmp under its name, whatever its folder.
-    ~Home() {
-        for (const char* ending : {".lock", ".rlock"})
-            std::filesystem::remove("/tmp/" + logName_ + ending);
-    }
-
-    void configure(const Settings& overrides) {
         Settings settings = {
             {"data_conn_string", "data/katd.sock"},
             {"cache_file", "data/cache"},
@@ -70,6 +55,14 @@ public:
             if (!value.empty()) ini += key + " = " + value + "\n";
         }
         writeFile(dir_ / "conf/katd.ini", ini);
+        writeFile(dir_ / "urls.list", listFile({"005|shop.example/tools", "006|shop.example/toys"}));
+        writeFile(dir_ / "domains.list", listFile({"012|ads.example", "034|news.example"}));
+        rules("");
+    }
+    // The log's lock files are in /tmp under its name, whatever its folder.
+    ~Home() {
+        for (const char* ending : {".lock", ".rlock"})
+            std::filesystem::remove("/tmp/" + logName_ + ending);
     }
 
     // Replaces the file atomically: the engine may read it at any time.
@@ -108,5 +101,3 @@ private:
 };
 
 }  // namespace katd_test
-
-#endif

@@ -1,8 +1,7 @@
 // A temporary folder, removed with its contents.
-#ifndef KATD_TESTS_TEMPDIR_H
-#define KATD_TESTS_TEMPDIR_H
+#pragma once
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -48,5 +47,3 @@ inline void writeFile(const std::string& path, const std::string& text) {
 }
 
 }  // namespace katd_test
-
-#endif

@@ -1,6 +1,5 @@
 // Interrupts the test's system calls every millisecond during its lifetime.
-#ifndef KATD_TESTS_TICKS_H
-#define KATD_TESTS_TICKS_H
+#pragma once
 
 #include <sys/time.h>
 
@@ -41,5 +40,3 @@ private:
 };
 
 }  // namespace katd_test
-
-#endif

@@ -1,15 +1,14 @@
 // The catalogue engine behind the interface that katd calls.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <thread>
 
-#include "asapsdk.h"
 #include "catalog/CatalogFixture.h"
+#include "support/Engine.h"
 
-namespace catalog {
+using namespace catalog;
 
 namespace {
 
@@ -58,17 +57,8 @@ protected:
     }
 
     std::string ask(const char* url) {
-        void* const answer = CSDKMain_ClassifyUrl(engine, url);
-        if (answer == nullptr) return lastFailure();
-        const unsigned short* categories = nullptr;
-        unsigned short count = 0;
-        CSDKUrlCat_GetCategories(answer, &categories, &count);
-        std::string text;
-        for (unsigned i = 0; i < count; ++i)
-            text += (i == 0 ? "" : ",") + std::to_string(categories[i]);
-        if (text.empty()) text = CSDKUrlCat_GetFlags(answer) == ASAPSDK_FLAG_FINAL ? "final" : "unknown";
-        CSDKUrlCat_Close(answer);
-        return text;
+        const auto answer = katd_test::askEngine(engine, url);
+        return answer ? *answer : lastFailure();
     }
 
     // Asks until the answer is the expected one; the last one. The engine looks at the file twice a second.
@@ -83,33 +73,21 @@ protected:
 };
 
 TEST_F(CatalogEngineTest, answersTheUnionDownToAnException) {
-    replace({{"example.com", 300},
-             {"example.com", 5},
-             {"www.example.com/ads", 44},
-             {"www.example.com/ads", 5},
-             {"good.www.example.com", Builder::noCategory, true},
-             {"203.0.113.0/24", 7},
+    // clang-format off
+    replace({{"example.com", 300}, {"example.com", 5}, {"www.example.com/ads", 44}, {"www.example.com/ads", 5},
+             {"good.www.example.com", Builder::noCategory, true}, {"203.0.113.0/24", 7},
              {"known.test", Builder::noCategory}});
     create();
-    struct Row {
-        const char* url;
-        const char* expected;
-    };
-    const Row rows[] = {
-        {"http://example.com/", "300,5"},
-        {"example.com:443", "300,5"},
-        {"https://a.b.c.example.com/adsl", "300,5"},
-        {"https://x.www.example.com/ads?x", "44,5,300"},
-        {"https://x.good.www.example.com/ads", "final"},
-        {"http://203.0.113.9", "7"},
-        {"http://known.test/", "final"},
-        {"http://other.test/", "final"},
-        {"com", "final"},
-        {"::::", "final"},
+    const std::pair<const char*, const char*> rows[] = {
+        {"http://example.com/", "300,5"}, {"example.com:443", "300,5"},
+        {"https://a.b.c.example.com/adsl", "300,5"}, {"https://x.www.example.com/ads?x", "44,5,300"},
+        {"https://x.good.www.example.com/ads", "final"}, {"http://203.0.113.9", "7"},
+        {"http://known.test/", "final"}, {"http://other.test/", "final"}, {"com", "final"}, {"::::", "final"},
         {"", "final"},
     };
-    for (const Row& row : rows)
-        EXPECT_EQ(row.expected, ask(row.url)) << row.url;
+    // clang-format on
+    for (const auto& [url, expected] : rows)
+        EXPECT_EQ(expected, ask(url)) << url;
     EXPECT_EQ(nullptr, CSDKMain_ClassifyUrl(engine, nullptr));
     EXPECT_EQ("1 null argument", lastFailure());
 }
@@ -157,14 +135,8 @@ TEST_F(CatalogEngineTest, newVersionsAreSeenAndBadOnesRefused) {
 
     replace({{"a.example", 3}});
     EXPECT_EQ("3", askUntil("www.a.example", "3"));
-    std::string failure;
-    const auto update = Update::open(path, &failure);
-    ASSERT_TRUE(update) << failure;
-    Url url;
-    readEntry("www.a.example", &url);
-    Entry entry;
-    entry.pairs.push_back({4, 1});
-    update->put(url, entry);
+    const auto update = openUpdate();
+    put(update.get(), "www.a.example", 4);
     EXPECT_EQ("3", ask("www.a.example"));
     update->commit();
     EXPECT_EQ("4,3", ask("www.a.example"));
@@ -174,10 +146,8 @@ TEST_F(CatalogEngineTest, growthBeyondTheMappingIsFollowed) {
     replace({{"a.example", 1}});
     create();
     EXPECT_EQ("1", ask("www.a.example"));
-    std::string failure;
     // More than the engine maps beyond the file's size.
-    const auto update = Update::open(path, &failure);
-    ASSERT_TRUE(update) << failure;
+    const auto update = openUpdate();
     Entry entry;
     for (std::uint16_t i = 0; i < maxEntryCategories; ++i)
         entry.pairs.push_back({i, 1});
@@ -244,5 +214,3 @@ TEST_F(CatalogEngineTest, theCacheFileIsValidAndEmpty) {
 }
 
 }  // namespace
-
-}  // namespace catalog

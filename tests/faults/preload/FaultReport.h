@@ -1,6 +1,5 @@
 // What a test and the library preloaded into its katd share: a file that both have mapped.
-#ifndef KATD_TESTS_FAULTREPORT_H
-#define KATD_TESTS_FAULTREPORT_H
+#pragma once
 
 #include <atomic>
 #include <cstdint>
@@ -16,5 +15,3 @@ struct FaultReport {
 static_assert(std::atomic<std::uint32_t>::is_always_lock_free, "shared by two processes");
 
 }  // namespace katd_test
-
-#endif

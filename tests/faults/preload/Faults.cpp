@@ -27,15 +27,9 @@
 using katd_test::FaultReport;
 
 #if defined(__i386__)
-#define FCNTL "__fcntl_time64"
-#define STAT "__stat64_time64"
-#define FSTAT "__fstat64_time64"
-#define LSTAT "__lstat64_time64"
+#define TIME64(name) "__" name "_time64"
 #else
-#define FCNTL "fcntl64"
-#define STAT "stat64"
-#define FSTAT "fstat64"
-#define LSTAT "lstat64"
+#define TIME64(name) name
 #endif
 
 // The intercepted function: the C library's, or that of a library preloaded after this one.
@@ -82,7 +76,7 @@ bool fails(const char* name) {
 }
 
 bool isFile(int fd) {
-    static const auto realFstat = NEXT(fstat, FSTAT);
+    static const auto realFstat = NEXT(fstat, TIME64("fstat64"));
     struct stat status {};
     return realFstat(fd, &status) == 0 && S_ISREG(status.st_mode);
 }
@@ -134,9 +128,9 @@ int close(int fd) {
         static const auto real = NEXT(name, symbol);             \
         return fails("," #name ",") ? -1 : real arguments;       \
     }
-FAILING(stat, STAT, (const char* path, struct stat* status), (path, status), noexcept)
-FAILING(fstat, FSTAT, (int fd, struct stat* status), (fd, status), noexcept)
-FAILING(lstat, LSTAT, (const char* path, struct stat* status), (path, status), noexcept)
+FAILING(stat, TIME64("stat64"), (const char* path, struct stat* status), (path, status), noexcept)
+FAILING(fstat, TIME64("fstat64"), (int fd, struct stat* status), (fd, status), noexcept)
+FAILING(lstat, TIME64("lstat64"), (const char* path, struct stat* status), (path, status), noexcept)
 FAILING(access, "access", (const char* path, int mode), (path, mode), noexcept)
 FAILING(rename, "rename", (const char* from, const char* to), (from, to), noexcept)
 FAILING(unlink, "unlink", (const char* path), (path), noexcept)
@@ -151,7 +145,7 @@ FAILING(accept4, "accept4", (int fd, sockaddr* address, socklen_t* length, int f
 
 // Counts requests for a lock only.
 int fcntl(int fd, int command, ...) {
-    static const auto real = NEXT(fcntl, FCNTL);
+    static const auto real = NEXT(fcntl, TIME64("fcntl"));
     va_list arguments;
     va_start(arguments, command);
     void* argument = va_arg(arguments, void*);
