@@ -1,3 +1,4 @@
+#include <endian.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -45,11 +46,13 @@ struct Builder::Record {
     void load(std::size_t depth) {
         const std::string_view text = key();
         unsigned char bytes[8] = {};
-        if (depth < text.size())
-            std::memcpy(bytes, text.data() + depth, std::min<std::size_t>(8, text.size() - depth));
-        chunk = 0;
-        for (const unsigned char byte : bytes)
-            chunk = chunk << 8U | byte;
+        if (depth + 8 <= text.size()) {
+            std::memcpy(bytes, text.data() + depth, 8);
+        } else if (depth < text.size()) {
+            std::memcpy(bytes, text.data() + depth, text.size() - depth);
+        }
+        std::memcpy(&chunk, bytes, 8);
+        chunk = be64toh(chunk);
     }
     static bool less(const Record& a, const Record& b) {
         const int order = a.key().compare(b.key());
@@ -105,6 +108,12 @@ std::string hostKeyOf(std::string_view pathKey) {
 }
 
 const char* Builder::add(const Url& entry, unsigned category, std::uint16_t source, bool instead) {
+    if (entry.kind == Url::name && entry.path.empty() && !entry.portGiven) {
+        // Nearly all entries.
+        const unsigned flags = isEntry | (instead ? isInstead : 0U);
+        addRecord(hostRecord, entry.host, category, source, static_cast<unsigned char>(flags));
+        return nullptr;
+    }
     EntryKeys keys;
     if (const char* const reason = entryKeys(entry, &keys)) return reason;
     if (!keys.host.empty()) {
@@ -120,7 +129,13 @@ const char* Builder::add(const Url& entry, unsigned category, std::uint16_t sour
 }
 
 void Builder::addRecord(std::string_view key, unsigned category, std::uint16_t source, unsigned char flags) {
-    const std::size_t size = additionSize + key.size();
+    addRecord(key[0], key.substr(1), category, source, flags);
+}
+
+void Builder::addRecord(char record, std::string_view rest, unsigned category, std::uint16_t source,
+                        unsigned char flags) {
+    const std::size_t keySize = 1 + rest.size();
+    const std::size_t size = additionSize + keySize;
     if (blocks_.empty() || used_ + size > blockSize) {
         blocks_.emplace_back(new char[blockSize]);
         used_ = 0;
@@ -131,14 +146,15 @@ void Builder::addRecord(std::string_view key, unsigned category, std::uint16_t s
     head.sequence = static_cast<std::uint32_t>(records_.size());
     head.category = category;
     head.source = source;
-    head.keySize = static_cast<std::uint16_t>(key.size());
+    head.keySize = static_cast<std::uint16_t>(keySize);
     head.flags = flags;
     std::memcpy(data, &head, additionSize);
-    std::memcpy(data + additionSize, key.data(), key.size());
-    keyBytes_ += key.size();
-    Record record{0, data};
-    record.load(0);
-    records_.push_back(record);
+    data[additionSize] = record;
+    std::memcpy(data + additionSize + 1, rest.data(), rest.size());
+    keyBytes_ += keySize;
+    Record added{0, data};
+    added.load(0);
+    records_.push_back(added);
 }
 
 void Builder::sort() {
@@ -253,7 +269,10 @@ public:
         for (const Level& level : levels_)
             marks_.push_back(ancestorMark(level.key));
     }
-    void push(const Builder::Item& item) { levels_.push_back({item.key, item.flags, item.pairs}); }
+    // The categories are for makeRedundant() alone.
+    void push(const Builder::Item& item, bool withCategories) {
+        levels_.push_back({item.key, item.flags, withCategories ? item.pairs : std::vector<Pair>()});
+    }
     const std::vector<unsigned>& marks() const { return marks_; }
 
     // Whether every URL has the same answer without this entry, including the order of its categories. False
@@ -307,7 +326,7 @@ bool Builder::write(const std::string& path, bool compact, const Sources& source
         NewFile file(path, static_cast<std::size_t>(bytes + slack));
         Ancestors ancestors;
         Item item;
-        std::map<std::uint16_t, std::uint64_t> bySource;
+        std::vector<std::uint64_t> bySource(65536);
         for (position_ = 0; next(&item, result);) {
             ancestors.descend(item.key);
             if (compact && (item.flags & isEntry) != 0 && ancestors.makeRedundant(item)) {
@@ -317,7 +336,7 @@ bool Builder::write(const std::string& path, bool compact, const Sources& source
                 if ((item.flags & (hasPaths | hasPorts)) == 0) continue;
             }
             file.append(item.key, makeValue(item.flags, ancestors.marks(), item.pairs, item.key[0]));
-            ancestors.push(item);
+            ancestors.push(item, compact);
             if ((item.flags & isEntry) != 0) ++result->entries;
             for (const Pair& pair : item.pairs)
                 ++bySource[pair.source];

@@ -78,6 +78,9 @@ private:
     struct Record;
 
     void addRecord(std::string_view key, unsigned category, std::uint16_t source, unsigned char flags);
+    // The same for a key in two pieces.
+    void addRecord(char record, std::string_view rest, unsigned category, std::uint16_t source,
+                   unsigned char flags);
 
     std::vector<std::unique_ptr<char[]>> blocks_;
     std::size_t used_ = 0;  // bytes in use of the last block
