@@ -92,7 +92,7 @@ END
     ! has katd-http || check << 'END'
 katd-http@id -Gn && katd-http -s /etc/katd/katd-http.ini --check@katd-http katd
 root@systemd-analyze verify --man=no /lib/systemd/system/katd*.* && echo verified@verified
-katd-http@cd /tmp && printf '[katd-http]\nlisten = unix:/tmp/http\n' > ini && katd-http -s ini & while [ ! -S /tmp/http ]; do sleep 0.1; kill -0 $! || exit; done; perl -MIO::Socket::UNIX -e '$s = IO::Socket::UNIX->new("/tmp/http"); $s->print("GET /healthz HTTP/1.0\n\n"); print <$s>'; kill $!@ 200 OK
+katd-http@cd /tmp && printf '[katd-http]\nlisten = unix:/tmp/http\n' > ini && katd-http -s ini & while [ ! -S /tmp/http ]; do sleep 0.1; kill -0 $! || exit; done; perl -MIO::Socket::UNIX -e '$s = IO::Socket::UNIX->new("/tmp/http"); $s->print("GET /healthz HTTP/1.0\r\n\r\n"); print <$s>'; kill $!@ 200 OK
 END
     stop_katd
 
