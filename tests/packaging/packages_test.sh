@@ -64,7 +64,7 @@ for architecture; do
         start_katd "$system"
         check << 'END'
 asker@katc http://www.shop.example/ | grep 'known	$'@known
-root@umask 077 && printf 'shop.example\ngames.example\n' > /hosts && katcatalog import -o /var/lib/katd/lists/catalog.mdb 7=/hosts@2 entries
+root@umask 077 && printf 'shop.example\ngames.example\n' > /two && katcatalog import -o /var/lib/katd/lists/catalog.mdb 7=/two@2 entries
 asker@timeout 20 sh -c 'until katc http://www.shop.example/ | grep "known	7"; do sleep 0.1; done'@known	7
 root@stat -c '%a %U %G' /var/lib/katd/lists/catalog.mdb@640 root katd
 END
