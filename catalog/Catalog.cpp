@@ -65,7 +65,7 @@ MetaState examineMeta(int fd, std::uint64_t fileSize) {
 std::string sentence(const std::string& path, const std::string& what) {
     return "catalogue " + path + ": " + what;
 }
-constexpr const char* makeAnew = "; make it anew with katcatalog import";
+constexpr const char* recreate = "; recreate it with katcatalog import";
 
 // The size to map: leaves space for the file to grow, less of it where addresses are scarce.
 std::uint64_t mappingFor(std::uint64_t fileSize) {
@@ -138,8 +138,8 @@ std::shared_ptr<Catalog> Catalog::open(const std::string& path, std::string* fai
     close(fd);
     if (!regular) return fail("not a regular file");
     if (meta == MetaState::foreign)
-        return fail(std::string("not a catalogue of this machine's word size") + makeAnew);
-    if (meta == MetaState::cut) return fail(std::string("the file is cut") + makeAnew);
+        return fail(std::string("not a catalogue of this machine's word size") + recreate);
+    if (meta == MetaState::cut) return fail(std::string("the file is cut") + recreate);
 
     std::shared_ptr<Catalog> result(new Catalog);
     result->path_ = path;
@@ -151,7 +151,7 @@ std::shared_ptr<Catalog> Catalog::open(const std::string& path, std::string* fai
     mdb_env_set_mapsize(result->environment_, static_cast<std::size_t>(result->mappedSize_));
     Opening opening{result->environment_, path.c_str(), 0, nullptr, 0, 1};
     const bool ran = runGuarded(openBody, &opening);
-    if (!ran) return fail(std::string("the file is damaged") + makeAnew);
+    if (!ran) return fail(std::string("the file is damaged") + recreate);
     if (opening.transaction != nullptr) mdb_txn_abort(opening.transaction);
     if (opening.error != 0) return fail(mdb_strerror(opening.error));
     result->mapping_ = opening.mapping;
@@ -159,7 +159,7 @@ std::shared_ptr<Catalog> Catalog::open(const std::string& path, std::string* fai
     Header header;
     Reader reader(result);
     if (reader.header(&header) != Reader::done)
-        return fail(std::string("not a catalogue, of another version, or damaged") + makeAnew);
+        return fail(std::string("not a catalogue, of another version, or damaged") + recreate);
     return result;
 }
 

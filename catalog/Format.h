@@ -76,7 +76,9 @@ struct Value {
 
     // The mark of ancestor i: the length of its key or, in a network record, its prefix length.
     unsigned ancestor(unsigned i) const {
-        return ancestorSize == 1 ? lengths[i] : lengths[std::size_t{2} * i] | (unsigned{lengths[std::size_t{2} * i + 1]} << 8U);
+        return ancestorSize == 1
+                   ? lengths[i]
+                   : lengths[std::size_t{2} * i] | (unsigned{lengths[std::size_t{2} * i + 1]} << 8U);
     }
 
     Pair pair(std::size_t i) const {

@@ -94,7 +94,7 @@ std::unique_ptr<Update> Update::open(const std::string& path, std::string* failu
     }
     Reader reader(catalog);
     if (reader.header(&update->header_) != Reader::done) {
-        *failure = "catalogue " + path + ": the file is damaged; make it anew with katcatalog import";
+        *failure = "catalogue " + path + ": the file is damaged; recreate it with katcatalog import";
         return nullptr;
     }
     return update;

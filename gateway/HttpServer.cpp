@@ -163,7 +163,7 @@ public:
             handler_(request, response);
         });
         set_exception_handler([](const httplib::Request&, httplib::Response& response, std::exception_ptr) {
-            refuse(response, 500, "memory is short");
+            refuse(response, 500, "not enough memory");
         });
         set_error_handler([](const httplib::Request&, httplib::Response& response) {
             // httplib calls this for the handler's refusals too. Those have a body and keep the connection.
@@ -194,7 +194,7 @@ private:
             case 414:
                 return "the address is too long: POST long URLs to /v1/categories";
             case 416:
-                return "a part of a page cannot be had";
+                return "the range is not available";
             default:
                 return "this is not an HTTP request that can be answered";
         }

@@ -97,7 +97,7 @@ public:
         if (reason == nullptr && reader_->visit(url, AllFound::add, AllFound::restart, &all_) != Reader::done)
             throw Failure(listreader::failed,
                           "catalogue " + arguments_.catalog +
-                              ": the file is damaged; make it anew with katcatalog import");
+                              ": the file is damaged; recreate it with katcatalog import");
         if (all_.count == 0) coveredAll_ = false;
         std::string host = catalog::hostText(url.kind, url.host);
         if (url.kind == catalog::Url::ipv6) host = "[" + host + "]";

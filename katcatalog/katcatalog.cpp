@@ -20,7 +20,7 @@ namespace {
 // LMDB trusts a catalogue's pages, and may read outside the mapping if they are damaged.
 void onFault(int) {
     constexpr char text[] =
-        "katcatalog: the catalogue is damaged, or was cut while it was read; make it anew with "
+        "katcatalog: the catalogue is damaged, or was cut while it was read; recreate it with "
         "katcatalog import\n";
     const ssize_t ignored = write(STDERR_FILENO, text, sizeof text - 1);
     static_cast<void>(ignored);

@@ -169,7 +169,7 @@ const catalog::Answer* Live::classifyIn(Slot* slot, const char* url, std::string
             break;
         }
     }
-    *failure = "catalogue " + path_ + ": the file is damaged or was cut; make it anew with katcatalog import";
+    *failure = "catalogue " + path_ + ": the file is damaged or was cut; recreate it with katcatalog import";
     report(*failure);
     return nullptr;
 }

@@ -99,7 +99,7 @@ TEST_F(CatalogEngineTest, noGoodFileAtTheStartIsAFailureWithASentence) {
     writeFile(path, "what");
     EXPECT_EQ(nullptr, CSDKMain_Create(""));
     EXPECT_EQ("5 catalogue " + path +
-                  ": not a catalogue of this machine's word size; make it anew with katcatalog import",
+                  ": not a catalogue of this machine's word size; recreate it with katcatalog import",
               lastFailure());
     std::filesystem::remove(folder / "catalog.ini");
     EXPECT_EQ(nullptr, CSDKMain_Create(""));
@@ -129,7 +129,7 @@ TEST_F(CatalogEngineTest, newVersionsAreSeenAndBadOnesRefused) {
     close(before);
     close(file);
     EXPECT_EQ("katd-engine-catalog: catalogue " + path +
-                  ": the file is cut; make it anew with katcatalog import; the old one is still used\n",
+                  ": the file is cut; recreate it with katcatalog import; the old one is still used\n",
               readFile(messages));
     EXPECT_EQ("2", ask("www.a.example"));
 
@@ -169,7 +169,7 @@ TEST_F(CatalogEngineTest, cutUnderItItFailsAndGoesOnWithTheNextFile) {
     testing::internal::CaptureStderr();
     std::filesystem::resize_file(path, 4096);
     const std::string failure =
-        "catalogue " + path + ": the file is damaged or was cut; make it anew with katcatalog import";
+        "catalogue " + path + ": the file is damaged or was cut; recreate it with katcatalog import";
     for (int i = 0; i < 100; ++i)
         EXPECT_EQ("5 " + failure, ask("a.example"));
     EXPECT_EQ("katd-engine-catalog: " + failure + "\n", testing::internal::GetCapturedStderr());
