@@ -5,7 +5,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 . scripts/bits32.sh
 
 all=(sizes release release32 asan tsan lint bench)
-size_limit=60 # per cent of the product code that tests/ may have
+size_limit=34 # per cent of the product code that tests/ may have
 
 usage() {
     cat << 'END'
