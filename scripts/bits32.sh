@@ -23,6 +23,7 @@ qemu_lacks_tests=(
     soak_short
     # posix_spawn reports no error of exec, so katd does not start a program without #! by the shell
     'Outages/Unavailable\.IsReportedAfterADelay/.*'
+    'Host\.SystemLogProgramGetsTheEventAsOneWordAndFreshSignals'
     # a timer's signals every millisecond: a thread made under them aborts
     'SocketPair\.SignalsInterruptNeitherReadingNorWriting'
     'KatclientTest\.NeitherSideWaitsForTheOther'
