@@ -28,8 +28,7 @@ h1.stop { color: var(--stop); }
 dl { display: grid; grid-template-columns: max-content 1fr; gap: .25rem 1rem; margin: 0; }
 dt { color: var(--soft); }
 dd { margin: 0; }
-code, pre { font-family: ui-monospace, monospace; font-size: .9em; }
-pre { overflow-x: auto; margin: .75rem 0 0; white-space: pre-wrap; }
+code { font-family: ui-monospace, monospace; font-size: .9em; }
 form { display: flex; gap: .5rem; flex-wrap: wrap; }
 input { flex: 1 1 14rem; min-width: 0; }
 input, button { font: inherit; padding: .45rem .7rem; border: 1px solid var(--line); border-radius: .4rem;
@@ -117,7 +116,6 @@ std::string lookUpHtml(const LookUp& lookUp) {
                                   : "unknown: katd has no certain answer now";
         html += "<dl>\n" + row("URL", "<code>" + shownUrl(lookUp.url) + "</code>") +
                 row("Categories", "<strong>" + list + "</strong>") + "</dl>\n";
-        if (!lookUp.explanation.empty()) html += "<pre>" + escaped(lookUp.explanation) + "</pre>\n";
     }
     return html + "</section>\n";
 }

@@ -33,7 +33,6 @@ struct LookUp {
     std::string problem;  // a sentence; empty: there is an answer
     bool isKnown = false;
     std::vector<std::string> categories;  // numbers, with their names
-    std::string explanation;              // how katd comes to the answer, lines of text; may be empty
 };
 
 Page administratorPage(const LookUp& lookUp, const std::vector<History::Minute>& minutes,
