@@ -297,6 +297,23 @@ std::size_t commonPrefix(const char* a, std::size_t aSize, const char* b, std::s
 
 }  // namespace
 
+// Adds the record and those of its ancestors whose key sizes `covers` accepts.
+template <class Covers>
+bool Reader::addCovering(const MDB_val& key, const MDB_val& data, const Covers& covers, Hits* hits) {
+    Value value;
+    if (!value.parse(data.mv_data, data.mv_size, *static_cast<const char*>(key.mv_data)))
+        return status_ = damaged, false;
+    if (covers(key.mv_size) && !hits->add(key.mv_size, value)) return status_ = damaged, false;
+    for (unsigned i = value.ancestors; i-- > 0;) {
+        const unsigned size = value.ancestor(i);
+        Value above;
+        if (!covers(size)) continue;
+        if (!get(std::string_view(hits->key, size), &above) || !hits->add(size, above))
+            return status_ = damaged, false;
+    }
+    return true;
+}
+
 // A prefix of a key sorts before it, and all keys between the two begin with that prefix. So every entry that
 // covers the key is either the last record not after the key, or one of that record's ancestors, which its
 // value lists.
@@ -314,16 +331,7 @@ bool Reader::searchHosts(const Url& url, Hits* hits) {
         const auto covers = [&](std::size_t size) {
             return size <= common && (size == hits->keySize || hits->key[size] == '\0');
         };
-        if (!value.parse(data.mv_data, data.mv_size, found[0])) return status_ = damaged, false;
-        if (covers(key.mv_size) && !hits->add(key.mv_size, value)) return status_ = damaged, false;
-        for (unsigned i = value.ancestors; i-- > 0;) {
-            const unsigned size = value.ancestor(i);
-            Value above;
-            if (!covers(size)) continue;
-            if (!get(std::string_view(hits->key, size), &above) || !hits->add(size, above))
-                return status_ = damaged, false;
-        }
-        return true;
+        return addCovering(key, data, covers, hits);
     }
     // An address: find the networks that contain it. The last byte of a record's key is the prefix length.
     if (key.mv_size != hits->keySize || found[0] != networkRecord || found[1] != hits->key[1]) return true;
@@ -372,20 +380,10 @@ bool Reader::searchPaths(const Url& url, unsigned port, Hits* hits) {
     const char* const found = static_cast<const char*>(key.mv_data);
     const std::size_t common = commonPrefix(found, key.mv_size, hits->key, hits->keySize);
     if (common < hits->base) return true;
-    Value value;
-    if (!value.parse(data.mv_data, data.mv_size, found[0])) return status_ = damaged, false;
     const auto covers = [&](std::size_t size) {
         return size >= hits->base && size <= common && endsAtBoundary(hits->key, hits->keySize, size);
     };
-    if (covers(key.mv_size) && !hits->add(key.mv_size, value)) return status_ = damaged, false;
-    for (unsigned i = value.ancestors; i-- > 0;) {
-        const unsigned size = value.ancestor(i);
-        Value above;
-        if (!covers(size)) continue;
-        if (!get(std::string_view(hits->key, size), &above) || !hits->add(size, above))
-            return status_ = damaged, false;
-    }
-    return true;
+    return addCovering(key, data, covers, hits);
 }
 
 bool Reader::search(Request* request) {

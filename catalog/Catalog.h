@@ -116,6 +116,8 @@ private:
     bool begin();
     bool search(Request* request);
     bool searchPaths(const Url& url, unsigned port, Hits* hits);
+    template <class Covers>
+    bool addCovering(const MDB_val& key, const MDB_val& data, const Covers& covers, Hits* hits);
     bool searchHosts(const Url& url, Hits* hits);
     bool predecessor(MDB_val* key, MDB_val* value);
     bool isOnLeaf(const void* key) const;
