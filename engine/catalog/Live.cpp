@@ -135,7 +135,7 @@ void Live::openAgain(std::uint64_t generation) {
 }
 
 Live::SlotUse::SlotUse(Live* live) : slot_(nullptr) {
-    const auto thread = reinterpret_cast<std::uintptr_t>(pthread_self());
+    const auto thread = static_cast<std::uintptr_t>(pthread_self());
     const std::size_t first = (thread >> 12U) * 0x9e3779b1U >> 7U;
     for (std::size_t i = 0; i < slotCount; ++i) {
         slot_ = &live->slots_[(first + i) % slotCount];
