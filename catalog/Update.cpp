@@ -77,7 +77,8 @@ std::unique_ptr<Update> Update::open(const std::string& path, std::string* failu
         if (state.st_ino != catalog->inode() || state.st_dev != catalog->device())
             throw Failure{"catalogue " + path + ": it was replaced just now; try again"};
         const auto size = static_cast<std::uint64_t>(state.st_size);
-        const std::uint64_t slack = sizeof(void*) == 4 ? size / 2 + (64U << 20U) : 2 * size + (4ULL << 30U);
+        const std::uint64_t slack =
+            sizeof(void*) == 4 ? std::max<std::uint64_t>(size / 2, 512U << 20U) : 2 * size + (4ULL << 30U);
         update->check(mdb_env_create(&update->environment_));
         // Treat it like a fault in the mapping, which the program's handlers report.
         mdb_env_set_assert(update->environment_, [](MDB_env*, const char*) { raise(SIGSEGV); });
