@@ -535,12 +535,8 @@ Reader::Status Reader::classify(const Url& url, Answer* answer) {
     const auto add = [](void* context, const Covering& covering) {
         auto* const result = static_cast<Answer*>(context);
         result->covered = true;
-        for (std::size_t i = 0; i < covering.value->pairCount; ++i) {
-            const std::uint16_t category = covering.value->pair(i).category;
-            std::uint16_t* const end = result->categories + result->count;
-            if (result->count < Answer::limit && std::find(result->categories, end, category) == end)
-                result->categories[result->count++] = category;
-        }
+        for (std::size_t i = 0; i < covering.value->pairCount; ++i)
+            result->add(covering.value->pair(i).category);
         return (covering.value->flags & isInstead) == 0;
     };
     restart(answer);

@@ -5,6 +5,7 @@
 #include <lmdb.h>
 #include <sys/types.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -73,6 +74,12 @@ struct Answer {
     bool covered = false;  // at least one entry covers the URL; it may have no category
     unsigned count = 0;
     std::uint16_t categories[limit];
+
+    // Adds a category, unless it is there already.
+    void add(std::uint16_t category) {
+        std::uint16_t* const end = categories + count;
+        if (count < limit && std::find(categories, end, category) == end) categories[count++] = category;
+    }
 };
 
 // Look-ups in a catalogue. Not thread-safe.

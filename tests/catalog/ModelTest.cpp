@@ -3,8 +3,10 @@
 
 #include <algorithm>
 #include <random>
+#include <set>
 
 #include "catalog/CatalogFixture.h"
+#include "catalog/Shared.h"
 
 using namespace catalog;
 
@@ -48,6 +50,46 @@ std::vector<unsigned> modelAnswer(const Model& model, const Url& url, bool* cove
         if (entry->entry.instead) break;
     }
     return categories;
+}
+
+// The same entries in a shared store.
+using Store = std::map<std::string, std::string>;
+
+Store storeOf(const Model& model) {
+    std::map<std::string, std::vector<SharedEntry>> groups;
+    std::set<std::string> withPaths;
+    for (const auto& [text, entry] : model) {
+        EntryKeys keys;
+        entryKeys(entry.url, &keys);
+        const SharedPlace place = sharedPlace(keys.own);
+        SharedEntry shared{place.port, place.rest, entry.entry.instead, {}};
+        for (const Pair& pair : entry.entry.pairs)
+            shared.categories.push_back(pair.category);
+        groups[place.group].push_back(shared);
+        if (keys.host.empty() || place.group == sharedHostGroup(keys.own)) continue;
+        withPaths.insert(sharedHostGroup(keys.own));
+        groups[sharedHostGroup(keys.own)];
+    }
+    Store store;
+    for (const auto& [key, entries] : groups)
+        store[key] = encodeGroup(entries, withPaths.count(key) > 0);
+    return store;
+}
+
+void askStore(const Store& store, const Url& url, Answer* answer) {
+    const SharedQuestion question(url);
+    answer->covered = false;
+    answer->count = 0;
+    const auto valueOf = [&](const std::string& key) {
+        const auto found = store.find(key);
+        if (found == store.end()) return std::string();
+        EXPECT_TRUE(isGroup(found->second));
+        return found->second;
+    };
+    for (const auto& candidate : question.candidates()) {
+        const std::string host = valueOf(candidate.host);
+        if (!question.add(host, groupHasPaths(host) ? valueOf(candidate.path) : "", answer)) break;
+    }
 }
 
 // Few words, so that much lies below and beside something else.
@@ -96,7 +138,11 @@ class CatalogModelTest : public CatalogFixture {
 protected:
     void compare(const Model& model, Texts* texts, unsigned questions) {
         Reader reader(openCatalog());
+        const Store store = storeOf(model);
         const auto answer = std::make_unique<Answer>();
+        const auto categories = [&] {
+            return std::vector<unsigned>(answer->categories, answer->categories + answer->count);
+        };
         for (unsigned i = 0; i < questions; ++i) {
             const std::string text = texts->url();
             Url url;
@@ -104,9 +150,11 @@ protected:
             bool covered = false;
             const auto expected = modelAnswer(model, url, &covered);
             ASSERT_EQ(Reader::done, reader.classify(url, answer.get())) << text;
-            const std::vector<unsigned> actual(answer->categories, answer->categories + answer->count);
-            ASSERT_EQ(expected, actual) << text;
+            ASSERT_EQ(expected, categories()) << text;
             ASSERT_EQ(covered, answer->covered) << text;
+            askStore(store, url, answer.get());
+            ASSERT_EQ(expected, categories()) << "shared: " << text;
+            ASSERT_EQ(covered, answer->covered) << "shared: " << text;
         }
     }
 
@@ -191,6 +239,33 @@ TEST_F(CatalogModelTest, changedCataloguesAnswerLikeTheModel) {
         EXPECT_EQ(Reader::done, Reader(openCatalog()).header(&header));
         EXPECT_EQ(model.size(), header.entries);
     }
+}
+
+// What a store can hold instead of a group. The sanitizers see what is read beyond it.
+TEST(SharedGroupTest, damagedValuesAreRefusedOrHarmless) {
+    const std::string group =
+        encodeGroup({{8080, std::string("\1x", 2), true, {1, 300}}, {0, "", false, {7}}}, true);
+    ASSERT_TRUE(isGroup(group));
+    EXPECT_FALSE(isGroup(""));
+    EXPECT_FALSE(isGroup("foreign"));
+    unsigned whole = 0;  // a cut between two entries leaves a group
+    for (std::size_t size = 1; size < group.size(); ++size)
+        whole += isGroup(group.substr(0, size)) ? 1U : 0U;
+    EXPECT_EQ(2U, whole);
+    Url url;
+    ASSERT_EQ(nullptr, readUrl("a.example:8080/p/x/y", &url));
+    const SharedQuestion question(url);
+    const auto answer = std::make_unique<Answer>();
+    for (std::size_t i = 0; i < group.size(); ++i) {
+        for (unsigned byte = 0; byte < 256; ++byte) {
+            const auto damaged = std::make_unique<std::string>(group);
+            (*damaged)[i] = static_cast<char>(byte);
+            if (isGroup(*damaged)) question.add("", *damaged, answer.get());
+        }
+    }
+    EXPECT_EQ("0123456789abcdef", sharedVersion(sharedMeta("0123456789abcdef")));
+    for (const char* const meta : {"", "katd-store 1 ", "katd-store 2 a", "katd-store 1 a b", "hello"})
+        EXPECT_EQ("", sharedVersion(meta)) << meta;
 }
 
 }  // namespace
