@@ -80,7 +80,7 @@ check_lists32() {
 }
 
 run_preset() {
-    local preset=$1 options=() selection=() count
+    local preset=$1 options=() selection=() count libraries
     rm -rf "$reports"
     mkdir -p "$reports"
     case $preset in
@@ -88,7 +88,10 @@ run_preset() {
         asan) options=(-DKATD_FUZZ=ON) ;;
         release32)
             find_run32
-            options=(-DKATD_BENCH=OFF -DCMAKE_CROSSCOMPILING_EMULATOR=)
+            libraries=$(scripts/libraries32.sh) ||
+                notes+=("32 bits: built and tested without the catalogue, for lack of its libraries")
+            local -x LD_LIBRARY_PATH=$libraries
+            options=(-DKATD_BENCH=OFF -DCMAKE_CROSSCOMPILING_EMULATOR= "-DKATD_LIBRARIES_32=$libraries")
             [[ $run32 != qemu ]] || options+=("-DCMAKE_CROSSCOMPILING_EMULATOR=$qemu32")
             ;;
     esac

@@ -1,7 +1,7 @@
 #include "listreader/Entry.h"
 
 #include <arpa/inet.h>
-#ifdef LISTREADER_IDN2
+#ifdef KATD_HAVE_IDN2
 #include <idn2.h>
 #endif
 
@@ -89,7 +89,7 @@ const char* checkPort(std::string_view port) {
     return isNumber(port, 65535) ? nullptr : "its port is above 65535";
 }
 
-#ifdef LISTREADER_IDN2
+#ifdef KATD_HAVE_IDN2
 // Replaces the bytes of *text from `begin` to `end` by the ASCII form of the name.
 const char* toAscii(std::string* text, std::size_t begin, std::size_t end) {
     const std::string name = text->substr(begin, end - begin);
@@ -200,7 +200,7 @@ const char* parseEntry(std::string_view written, Entry* entry) {
 }
 
 bool convertsNames() {
-#ifdef LISTREADER_IDN2
+#ifdef KATD_HAVE_IDN2
     return true;
 #else
     return false;
