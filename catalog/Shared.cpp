@@ -12,7 +12,7 @@ namespace {
 constexpr std::string_view metaFormat = "katd-store 1 ";
 
 // Flags in the first byte of a group.
-constexpr unsigned char groupPaths = 1;
+constexpr unsigned char groupBelow = 1;
 // Flags of an entry.
 constexpr unsigned char entryInstead = 1;
 constexpr unsigned char entryPort = 2;  // a port follows
@@ -69,11 +69,17 @@ private:
     std::string_view left_;
 };
 
-// Where the first segment of an encoded path ends; 0 if it has none.
-std::size_t firstSegmentEnd(std::string_view path) {
-    if (path.empty() || path[0] != keySlash) return 0;
-    constexpr char ends[] = {keySlash, keyQuestion};
-    return std::min(path.find_first_of(ends, 1, sizeof ends), path.size());
+// Where the parts of an encoded path end that make the keys of its groups.
+std::array<std::size_t, sharedLevels> levelEnds(std::string_view path) {
+    std::array<std::size_t, sharedLevels> ends{};
+    for (std::size_t level = 1; level < sharedLevels; ++level) {
+        std::size_t end = ends[level - 1];
+        if (end < path.size()) ++end;
+        while (!endsAtBoundary(path.data(), path.size(), end))
+            ++end;
+        ends[level] = end;
+    }
+    return ends;
 }
 
 std::string prefixed(std::string_view key) {
@@ -93,35 +99,34 @@ std::string_view sharedVersion(std::string_view meta) {
 }
 
 SharedPlace sharedPlace(std::string_view key) {
-    if (key[0] != pathRecord) return {prefixed(key), 0, {}};
+    if (key[0] != pathRecord) return {prefixed(key), {}, 0, {}};
     // Both kinds of keys begin with one byte before the host; that of an address ends with one byte more.
     const std::string host = hostKeyOf(key);
     const std::size_t hostEnd = host.size();
     const std::size_t base = pathBase(key);
     const std::string_view path = key.substr(base);
-    const std::size_t segmentEnd = firstSegmentEnd(path);
+    const auto ends = levelEnds(path);
     SharedPlace place;
     if (base > hostEnd) {
         place.port = static_cast<std::uint16_t>(static_cast<unsigned char>(key[base - 2]) << 8U |
                                                 static_cast<unsigned char>(key[base - 1]));
     }
-    place.rest = path.substr(segmentEnd);
-    place.group = segmentEnd == 0 ? prefixed(host)
-                                  : prefixed(key.substr(0, hostEnd)).append(path.substr(0, segmentEnd));
+    place.group = prefixed(host);
+    for (std::size_t level = 1; level < sharedLevels && ends[level] > ends[level - 1]; ++level) {
+        place.above.push_back(std::move(place.group));
+        place.group = prefixed(key.substr(0, hostEnd)).append(path.substr(0, ends[level]));
+    }
+    place.rest = path.substr(ends.back());
     return place;
 }
 
-std::string sharedHostGroup(std::string_view pathKey) {
-    return prefixed(hostKeyOf(pathKey));
-}
-
-std::string encodeGroup(std::vector<SharedEntry> entries, bool withPaths) {
+std::string encodeGroup(std::vector<SharedEntry> entries, bool hasBelow) {
     // The most specific one first, as in the catalogue's answers.
     const auto rank = [](const SharedEntry& entry) {
         return std::make_tuple(entry.rest.size(), entry.port, std::string_view(entry.rest));
     };
     std::sort(entries.begin(), entries.end(), [&](auto& a, auto& b) { return rank(a) > rank(b); });
-    std::string value(1, static_cast<char>(withPaths ? groupPaths : 0));
+    std::string value(1, static_cast<char>(hasBelow ? groupBelow : 0));
     for (const SharedEntry& entry : entries) {
         value.push_back(static_cast<char>((entry.instead ? entryInstead : 0) |
                                           (entry.port != 0 ? entryPort : 0) |
@@ -139,29 +144,33 @@ std::string encodeGroup(std::vector<SharedEntry> entries, bool withPaths) {
 }
 
 bool isGroup(std::string_view value) {
-    if (value.size() < groupHead || (static_cast<unsigned char>(value[0]) & ~groupPaths) != 0) return false;
+    if (value.size() < groupHead || (static_cast<unsigned char>(value[0]) & ~groupBelow) != 0) return false;
     GroupCursor cursor(value);
     while (cursor.next()) {
     }
     return cursor.atEnd();
 }
 
-bool groupHasPaths(std::string_view value) {
-    return !value.empty() && (static_cast<unsigned char>(value[0]) & groupPaths) != 0;
+bool groupHasBelow(std::string_view value) {
+    return !value.empty() && (static_cast<unsigned char>(value[0]) & groupBelow) != 0;
 }
 
 SharedQuestion::SharedQuestion(const Url& url) : port_(url.port) {
     path_.resize(std::min(url.path.size(), maxKey + 1));
     encodePath(url.path.data(), path_.size(), path_.data());
-    segmentEnd_ = firstSegmentEnd(path_);
+    ends_ = levelEnds(path_);
     Url host;
     host.kind = url.kind;
     host.host = url.host;
-    const auto addCandidate = [this](const Url& candidate, bool mayHavePaths) {
-        const std::string pathHost = pathKey(candidate, 0);
-        const bool fits = mayHavePaths && segmentEnd_ != 0 && pathHost.size() + segmentEnd_ <= maxKey;
-        candidates_.push_back({prefixed(hostKey(candidate)),
-                               fits ? prefixed(pathHost).append(path_, 0, segmentEnd_) : std::string()});
+    const auto addCandidate = [this](const Url& entry, bool mayHavePaths) {
+        Candidate& candidate = candidates_.emplace_back();
+        candidate[0] = prefixed(hostKey(entry));
+        if (!mayHavePaths) return;
+        const std::string base = pathKey(entry, 0);
+        for (std::size_t level = 1; level < sharedLevels && ends_[level] > ends_[level - 1]; ++level) {
+            if (base.size() + ends_[level] <= maxKey)
+                candidate[level] = prefixed(base).append(path_, 0, ends_[level]);
+        }
     };
     if (url.kind == Url::name) {
         // The labels are in reverse order: each parent is a prefix.
@@ -181,25 +190,23 @@ SharedQuestion::SharedQuestion(const Url& url) : port_(url.port) {
     }
 }
 
-bool SharedQuestion::addGroup(std::string_view value, std::string_view rest, Answer* answer) const {
-    GroupCursor entry(value);
-    while (entry.next()) {
-        const std::size_t size = entry.rest.size();
-        if ((entry.port != 0 && entry.port != port_) || rest.substr(0, size) != entry.rest ||
-            (size > 0 && !endsAtBoundary(rest.data(), rest.size(), size)))
-            continue;
-        answer->covered = true;
-        std::size_t category = 0;
-        while (GroupCursor::takeNumber(&entry.categories, &category))
-            answer->add(static_cast<std::uint16_t>(category));
-        if (entry.instead) return false;
+bool SharedQuestion::add(const Values& values, Answer* answer) const {
+    for (std::size_t level = sharedLevels; level-- > 0;) {
+        const std::string_view rest = std::string_view(path_).substr(ends_[level]);
+        GroupCursor entry(values[level]);
+        while (entry.next()) {
+            const std::size_t size = entry.rest.size();
+            if ((entry.port != 0 && entry.port != port_) || rest.substr(0, size) != entry.rest ||
+                (size > 0 && !endsAtBoundary(rest.data(), rest.size(), size)))
+                continue;
+            answer->covered = true;
+            std::size_t category = 0;
+            while (GroupCursor::takeNumber(&entry.categories, &category))
+                answer->add(static_cast<std::uint16_t>(category));
+            if (entry.instead) return false;
+        }
     }
     return true;
-}
-
-bool SharedQuestion::add(std::string_view hostValue, std::string_view pathValue, Answer* answer) const {
-    const std::string_view path = path_;
-    return addGroup(pathValue, path.substr(segmentEnd_), answer) && addGroup(hostValue, path, answer);
 }
 
 }  // namespace catalog

@@ -3,6 +3,7 @@
 #ifndef KATD_CATALOG_SHARED_H
 #define KATD_CATALOG_SHARED_H
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -24,16 +25,20 @@ std::string sharedMeta(std::string_view version);
 // The version that a meta record names; empty if it is not one of this format.
 std::string_view sharedVersion(std::string_view meta);
 
+// Entries are kept in groups of three levels: those of a host or network itself, those of a host and one part
+// of a path, and those of a host and the same first two parts. A part is a segment, or a parameter of the
+// query.
+constexpr std::size_t sharedLevels = 3;
+
 // Where the store keeps an entry of the catalogue: the key of its group, and what distinguishes it there.
 struct SharedPlace {
     std::string group;
-    std::uint16_t port = 0;  // 0: all ports
-    std::string rest;        // what follows the group's key in the encoded path
+    std::vector<std::string> above;  // groups that must exist and be marked as having groups below
+    std::uint16_t port = 0;          // 0: all ports
+    std::string rest;                // what follows the first two parts of the encoded path
 };
 // `key` is that of the entry's record.
 SharedPlace sharedPlace(std::string_view key);
-// The key of the group that holds the host of a path record's key.
-std::string sharedHostGroup(std::string_view pathKey);
 
 // One entry of a group.
 struct SharedEntry {
@@ -43,39 +48,36 @@ struct SharedEntry {
     std::vector<std::uint16_t> categories;  // at most maxEntryCategories
 };
 
-// The value of a group. `withPaths` marks the group of a host that also has groups of paths. The order of the
+// The value of a group. `hasBelow` marks a group that has groups of the next level below it. The order of the
 // entries makes no difference. REQUIRES: no two entries have the same port and rest.
-std::string encodeGroup(std::vector<SharedEntry> entries, bool withPaths);
+std::string encodeGroup(std::vector<SharedEntry> entries, bool hasBelow);
 // Whether the value is one that encodeGroup() can make. If not, treat it as absent.
 bool isGroup(std::string_view value);
-// REQUIRES: isGroup(value).
-bool groupHasPaths(std::string_view value);
+// REQUIRES: isGroup(value), or it is empty.
+bool groupHasBelow(std::string_view value);
 
 // A question to the store about one URL.
 class SharedQuestion {
 public:
-    // The groups of one host or network that may cover the URL.
-    struct Candidate {
-        std::string host;
-        std::string path;  // needed only if the host's group has paths; empty if it cannot have this path
-    };
+    // The keys of the groups of one host or network that may cover the URL. A group is needed only if the one
+    // before it has groups below. A key is empty if there cannot be such a group.
+    using Candidate = std::array<std::string, sharedLevels>;
+    using Values = std::array<std::string_view, sharedLevels>;
 
     explicit SharedQuestion(const Url& url);
 
-    // The most specific one first.
+    // The most specific host or network first.
     const std::vector<Candidate>& candidates() const { return candidates_; }
 
     // Adds the categories of the entries that cover the URL. The values are those of a candidate's groups,
     // empty if absent or not needed. False if an entry marked "instead" ends the union: the candidates after
     // this one do not count. REQUIRES: each value is empty or isGroup(value).
-    bool add(std::string_view hostValue, std::string_view pathValue, Answer* answer) const;
+    bool add(const Values& values, Answer* answer) const;
 
 private:
-    bool addGroup(std::string_view value, std::string_view rest, Answer* answer) const;
-
     std::uint16_t port_;
-    std::string path_;            // encoded, and cut where no entry can be longer
-    std::size_t segmentEnd_ = 0;  // of the path's first segment
+    std::string path_;                              // encoded, and cut where no entry can be longer
+    std::array<std::size_t, sharedLevels> ends_{};  // where the path of each level's group ends
     std::vector<Candidate> candidates_;
 };
 

@@ -57,7 +57,7 @@ using Store = std::map<std::string, std::string>;
 
 Store storeOf(const Model& model) {
     std::map<std::string, std::vector<SharedEntry>> groups;
-    std::set<std::string> withPaths;
+    std::set<std::string> withBelow;
     for (const auto& [text, entry] : model) {
         EntryKeys keys;
         entryKeys(entry.url, &keys);
@@ -66,13 +66,14 @@ Store storeOf(const Model& model) {
         for (const Pair& pair : entry.entry.pairs)
             shared.categories.push_back(pair.category);
         groups[place.group].push_back(shared);
-        if (keys.host.empty() || place.group == sharedHostGroup(keys.own)) continue;
-        withPaths.insert(sharedHostGroup(keys.own));
-        groups[sharedHostGroup(keys.own)];
+        for (const std::string& above : place.above) {
+            withBelow.insert(above);
+            groups[above];
+        }
     }
     Store store;
     for (const auto& [key, entries] : groups)
-        store[key] = encodeGroup(entries, withPaths.count(key) > 0);
+        store[key] = encodeGroup(entries, withBelow.count(key) > 0);
     return store;
 }
 
@@ -80,15 +81,16 @@ void askStore(const Store& store, const Url& url, Answer* answer) {
     const SharedQuestion question(url);
     answer->covered = false;
     answer->count = 0;
-    const auto valueOf = [&](const std::string& key) {
-        const auto found = store.find(key);
-        if (found == store.end()) return std::string();
-        EXPECT_TRUE(isGroup(found->second));
-        return found->second;
-    };
     for (const auto& candidate : question.candidates()) {
-        const std::string host = valueOf(candidate.host);
-        if (!question.add(host, groupHasPaths(host) ? valueOf(candidate.path) : "", answer)) break;
+        SharedQuestion::Values values;
+        for (std::size_t level = 0; level < sharedLevels; ++level) {
+            if (level > 0 && !groupHasBelow(values[level - 1])) break;
+            const auto found = store.find(candidate[level]);
+            if (found == store.end()) break;
+            EXPECT_TRUE(isGroup(found->second));
+            values[level] = found->second;
+        }
+        if (!question.add(values, answer)) break;
     }
 }
 
@@ -253,14 +255,14 @@ TEST(SharedGroupTest, damagedValuesAreRefusedOrHarmless) {
         whole += isGroup(group.substr(0, size)) ? 1U : 0U;
     EXPECT_EQ(2U, whole);
     Url url;
-    ASSERT_EQ(nullptr, readUrl("a.example:8080/p/x/y", &url));
+    ASSERT_EQ(nullptr, readUrl("a.example:8080/p/q/x/y", &url));
     const SharedQuestion question(url);
     const auto answer = std::make_unique<Answer>();
     for (std::size_t i = 0; i < group.size(); ++i) {
         for (unsigned byte = 0; byte < 256; ++byte) {
             const auto damaged = std::make_unique<std::string>(group);
             (*damaged)[i] = static_cast<char>(byte);
-            if (isGroup(*damaged)) question.add("", *damaged, answer.get());
+            if (isGroup(*damaged)) question.add({"", "", *damaged}, answer.get());
         }
     }
     EXPECT_EQ("0123456789abcdef", sharedVersion(sharedMeta("0123456789abcdef")));
