@@ -174,7 +174,7 @@ done
 [[ ${#steps[@]} -gt 0 ]] || steps=("${all[@]}")
 
 scripts/packages.sh "${build_packages[@]}" g++-multilib googletest libbenchmark-dev clang clang-tidy shellcheck squid \
-    curl busybox iproute2 mandoc systemd nginx-light caddy chromium prometheus wrk
+    curl busybox iproute2 mandoc systemd nginx-light caddy chromium prometheus redis-server wrk
 mkdir -p build
 failed=()
 notes=()

@@ -1,6 +1,6 @@
-# LMDB, without which there is no catalogue, and libidn2 and libpsl, without which the list programs and the catalogue do
-# less. For 32 bits they are packages of i386, which many systems lack: what needs them is left out then. Headers are the
-# same for both.
+# LMDB, without which there is no catalogue, and libidn2, libpsl and hiredis, without which the list programs and the
+# catalogue do less. For 32 bits they are packages of i386, which many systems lack: what needs them is left out then.
+# Headers are the same for both.
 set(KATD_LIBRARIES_32 "" CACHE PATH "Folder of 32-bit libraries, searched before the system's")
 if(KATD_32BIT)
     set(katd_library_places PATHS "${KATD_LIBRARIES_32}" /usr/lib/i386-linux-gnu /usr/lib32 NO_DEFAULT_PATH)
@@ -36,3 +36,5 @@ katd_find_library(LMDB lmdb.h lmdb liblmdb-dev "the catalogue engine and katcata
 set(KATD_HAVE_CATALOG ${KATD_HAVE_LMDB})
 katd_find_library(IDN2 idn2.h idn2 libidn2-dev "host names that are not ASCII, which the programs then refuse")
 katd_find_library(PSL libpsl.h psl libpsl-dev "public suffixes in katcatalog")
+# Linked statically: katd then loads nothing for a shared store that is not set up.
+katd_find_library(HIREDIS hiredis/hiredis.h libhiredis.a libhiredis-dev "a store that machines share")
