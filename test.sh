@@ -72,6 +72,7 @@ count_tests() { ctest --test-dir "build/$1" -N "${@:2}" | sed -n 's/^Total Tests
 check_lists32() {
     local name
     for name in "${qemu_lacks_programs[@]}" "${nested_programs[@]}"; do
+        [[ $name != katcatalog_tests || -n $LD_LIBRARY_PATH ]] || continue # left out
         [[ $(count_tests release32 --label-regex "^$name\$") -gt 0 ]] || fail "scripts/bits32.sh: no tests in $name"
     done
     for name in "${qemu_lacks_tests[@]}" "${nested_tests[@]}"; do

@@ -29,7 +29,7 @@ qemu_lacks_tests=(
     'KatclientTest\.NeitherSideWaitsForTheOther'
 )
 # What starts 32-bit programs itself.
-nested_programs=(process_tests fault_tests client_tests katclient_tests katlist_tests)
+nested_programs=(process_tests fault_tests client_tests katclient_tests katlist_tests katcatalog_tests)
 nested_tests=(demo pages)
 
 binfmt=/proc/sys/fs/binfmt_misc

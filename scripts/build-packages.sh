@@ -44,12 +44,16 @@ for architecture in "${architectures[@]}"; do
     [[ $architecture == "$native" ]] || packages+=(g++-multilib binutils-i686-linux-gnu)
 done
 scripts/packages.sh "${packages[@]}"
+libraries32=
+[[ " ${architectures[*]} " != *i386* || $native == i386 ]] || libraries32=$(scripts/libraries32.sh) ||
+    echo "The packages for i386 get no catalogue."
 
 # The build dependencies in debian/control would have to be packages of i386 for i386; the list above replaces them.
 # Only debian/control has the maintainer's address.
 make_packages() {
     cd "$1/katd"
     sed -i "s/^ -- .*<>/ -- $(sed -n 's/^Maintainer: //p' debian/control)/" debian/changelog
+    [[ $architecture == "$native" ]] || export KATD_LIBRARIES_32=$libraries32
     DEB_BUILD_OPTIONS="${DEB_BUILD_OPTIONS:-} parallel=$(nproc)" dpkg-buildpackage -b -us -uc -d "-a$architecture"
 }
 
