@@ -27,6 +27,7 @@ check() {
             fail "$architecture: $user: $command: status $status, not [$expected] but [$output]"
     done
 }
+unmount_proc() { ! mountpoint -q "$system/proc" || umount "$system/proc"; }
 has() { compgen -G "$system/packages/$1_*" > /dev/null; }
 check_installed() {
     check << 'END'
@@ -43,13 +44,13 @@ for architecture; do
     system=$PWD/build/packages-test-$architecture
     # Not by as(): stop_katd would end its shell and leave katd.
     katd_command=(chroot --userspec=katd "$system" env KATD_DIR=/var/lib/katd ASAPSDK_RULES=/rules katd)
-    umount "$system/proc" 2> /dev/null || true
+    unmount_proc
     rm -rf "$system"
     # shellcheck disable=SC2016 # a format of apt's
     mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' 'Codename: bookworm' | head -n 1)
     mmdebstrap --variant=apt --skip=cleanup/apt "--architectures=$architecture" bookworm "$system" "$mirror" > "$log" 2>&1
     mount -t proc proc "$system/proc"
-    at_exit umount "$system/proc"
+    at_exit unmount_proc
     cp /etc/resolv.conf /etc/hosts "$system/etc"
     mkdir "$system/packages" "$system/higher"
     cp build/packages/*[a-z1]_*_"$architecture".deb "$system/packages"
@@ -132,6 +133,6 @@ root@apt-get purge -y '~c'@Purging
 root@find /etc /var /run -name '*kat[dcl]*' -not -path '/var/lib/apt/*' -not -path '/var/cache/apt/*' | grep .@!
 root@getent passwd katd@katd
 END
-    umount "$system/proc"
+    unmount_proc
     rm -rf "$system"
 done
