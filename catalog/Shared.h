@@ -19,6 +19,10 @@ namespace catalog {
 constexpr std::string_view sharedPrefix = "katd:";
 // The key of the record that says which format and version the store holds.
 constexpr std::string_view sharedMetaKey = "katd:catalogue";
+// Exists while a push runs; expires.
+constexpr std::string_view sharedLockKey = "katd:pushing";
+// Exists from a push's first change to its end.
+constexpr std::string_view sharedUnfinishedKey = "katd:unfinished";
 
 // The value of the meta record. A version is a word without blanks.
 std::string sharedMeta(std::string_view version);

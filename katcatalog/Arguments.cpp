@@ -14,8 +14,8 @@ namespace {
 
 constexpr const char* statuses =
     "Exit status: 0 all is well; 1 something is wrong with an input or the catalogue, or\n"
-    "no entry covers a URL; 2 bad usage; 3 a file cannot be read or written, or memory\n"
-    "is short.";
+    "no entry covers a URL; 2 bad usage; 3 a file or store cannot be read or written, or\n"
+    "memory is short.";
 
 constexpr const char* inputFooter =
     "An INPUT is a file, - for standard input, CATEGORY=FILE for a file of one category,\n"
@@ -45,7 +45,7 @@ bool parseArguments(int argc, const char* const* argv, Arguments* arguments, int
     CommandLine line("katcatalog", KATCATALOG_VERSION,
                      "Makes, changes and examines the catalogues of katd's engine.");
     line.setFooter(statuses);
-    line.requireCommand("a command is missing: import, update, sync, find, stat, check or dump");
+    line.requireCommand("a command is missing: import, update, sync, push, find, stat, check or dump");
     std::string category;
 
     tools::Command& import =
@@ -63,6 +63,13 @@ bool parseArguments(int argc, const char* const* argv, Arguments* arguments, int
     tools::Command& sync = line.command("sync", "Make a catalogue say what the lists say, while it is used");
     sync.operand("CATALOG", &arguments->catalog, "The catalogue").required();
     addReading(&sync, arguments, &category);
+
+    tools::Command& push =
+        line.command("push", "Make a shared store say what the lists say, while it is used");
+    push.operand("STORE", &arguments->catalog, "redis://[USER@]HOST[:PORT], or redis:///PATH of a socket")
+        .required();
+    push.text("--password-file", "FILE", &arguments->passwordFile, "The store's password is the first line");
+    addReading(&push, arguments, &category);
 
     tools::Command& find =
         line.command("find", "Say what the catalogue has for URLs, and where it came from");
@@ -97,14 +104,15 @@ bool parseArguments(int argc, const char* const* argv, Arguments* arguments, int
     import.check(needsInput);
     update.check(needsInput);
     sync.check(needsInput);
+    push.check(needsInput);
     find.check([&] {
         if (arguments->inputs.empty()) throw UsageError("find needs a URL");
     });
     if (!line.parse(argc, argv, status)) return false;
     const std::pair<const tools::Command*, Command> commands[] = {
         {&import, Command::import}, {&update, Command::update}, {&sync, Command::sync},
-        {&find, Command::find},     {&stat, Command::stat},     {&check, Command::check},
-        {&dump, Command::dump}};
+        {&push, Command::push},     {&find, Command::find},     {&stat, Command::stat},
+        {&check, Command::check},   {&dump, Command::dump}};
     for (const auto& [command, value] : commands) {
         if (command->isChosen()) arguments->command = value;
     }

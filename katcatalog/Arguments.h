@@ -8,7 +8,7 @@
 
 namespace katcatalog {
 
-enum class Command { import, update, sync, find, stat, check, dump };
+enum class Command { import, update, sync, push, find, stat, check, dump };
 
 // Category of entries without one; see catalog::Builder::noCategory.
 constexpr std::int32_t noCategory = 65536;
@@ -16,10 +16,11 @@ constexpr std::int32_t highestCategory = 65535;
 
 struct Arguments {
     Command command = Command::import;
-    std::string catalog;
+    std::string catalog;               // or the address of a store
     std::vector<std::string> inputs;   // or URLs
     std::vector<std::string> removed;  // inputs whose entries are removed
     std::string map;
+    std::string passwordFile;
     std::int32_t category = -1;  // of lines that name none; -1: such lines are bad
     bool strict = false;
     bool quiet = false;

@@ -9,6 +9,7 @@
 
 #include "Arguments.h"
 #include "ProcessStart.h"
+#include "Push.h"
 #include "Read.h"
 #include "Write.h"
 #include "catalog/Guard.h"
@@ -39,6 +40,13 @@ listreader::ExitStatus run(const katcatalog::Arguments& arguments) {
         case Command::sync:
             katcatalog::sync(arguments);
             break;
+        case Command::push:
+#ifdef KATD_HAVE_HIREDIS
+            katcatalog::push(arguments);
+            break;
+#else
+            throw listreader::Failure(listreader::failed, "push is left out: this build has no hiredis");
+#endif
         case Command::find:
             return katcatalog::find(arguments);
         case Command::stat:

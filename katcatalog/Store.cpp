@@ -1,0 +1,156 @@
+#include "Store.h"
+
+#include <sys/time.h>
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <random>
+#include <thread>
+
+#include "catalog/Shared.h"
+#include "catalog/SharedAddress.h"
+#include "listreader/Failure.h"
+#include "listreader/LineFile.h"
+
+namespace katcatalog {
+
+using listreader::Failure;
+
+namespace {
+
+constexpr timeval connectWait = {10, 0};
+constexpr timeval replyWait = {60, 0};
+// The lock of a push that was killed expires; a living one prolongs it with each change.
+constexpr long long lockMilliseconds = 30000;
+constexpr std::string_view lockWords = "30000";
+constexpr long long lookPause = 200;
+constexpr std::string_view lockKey = catalog::sharedLockKey;
+constexpr const char* lockLost = "another push has begun, or the store was out of reach for too long";
+
+std::string readPassword(const std::string& path) {
+    listreader::LineFile file(path);
+    std::string password;
+    if (file.next()) password.assign(file.text, std::strcspn(file.text, "\r\n"));
+    if (password.empty())
+        throw Failure(listreader::failed, path + ": the first line is empty: write the password there");
+    return password;
+}
+
+}  // namespace
+
+std::string randomWord() {
+    std::random_device random;
+    char text[17];
+    std::snprintf(text, sizeof text, "%08x%08x", random(), random());
+    return text;
+}
+
+Store::Store(const Arguments& arguments) : token_(randomWord()) {
+    catalog::SharedAddress address;
+    const char* const reason = catalog::readSharedAddress(arguments.catalog, &address);
+    if (reason != nullptr || address.hosts.size() != 1) {
+        throw Failure(listreader::badUsage, std::string("the store's address is wrong: ") +
+                                                (reason != nullptr ? reason : "name one host, the primary"));
+    }
+    const catalog::SharedAddress::Host& host = address.hosts[0];
+    host_ = host.text();
+    if (!arguments.passwordFile.empty()) address.password = readPassword(arguments.passwordFile);
+    std::signal(SIGPIPE, SIG_IGN);  // a lost connection is an error of write()
+    context_.reset(host.isSocket() ? redisConnectUnixWithTimeout(host.name.c_str(), connectWait)
+                                   : redisConnectWithTimeout(host.name.c_str(), host.port, connectWait));
+    if (context_ == nullptr) throw std::bad_alloc();
+    if (context_->err != 0) fail(context_->errstr);
+    redisSetTimeout(context_.get(), replyWait);
+    if (!host.isSocket()) redisEnableKeepAlive(context_.get());
+    if (!address.user.empty()) {
+        ask({"AUTH", address.user, address.password});
+    } else if (!address.password.empty()) {
+        ask({"AUTH", address.password});
+    }
+}
+
+void Store::fail(const std::string& reason) const {
+    throw Failure(listreader::failed,
+                  "store " + name() + ": " + reason +
+                      (hasLock_ ? "; push again: that repairs what this push left undone" : ""));
+}
+
+void Store::send(const Words& command) {
+    words_.clear();
+    sizes_.clear();
+    for (const std::string_view word : command) {
+        words_.push_back(word.data());
+        sizes_.push_back(word.size());
+    }
+    if (redisAppendCommandArgv(context_.get(), static_cast<int>(words_.size()), words_.data(),
+                               sizes_.data()) != REDIS_OK)
+        throw std::bad_alloc();
+}
+
+// The next reply. One error ends all: the replies behind it are of no interest.
+Reply Store::receive() {
+    void* reply = nullptr;
+    if (redisGetReply(context_.get(), &reply) != REDIS_OK) {
+        const bool isLate = context_->err == REDIS_ERR_IO && errno == EAGAIN;
+        fail(isLate ? "no answer within a minute" : context_->errstr);
+    }
+    Reply result(static_cast<redisReply*>(reply));
+    if (result->type == REDIS_REPLY_ERROR) fail(result->str);
+    return result;
+}
+
+Reply Store::ask(const Words& command) {
+    send(command);
+    return receive();
+}
+
+void Store::lock() {
+    for (long long before = lockMilliseconds + lookPause;;) {
+        if (ask({"SET", lockKey, token_, "NX", "PX", lockWords})->type != REDIS_REPLY_NIL) break;
+        const long long left = ask({"PTTL", lockKey})->integer;
+        constexpr long long gone = -2;
+        if (left == gone) continue;
+        // It was prolonged, or never expires.
+        if (left > before - lookPause / 2 || left < 0) fail("another push is under way");
+        before = left;
+        std::this_thread::sleep_for(std::chrono::milliseconds(lookPause));
+    }
+    hasLock_ = true;
+    sendWatch();
+    receiveWatch();
+}
+
+// From here on the next transaction fails if somebody else takes the lock, or it expires.
+void Store::sendWatch() {
+    send({"WATCH", lockKey});
+    send({"GET", lockKey});
+}
+
+void Store::receiveWatch() {
+    receive();
+    if (textOf(*receive()) != token_) fail(lockLost);
+}
+
+Reply Store::transact(const std::vector<Words>& commands, bool keepsLock) {
+    send({"MULTI"});
+    for (const Words& command : commands)
+        send(command);
+    send(keepsLock ? Words{"SET", lockKey, token_, "PX", lockWords} : Words{"DEL", lockKey});
+    send({"EXEC"});
+    if (keepsLock) sendWatch();
+    for (std::size_t queued = 0; queued < commands.size() + 2; ++queued)
+        receive();
+    Reply replies = receive();
+    if (replies->type != REDIS_REPLY_ARRAY) fail(lockLost);
+    for (std::size_t i = 0; i < replies->elements; ++i) {
+        if (replies->element[i]->type == REDIS_REPLY_ERROR) fail(replies->element[i]->str);
+    }
+    if (keepsLock) receiveWatch();
+    return replies;
+}
+
+}  // namespace katcatalog

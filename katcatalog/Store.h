@@ -1,0 +1,74 @@
+// A connection to a shared store, and the lock that keeps two pushes apart.
+#ifndef KATCATALOG_STORE_H
+#define KATCATALOG_STORE_H
+
+#include <hiredis/hiredis.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Arguments.h"
+
+namespace katcatalog {
+
+struct FreeReply {
+    void operator()(redisReply* reply) const { freeReplyObject(reply); }
+};
+using Reply = std::unique_ptr<redisReply, FreeReply>;
+// A command; the words may hold any bytes.
+using Words = std::vector<std::string_view>;
+
+inline std::string_view textOf(const redisReply& reply) {
+    return reply.type == REDIS_REPLY_STRING || reply.type == REDIS_REPLY_STATUS
+               ? std::string_view(reply.str, reply.len)
+               : std::string_view();
+}
+
+// All functions throw listreader::Failure if the connection or the lock is lost, or redis replies with an
+// error. Not thread-safe.
+class Store {
+public:
+    // Connects to the store of the arguments and logs in.
+    explicit Store(const Arguments& arguments);
+
+    // Where it is, without user and password.
+    std::string name() const { return "redis://" + host_; }
+
+    Reply ask(const Words& command);
+
+    // Takes the lock. If another push has it but shows no life, waits until the lock expires.
+    void lock();
+    // Runs the commands as one transaction if the lock is still held, and prolongs it. Element i of the reply
+    // is that of command i. REQUIRES: lock() was called.
+    Reply change(const std::vector<Words>& commands) { return transact(commands, true); }
+    // The same, but gives the lock back.
+    void unlock(const std::vector<Words>& commands) { transact(commands, false); }
+
+private:
+    void send(const Words& command);
+    Reply receive();
+    void sendWatch();
+    void receiveWatch();
+    Reply transact(const std::vector<Words>& commands, bool keepsLock);
+    [[noreturn]] void fail(const std::string& reason) const;
+
+    struct FreeContext {
+        void operator()(redisContext* context) const { redisFree(context); }
+    };
+
+    std::string host_;
+    std::string token_;  // the lock's value
+    bool hasLock_ = false;
+    std::unique_ptr<redisContext, FreeContext> context_;
+    std::vector<const char*> words_;
+    std::vector<std::size_t> sizes_;
+};
+
+// 16 hexadecimal digits.
+std::string randomWord();
+
+}  // namespace katcatalog
+
+#endif
