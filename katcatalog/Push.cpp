@@ -55,11 +55,10 @@ private:
         std::uint32_t key;
         std::uint32_t value;
     };
-    // An entry that a host's own record does not have, or the mark of a group with others below it.
-    struct PathEntry {
-        std::string group;
-        bool isMark = false;
-        SharedEntry entry;
+    // What a path adds to a group: an entry, or the mark that there are groups below it.
+    struct Part {
+        std::string_view group;
+        std::size_t entry;  // its number, or none for the mark
     };
 
     Sizes sizes(std::size_t i) const {
@@ -80,35 +79,40 @@ private:
     }
 
     void addAll(Builder* builder) {
-        std::vector<PathEntry> paths;
+        std::pmr::monotonic_buffer_resource names;
+        std::vector<Part> parts;
+        std::vector<SharedEntry> entries;
         std::vector<std::string> marked;
+        const auto addPart = [&](const std::string& group, std::size_t entry) {
+            char* const bytes = static_cast<char*>(names.allocate(group.size(), 1));
+            parts.push_back({{bytes, group.copy(bytes, group.size())}, entry});
+        };
         Builder::Item item;
         while (builder->next(&item, &result)) {
             if ((item.flags & catalog::isEntry) == 0) continue;
             ++result.entries;
             if (item.key[0] != catalog::pathRecord) continue;
             catalog::SharedPlace place = catalog::sharedPlace(item.key);
-            if (place.above != marked) {
-                marked = place.above;
-                for (const std::string& group : marked)
-                    paths.push_back({group, true, {}});
-            }
-            paths.push_back({std::move(place.group), false, entryOf(item)});
-            paths.back().entry.port = place.port;
-            paths.back().entry.rest = std::move(place.rest);
+            addPart(place.group, entries.size());
+            entries.push_back(entryOf(item));
+            entries.back().port = place.port;
+            entries.back().rest = std::move(place.rest);
+            if (place.above == marked) continue;
+            for (const std::string& group : place.above)
+                addPart(group, none);
+            marked = std::move(place.above);
         }
-        std::sort(paths.begin(), paths.end(),
-                  [](const PathEntry& a, const PathEntry& b) { return a.group < b.group; });
+        std::sort(parts.begin(), parts.end(), [](const Part& a, const Part& b) { return a.group < b.group; });
 
         // Hosts and networks come first in both orders.
-        auto path = paths.begin();
-        const auto add = [&](const std::string& group, std::vector<SharedEntry> entries) {
+        auto part = parts.begin();
+        const auto add = [&](std::string_view group, std::vector<SharedEntry> own) {
             bool hasBelow = false;
-            for (; path != paths.end() && path->group == group; ++path) {
-                hasBelow = hasBelow || path->isMark;
-                if (!path->isMark) entries.push_back(std::move(path->entry));
+            for (; part != parts.end() && part->group == group; ++part) {
+                hasBelow = hasBelow || part->entry == none;
+                if (part->entry != none) own.push_back(std::move(entries[part->entry]));
             }
-            append(group, catalog::encodeGroup(std::move(entries), hasBelow));
+            append(group, catalog::encodeGroup(std::move(own), hasBelow));
         };
         std::string group;
         Builder::Result ignored;
@@ -118,10 +122,8 @@ private:
             const bool isEntry = (item.flags & catalog::isEntry) != 0;
             add(group, isEntry ? std::vector<SharedEntry>{entryOf(item)} : std::vector<SharedEntry>());
         }
-        while (path != paths.end()) {
-            group = path->group;
-            add(group, {});
-        }
+        while (part != parts.end())
+            add(part->group, {});
     }
 
     void append(std::string_view key, std::string_view value) {
@@ -144,7 +146,7 @@ private:
         }
     }
 
-    std::pmr::monotonic_buffer_resource memory_{1U << 20U};
+    std::pmr::monotonic_buffer_resource memory_;
     std::vector<const char*> groups_;
     std::vector<std::uint32_t> slots_;  // a hash table: numbers of groups, counted from 1; 0: free
 };
