@@ -1,0 +1,241 @@
+// katcatalog push and a real redis-server.
+#ifdef KATD_HAVE_HIREDIS
+#include <random>
+#include <set>
+#include <thread>
+
+#include "catalog/Shared.h"
+#include "catalog/Writer.h"
+#include "katcatalog/Store.h"
+#include "listreader/Failure.h"
+#include "support/RedisServer.h"
+#include "support/ShellTest.h"
+
+using namespace katd_test;
+
+namespace {
+
+using testing::HasSubstr;
+using Contents = std::map<std::string, std::string>;
+
+class PushTest : public ShellTest {
+protected:
+    PushTest() : ShellTest(KATCATALOG_BINARY) { connect(); }
+
+    void connect() {
+        katcatalog::Arguments arguments;
+        arguments.catalog = redis.address();
+        store = std::make_unique<katcatalog::Store>(arguments);
+    }
+    int push(const std::string& arguments) {
+        return run("katcatalog push " + redis.address() + " " + arguments);
+    }
+    std::string get(std::string_view key) {
+        return std::string(katcatalog::textOf(*store->ask({"GET", key})));
+    }
+
+    // All that the store holds but its version.
+    Contents contents() {
+        Contents all;
+        const katcatalog::Reply keys = store->ask({"KEYS", "*"});
+        katcatalog::Words get{"MGET"};
+        for (std::size_t i = 0; i < keys->elements; ++i)
+            get.push_back(katcatalog::textOf(*keys->element[i]));
+        if (keys->elements == 0) return all;
+        const katcatalog::Reply values = store->ask(get);
+        for (std::size_t i = 1; i < get.size(); ++i)
+            all[std::string(get[i])] = katcatalog::textOf(*values->element[i - 1]);
+        all.erase(std::string(catalog::sharedMetaKey));
+        return all;
+    }
+    // What it is to hold, found in a simpler way from the catalogue of the same
+    // list.
+    Contents wanted(const std::string& list) {
+        EXPECT_EQ(0, run("katcatalog import -q -o c.mdb " + list)) << errors;
+        std::map<std::string, std::vector<catalog::SharedEntry>> groups;
+        std::set<std::string> withBelow;
+        std::string failure;
+        const auto catalogue = catalog::Update::open(dir / "c.mdb", &failure, catalog::Update::reading);
+        catalogue->forEach([&](std::string_view key, const catalog::Value& value) {
+            const catalog::SharedPlace place = catalog::sharedPlace(key);
+            catalog::SharedEntry entry{place.port, place.rest, (value.flags & catalog::isInstead) != 0, {}};
+            for (std::size_t i = 0; i < value.pairCount; ++i)
+                entry.categories.push_back(value.pair(i).category);
+            groups[place.group].push_back(entry);
+            for (const std::string& above : place.above) {
+                withBelow.insert(above);
+                groups[above];
+            }
+        });
+        Contents all;
+        for (const auto& [key, entries] : groups)
+            all[key] = catalog::encodeGroup(entries, withBelow.count(key) != 0);
+        return all;
+    }
+    void writeRandomList(unsigned size) {
+        const auto upTo = [this](unsigned n) {
+            return std::uniform_int_distribution<unsigned>(0, n)(random);
+        };
+        std::string text;
+        for (unsigned i = 0; i < size; ++i) {
+            const std::string host = "h" + std::to_string(upTo(size / 4)) + ".example";
+            const std::string category = std::to_string(upTo(2)) + "|";
+            switch (upTo(5)) {
+                case 0:
+                    text += "@@||" + host + "^\n";
+                    break;
+                case 1:
+                    text += category + "10.0." + std::to_string(upTo(size / 9)) +
+                            (upTo(1) == 0 ? ".0/24\n" : ".1/x\n");
+                    break;
+                case 2:
+                case 3:
+                    text += category + host + (upTo(3) == 0 ? ":8080" : "") + (upTo(1) == 0 ? "/a" : "/b/c");
+                    text += upTo(2) == 0   ? "?q\n"
+                            : upTo(1) == 0 ? "\n"
+                                           : "/d" + std::to_string(upTo(3)) + "\n";
+                    break;
+                default:
+                    text += category + (upTo(1) == 0 ? "www." : "") + host + "\n";
+            }
+        }
+        write("list", text);
+    }
+
+    RedisServer redis;
+    std::unique_ptr<katcatalog::Store> store;
+    std::mt19937 random{std::random_device{}()};
+};
+
+TEST_F(PushTest, leavesWhatTheListsSayWhateverWasThere) {
+    store->ask({"SET", "other", "stays"});
+    for (int round = 0; round < 10; ++round) {
+        const Contents before = contents();
+        const std::string version = get(catalog::sharedMetaKey);
+        writeRandomList(round == 9 ? 0 : round % 3 == 0 ? 10000 : 100);
+        Contents expected = wanted("list");
+        expected["other"] = "stays";
+        store->ask({"RPUSH", "katd:hforeign", "a list"});
+        if (before.size() > 1) store->ask({"SET", before.begin()->first, "damaged"});
+        ASSERT_EQ(0, push("list")) << errors;
+        ASSERT_TRUE(expected == contents()) << round;
+        const std::string changed = get(catalog::sharedMetaKey);
+        ASSERT_FALSE(catalog::sharedVersion(changed).empty());
+        ASSERT_NE(version, changed);
+        ASSERT_EQ(0, push("--json list"));
+        ASSERT_THAT(output, HasSubstr("\"keys_added\": 0,\n  \"keys_changed\": "
+                                      "0,\n  \"keys_removed\": 0"));
+        ASSERT_EQ(changed, get(catalog::sharedMetaKey));
+    }
+}
+
+TEST_F(PushTest, theNextOneRepairsWhatACutOneLeft) {
+    const char* const longRun = std::getenv("KATD_TESTS_LONG");
+    const int rounds = longRun != nullptr && *longRun != '\0' ? 200 : 12;
+    writeRandomList(20000);
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(0, push("list"));
+    const std::chrono::duration<double> whole = std::chrono::steady_clock::now() - start;
+    for (int round = 0; round < rounds; ++round) {
+        writeRandomList(20000);
+        const bool killsStore = round % 4 == 3;
+        const double delay = std::uniform_real_distribution<>(whole.count() / 2, 1.1 * whole.count())(random);
+        const Contents before = contents();
+        const std::string version = get(catalog::sharedMetaKey);
+        std::thread end([&] {
+            if (!killsStore) return;
+            std::this_thread::sleep_for(std::chrono::duration<double>(delay));
+            redis.kill();
+        });
+        const int status = run((killsStore ? "" : "timeout -s KILL " + std::to_string(delay)) +
+                               " katcatalog push " + redis.address() + " list");
+        end.join();
+        if (killsStore) {
+            ASSERT_TRUE(status == 0 || (status == 3 && errors.find("store ") != errors.npos)) << errors;
+            redis.start();
+            connect();
+        }
+        store->ask({"DEL", catalog::sharedLockKey});  // as if half a minute had passed
+        const bool isTouched = contents() != before;
+        ASSERT_EQ(0, push("list")) << errors;
+        ASSERT_TRUE(wanted("list") == contents());
+        ASSERT_TRUE(!isTouched || version != get(catalog::sharedMetaKey));
+    }
+    // Cut between its last change and its end.
+    const std::string version = get(catalog::sharedMetaKey);
+    store->ask({"SET", catalog::sharedUnfinishedKey, "1"});
+    ASSERT_EQ(0, push("list"));
+    EXPECT_NE(version, get(catalog::sharedMetaKey));
+    EXPECT_TRUE(wanted("list") == contents());
+}
+
+TEST_F(PushTest, twoAtOnceDoNotMix) {
+    writeRandomList(10000);
+    store->ask({"SET", catalog::sharedLockKey, "cut", "PX", "700"});
+    EXPECT_EQ(0, push("list")) << errors;
+    store->ask({"SET", catalog::sharedLockKey, "without end"});
+    EXPECT_EQ(3, push("list"));
+    EXPECT_THAT(errors, HasSubstr("another push is under way"));
+    store->ask({"DEL", catalog::sharedLockKey});
+
+    store->lock();
+    store->change({{"SET", "katd:hexample", "1"}});
+    for (const char* const other : {"SET katd:pushing other", "DEL katd:pushing"}) {
+        ASSERT_EQ(0, run("redis-cli -s " + redis.socketPath() + " " + other));
+        EXPECT_THROW(store->change({{"SET", "katd:hexample", "2"}}), listreader::Failure) << other;
+        connect();
+        EXPECT_EQ("1", get("katd:hexample"));
+        store->ask({"DEL", catalog::sharedLockKey});
+        store->lock();
+    }
+    store->unlock({});
+
+    Contents states[2];
+    for (const char* const list : {"0=hosts", "1=hosts"}) {
+        run("seq -f h%g.example 20000 >hosts");
+        states[*list - '0'] = wanted(list);
+    }
+    for (int round = 0; round < 5; ++round) {
+        const std::string command = "katcatalog push -q " + redis.address();
+        run(command + " 0=hosts & " + command + " 1=hosts; first=$?; wait $!; echo $first $?");
+        ASSERT_THAT(output, testing::AnyOf("0 0\n", "0 3\n", "3 0\n"));
+        const Contents state = contents();
+        ASSERT_TRUE((state == states[0] && output != "0 3\n") || state == states[1] || output == "3 0\n")
+            << output;
+        ASSERT_TRUE(state == states[0] || state == states[1]);
+    }
+}
+
+TEST_F(PushTest, whatIsWrongWithTheStoreHasASentence) {
+    RedisServer locked({"--requirepass", "secret"});
+    write("list", "1|a.example\n");
+    write("password", "secret\n");
+    write("wrong", "public\n");
+    EXPECT_EQ(0, run("katcatalog push -q --password-file password " + locked.address() + " list")) << errors;
+    std::string secret = "redis://:secret@" + locked.socketPath();
+    EXPECT_EQ(0, run("katcatalog push " + secret + " list"));
+    EXPECT_EQ(output.npos, output.find("secret"));
+    const std::string settings = "redis-cli -s " + redis.socketPath() + " ";
+    const std::string here = "katcatalog push -q " + redis.address() + " list";
+    const std::tuple<std::string, int, const char*> rows[] = {
+        {"katcatalog push -q " + locked.address() + " list", 3, "NOAUTH"},
+        {"katcatalog push -q --password-file wrong " + locked.address() + " list", 3, "WRONGPASS"},
+        {"katcatalog push -q http://store.example list", 2, "the store's address is wrong"},
+        {"katcatalog push -q redis://a.example,b.example list", 2, "name one host"},
+        {"katcatalog push -q redis:///none list", 3, "store redis:///none: No such file or directory"},
+        {settings + "config set maxmemory 1; " + here, 3, "OOM command not allowed"},
+        {settings + "config set maxmemory 0; " + settings + "replicaof 127.0.0.1 1; " + here, 3, "READONLY"},
+        {settings + "replicaof no one; " + settings + "del katd:pushing; " + here, 0, ""},
+        {settings + "set katd:catalogue foreign; " + here, 3,
+         "the key katd:catalogue is not that of a catalogue"},
+        {settings + "del katd:catalogue; " + settings + "lpush katd:catalogue foreign; " + here, 3,
+         "WRONGTYPE"},
+    };
+    for (const auto& [line, status, error] : rows) {
+        EXPECT_EQ(status, run(line)) << line << errors;
+        EXPECT_THAT(errors, HasSubstr(error)) << line;
+    }
+}
+
+}  // namespace
+#endif
