@@ -62,6 +62,10 @@ bool parseArguments(int argc, const char* const* argv, Arguments* arguments, int
 
     tools::Command& sync = line.command("sync", "Make a catalogue say what the lists say, while it is used");
     sync.operand("CATALOG", &arguments->catalog, "The catalogue").required();
+    sync.number("--min-items", 1, 1000000000, &arguments->minItems, "Refuse lists with fewer entries");
+    sync.number("--max-shrink", 0, 100, &arguments->maxShrink,
+                "Refuse lists with N per cent fewer entries than the catalogue");
+    sync.flag("-n,--dry-run", &arguments->dryRun, "Say what would change, and change nothing");
     addReading(&sync, arguments, &category);
 
     tools::Command& push =

@@ -27,6 +27,9 @@ struct Arguments {
     bool json = false;
     bool allowSuffixes = false;
     bool compact = false;
+    bool dryRun = false;
+    std::uint64_t minItems = 0;
+    std::uint64_t maxShrink = 100;  // per cent
     std::uint64_t show = 10;
 };
 

@@ -105,6 +105,16 @@ void count(catalog::Sources* sources, const std::vector<Pair>& pairs, bool add) 
     }
 }
 
+void refuseTooFew(const Arguments& arguments, std::uint64_t before, std::uint64_t after) {
+    const std::string count = std::to_string(after) + " entries";
+    if (after < arguments.minItems)
+        throw Failure(listreader::wrong, count + ", fewer than " + std::to_string(arguments.minItems) + ": " +
+                                             arguments.catalog + " is unchanged (--min-items)");
+    if (after * 100 < before * (100 - arguments.maxShrink))
+        throw Failure(listreader::wrong, count + " instead of " + std::to_string(before) + ": " +
+                                             arguments.catalog + " is unchanged (--max-shrink)");
+}
+
 }  // namespace
 
 void import(const Arguments& arguments) {
@@ -286,6 +296,8 @@ void sync(const Arguments& arguments) {
             changes.push_back(take());
             ++added;
         }
+        refuseTooFew(arguments, update->header().entries, update->header().entries + added - removed);
+        if (arguments.dryRun) return;
         progress.begin("writing");
         // Remove first, so that the additions find free space.
         for (const Change& one : changes) {
@@ -300,7 +312,7 @@ void sync(const Arguments& arguments) {
         if (!changes.empty() || update->written() > 0) update->commit();
     });
     listreader::Progress::clear();
-    Summary summary(arguments, "in step with the lists");
+    Summary summary(arguments, arguments.dryRun ? "not changed (--dry-run)" : "in step with the lists");
     summary.reading(inputs.counts());
     summary.line("added", added, "entries added", true);
     summary.line("changed", changed, "entries changed", true);

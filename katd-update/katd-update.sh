@@ -1,27 +1,28 @@
 #!/bin/sh
-# Replaces katd's lists with newly fetched ones, unless something about the new ones looks wrong.
+# Brings the catalogue and katd's lists up to date with newly fetched lists, unless something about them looks wrong.
 set -fu
 umask 027
 PATH=/usr/sbin:/usr/bin:/sbin:/bin
 
 settings=/etc/default/katd-update
 lists=/var/lib/katd/lists
+catalog=$lists/catalog.mdb
 cache=/var/cache/katd-update # its folders fetched and built belong to the user katd-update
 
 usage() {
     cat << END
 Usage: katd-update [-f] [-n]
 
-Fetches block lists, builds katd's lists from them, and has katd load them. Neither list is
-replaced unless both have been built, checked as the user katd, and have not shrunk too much.
-The settings are in $settings; see katd-update(8).
+Fetches block lists and brings the catalogue and katd's own lists up to date with them. Nothing
+changes unless all could be read and have not shrunk too much. The settings are in
+$settings; see katd-update(8).
 
-  -f, --force    accept lists of any size
+  -f, --force    accept lists and a catalogue of any size
   -n, --dry-run  say what would change, and change nothing
   -h, --help     print this
   --version      print the version
 
-Exit status: 0 the lists are up to date; 1 an update failed, the old lists are still in use;
+Exit status: 0 all is up to date; 1 an update failed, what was in use still is;
 2 bad usage or settings; 3 the lists were replaced, but katd has not reloaded them.
 END
 }
@@ -50,11 +51,11 @@ for argument in "$@"; do
 done
 [ "$(id -u)" = 0 ] || fail "run this as root" 2
 
-FETCH='' DOMAINS='' URLS='' MIN_ITEMS=1 MAX_SHRINK=50
+FETCH='' CATALOG='' DOMAINS='' URLS='' MIN_ITEMS=1 MAX_SHRINK=50
 # shellcheck source=/dev/null
 [ ! -e "$settings" ] || . "$settings"
 [ -n "$FETCH" ] || fail "set FETCH in $settings to the command that fetches the block lists" 2
-[ -n "$DOMAINS$URLS" ] || fail "set DOMAINS or URLS in $settings to the arguments of katlist build" 2
+[ -n "$CATALOG$DOMAINS$URLS" ] || fail "set CATALOG, DOMAINS or URLS in $settings: what to build from the block lists" 2
 
 # as USER COMMAND...
 as() {
@@ -69,7 +70,7 @@ cd "$cache/fetched" || fail "create the folders: systemd-tmpfiles --create katd.
 exec 9< .
 flock -n 9 || fail "another katd-update is running"
 
-as katd-update bash -o pipefail -ec "$FETCH" 9<&- || fail "FETCH failed with status $?; the old lists stay"
+as katd-update bash -o pipefail -ec "$FETCH" 9<&- || fail "FETCH failed with status $?; nothing changes"
 
 limits="--min-items $MIN_ITEMS --max-shrink $MAX_SHRINK"
 [ -z "$force" ] || limits=
@@ -95,6 +96,14 @@ build() {
     return 1
 }
 
+# The catalogue changes in place, in one transaction. Only the group katd may enter its folder, and FETCH runs without
+# that group, so owning the file does not let FETCH write to it.
+update_catalog() {
+    chown katd-update "$catalog" || return
+    setpriv --reuid katd-update --regid katd --clear-groups --inh-caps=-all \
+        sh -c "exec katcatalog sync $limits ${dry_run:+--dry-run} $catalog $CATALOG" 9<&-
+}
+
 # install_new NAME: says what changes, and replaces the list.
 install_new() {
     old=$lists/$1.list
@@ -112,8 +121,9 @@ install_new() {
     [ -n "$dry_run" ] || mv "$new" "$old"
 }
 
-[ -z "$DOMAINS" ] || build domains "$DOMAINS" || fail "no new domains.list; the old lists stay"
-[ -z "$URLS" ] || build urls "$URLS" || fail "no new urls.list; the old lists stay"
+[ -z "$DOMAINS" ] || build domains "$DOMAINS" || fail "no new domains.list; nothing changes"
+[ -z "$URLS" ] || build urls "$URLS" || fail "no new urls.list; nothing changes"
+[ -z "$CATALOG" ] || update_catalog || fail "no update of the catalogue; nothing changes"
 
 work=$(mktemp -d) || exit 1
 trap 'rm -rf "$work" "$lists/domains.list.new" "$lists/urls.list.new"' EXIT

@@ -119,6 +119,11 @@ TEST_F(KatcatalogTest, syncMakesItSayWhatTheListsSay) {
     const std::string changed = " entries changed\n           ";
     EXPECT_THAT(output, HasSubstr("10 entries added\n           0" + changed + "1 entries removed"));
     EXPECT_EQ(everything, dump());
+    EXPECT_EQ(1, run("katcatalog sync --min-items 3 c.mdb 3=hosts"));
+    EXPECT_THAT(errors, HasSubstr("2 entries, fewer than 3: c.mdb is unchanged (--min-items)"));
+    EXPECT_EQ(1, run("katcatalog sync --max-shrink 79 c.mdb 3=hosts"));
+    EXPECT_EQ(0, run("katcatalog sync --max-shrink 80 --min-items 2 --dry-run c.mdb 3=hosts")) << errors;
+    EXPECT_THAT(output, HasSubstr("8 entries removed"));
     EXPECT_EQ(0, run("cp c.mdb before; katcatalog sync -q --map categories c.mdb lists large=hosts; cmp "
                      "c.mdb before"));
     write("hosts", "0.0.0.0 host.example below.ads.example\n");

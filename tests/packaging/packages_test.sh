@@ -68,9 +68,16 @@ asker@katc http://www.shop.example/ | grep 'known	$'@known
 root@umask 077 && printf 'shop.example\ngames.example\n' > /two && katcatalog import -o /var/lib/katd/lists/catalog.mdb 7=/two@2 entries
 asker@timeout 20 sh -c 'until katc http://www.shop.example/ | grep "known	7"; do sleep 0.1; done'@known	7
 root@stat -c '%a %U %G' /var/lib/katd/lists/catalog.mdb@640 root katd
+root@umask 077 && printf 'FETCH="cp /hosts ." CATALOG=9=hosts MAX_SHRINK=0' > /etc/default/katd-update && install -m 644 /two /hosts && echo toys.example >> /hosts@
+root@katd-update --dry-run@1 entries added
+root@katd-update@2 entries changed
+asker@katc http://www.toys.example/@known	9
+root@echo toys.example > /hosts && katd-update@!
+asker@katc http://www.shop.example/@known	9
+root@stat -c '%a %U %G' /var/lib/katd/lists/catalog.mdb@640 katd-update katd
 END
         stop_katd
-        rm "$system"/packages/katd-engine-catalog_*
+        rm "$system"/packages/katd-engine-catalog_* "$system/etc/default/katd-update"
     fi
     install '/packages/*.deb' # the stand-in in place of the catalogue
     echo "host news.engine.example 34" > "$system/rules"
