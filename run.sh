@@ -10,8 +10,8 @@ usage() {
     cat << 'END'
 Usage: ./run.sh [--once [--built FOLDER]]
 
-Builds katd and katc, makes a home directory for katd below build/, starts katd with the stand-in engine, asks the
-questions of demo/questions, and serves until Ctrl-C, with katd-http beside it for a browser.
+Builds katd and its tools, makes a home directory for katd below build/ with lists and a catalogue, starts katd with
+the catalogue engine, asks the questions of demo/questions, and serves until Ctrl-C, with katd-http for a browser.
 
   --once          ask the URLs of README.md too and end: status 0 if each answer was as expected, else 1
   --built FOLDER  use the programs of this build folder; katd's home is made there
@@ -39,7 +39,7 @@ case "$#:${1:-}:${2:-}" in
 esac
 home=${build:-build}/demo-home
 folder=${build:-build/run}
-katd_command=("$folder/daemon/katd")
+katd_command=(env "LD_LIBRARY_PATH=$folder/engine/catalog" "$folder/daemon/katd")
 katc_command=("$folder/client/katc")
 
 # A run that was killed could not stop its katd, which still holds the home directory.
@@ -62,15 +62,13 @@ trim() { sed -E 's/^[[:space:]]+//; s/[[:space:]]+$//' <<< "$1"; }
 
 # Prints katc's line for each question, and counts those that are not the expected ones in $problems.
 ask_questions() {
-    local option url answer categories reason line expected arguments
-    while IFS='|' read -r option url answer categories reason; do
-        [[ -n $option && $option != \#* ]] || continue
+    local url categories reason line expected
+    while IFS='|' read -r url categories reason; do
+        [[ $url != \#* ]] || continue
         url=$(trim "$url")
-        expected="$url"$'\t'"$(trim "$answer")"$'\t'"$(trim "$categories")"
-        arguments=()
-        [[ $(trim "$option") == - ]] || arguments=("$(trim "$option")")
+        expected="$url"$'\tknown\t'"$(trim "$categories")"
         printf '\n# %s\n' "$(trim "$reason")"
-        line=$(katc "${arguments[@]}" -- "$url" < /dev/null) || true
+        line=$(katc -- "$url" < /dev/null) || true
         printf '%s\n' "$line"
         [[ $line == "$expected" ]] || problem "expected: $expected"
     done < demo/questions
@@ -79,11 +77,11 @@ ask_questions() {
 # The commands and answers that README.md shows, against the programs.
 check_readme() {
     local expected actual
-    expected=$(sed -n '/^    http.*known/,/^$/s/^    //p' README.md)
-    actual=$(sed -n '/^    .*example/s#build/run/client/katc#katc#p' README.md |
-        while read -r command; do eval "$command" < /dev/null; done) || true
+    expected=$(sed -n '/^    http/,/^$/s/^    //p' README.md)
+    actual=$(sed -n "/^    .*example/s#build/run/#$folder/#p" README.md | sed "s#build/demo-home#$home#" |
+        while read -r command; do KATD_DIR=$home bash -c "$command" < /dev/null; done) || true
     [[ -n $expected && $actual == "$expected" ]] ||
-        problem "README.md shows other answers than katc gives: $(diff <(echo "$expected") <(echo "$actual"))"
+        problem "README.md shows other answers than the programs give: $(diff <(echo "$expected") <(echo "$actual"))"
 }
 
 mkdir -p build
@@ -98,6 +96,9 @@ fi
 say "Making katd's home directory $home"
 rm -rf "$home"
 make_home "$home"
+[[ -e $folder/engine/catalog/libasapsdk.so ]] || fail "this build has no catalogue engine: liblmdb-dev was missing"
+say "Making its catalogue from demo/blocklists"
+"$folder/katcatalog/katcatalog" import --map demo/categories -o "$home/data/catalog.mdb" demo/blocklists
 say "Starting katd"
 start_katd "$home"
 
@@ -122,8 +123,9 @@ fi
 
 say "Serving until Ctrl-C. From another terminal:"
 cat << END
-KATD_DIR=$PWD/$home $PWD/$folder/client/katc www.harbour-gazette.example
-The engine answers from $home/rules, the log is $home/log/katd.log.
+KATD_DIR=$PWD/$home $PWD/$folder/client/katc www.banner-farm.example
+$PWD/$folder/katcatalog/katcatalog find $PWD/$home/data/catalog.mdb www.banner-farm.example
+katd's own lists are in $home/lists, its log is $home/log/katd.log.
 END
 [[ -z $address ]] || echo "In a browser: $address"
 status=0

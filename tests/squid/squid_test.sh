@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Debian's squid with its own squid.conf and the configurations of docs/squid.md, asked from its own machine and from its
 # LAN, while lists change and katd goes and comes back. Needs root, for namespaces. Usage: squid_test.sh KATD KATC
+# [KATCATALOG ENGINE]: the last is the library of the catalogue engine.
 set -euo pipefail
 # shellcheck source=scripts/lib.sh
 . "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
@@ -110,6 +111,21 @@ for edit in "" 's/ concurrency=64//; s/ --concurrency//'; do
     expect "000 302 " ads.example:443 -p
     stop_squid
 done
+
+# By the catalogue, what is below an entry is refused too, and a change applies at once.
+if (($# > 2)); then
+    stop_katd
+    katd_command=(env "LD_LIBRARY_PATH=${4%/*}" "$1")
+    echo shop.example | "$3" import --quiet --category 44 -o /run/home/data/catalog.mdb -
+    start_katd /run/home
+    start_squid 10-katd.conf "external_acl_type katd_block" '/^deny_info/d'
+    expect "403 000 " www.shop.example
+    expect "000 403 " a.b.Shop.example.:443 -p
+    expect "200 000 " games.example
+    echo example | "$3" update --quiet --allow-suffixes --category 34 /run/home/data/catalog.mdb -
+    expect "403 000 " games.example
+    stop_squid
+fi
 
 # A helper that was configured otherwise than squid refuses, and does not bring squid down.
 start_squid 10-katd.conf "external_acl_type katd_block" 's/ --concurrency//; /^deny_info/d'
