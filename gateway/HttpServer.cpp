@@ -1,16 +1,20 @@
 #include "HttpServer.h"
 
 #include <poll.h>
+#include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <condition_variable>
+#include <cstring>
 #include <mutex>
 #include <set>
+#include <string_view>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 namespace gateway {
 
@@ -29,9 +33,15 @@ bool waitFor(int socket, short events, Clock::time_point deadline) {
     }
 }
 
+// httplib refuses longer lines of a head.
+constexpr std::size_t longLine = 8000;
+
 // The stream that httplib reads and writes. Buffered in both directions, because httplib reads single bytes
 // and writes headers and body separately. Each request has a deadline as a whole, so trickled bytes do not
 // extend it.
+//
+// Long lines of the head are kept from httplib, and put into the request when it has parsed the rest. The
+// values of headers are put in again too, because httplib decodes their percent escapes.
 class BufferedStream : public httplib::Stream {
 public:
     BufferedStream(int socket, const HttpLimits& limits) : socket_(socket), limits_(limits) {}
@@ -41,10 +51,47 @@ public:
         if (position_ == size_ && !fill(deadline)) return false;
         deadline_ = Clock::now() + limits_.request;
         headLeft_ = limits_.headBytes;
+        refusal_ = 0;
+        lineSent_ = 0;
+        for (std::string* text : {&line_, &target_, &headers_})
+            text->clear();
+        isInHead_ = isFirstLine_ = true;
+        isAltered_ = false;
         return true;
     }
-    // Call after the headers have been read: the body, which httplib limits, follows.
-    void endHead() { headLeft_ = ~std::size_t{0}; }
+    // Makes the request, which httplib has parsed, what the client sent.
+    void restore(httplib::Request* request) const {
+        if (!target_.empty()) {
+            const std::size_t query = std::min(target_.find('?'), target_.size());
+            request->target = target_;
+            request->path = httplib::detail::decode_url(target_.substr(0, query), false);
+            request->params.clear();
+            if (query < target_.size())
+                httplib::detail::parse_query_text(target_.substr(query + 1), request->params);
+        }
+        if (!isAltered_) return;
+        request->headers.clear();
+        for (std::size_t begin = 0, end; begin < headers_.size(); begin = end + 1) {
+            end = headers_.find('\n', begin);
+            const std::string_view line(headers_.data() + begin, end - begin);
+            const std::size_t colon = line.find(':');
+            const std::size_t value = line.find_first_not_of(" \t\r", colon + 1);
+            if (colon == line.npos || line.back() != '\r') continue;
+            const std::size_t last = line.find_last_not_of(" \t\r");
+            request->headers.emplace(line.substr(0, colon),
+                                     value == line.npos ? "" : line.substr(value, last + 1 - value));
+        }
+    }
+    // The status of a head that is too long: 414 or 431; else 0.
+    int refusal() const { return refusal_; }
+    // Sends this instead of what httplib wrote, and reads what the client still sends: it might otherwise be
+    // told of a lost connection before it reads the reply.
+    void refuse(const std::string& reply) {
+        output_ = reply;
+        if (!flush() || shutdown(socket_, SHUT_WR) != 0) return;
+        for (std::size_t left = mostDrained; left >= sizeof buffer_ && fill(deadline_);)
+            left -= sizeof buffer_;
+    }
     bool flush() {
         // httplib sends a length with this status, which HTTP forbids (RFC 9110, 8.6).
         constexpr char noContent[] = "HTTP/1.1 204";
@@ -76,18 +123,22 @@ public:
     bool is_readable() const override { return position_ < size_ || waitFor(socket_, POLLIN, deadline_); }
     bool is_writable() const override { return true; }
     ssize_t read(char* to, size_t size) override {
-        if (position_ == size_ && !fill(deadline_)) {
-            isBroken_ = true;
-            return atEnd_ ? 0 : -1;
+        const char* from = line_.data() + lineSent_;
+        std::size_t ready = line_.size() - lineSent_;
+        if (ready == 0 && isInHead_) {
+            if (!readLine()) return broken();
+            from = line_.data();
+            ready = line_.size();
         }
-        size = std::min({size, size_ - position_, headLeft_});
-        if (size == 0) {
-            isBroken_ = true;
-            return -1;
+        const bool isLine = ready > 0;
+        if (!isLine) {
+            if (position_ == size_ && !fill(deadline_)) return broken();
+            from = buffer_ + position_;
+            ready = size_ - position_;
         }
-        std::copy_n(buffer_ + position_, size, to);
-        position_ += size;
-        headLeft_ -= size;
+        size = std::min(size, ready);
+        std::copy_n(from, size, to);
+        (isLine ? lineSent_ : position_) += size;
         return static_cast<ssize_t>(size);
     }
     ssize_t write(const char* from, size_t size) override {
@@ -105,6 +156,63 @@ public:
     socket_t socket() const override { return socket_; }
 
 private:
+    static constexpr std::size_t mostDrained = 1 << 20;
+
+    ssize_t broken() {
+        isBroken_ = true;
+        return atEnd_ && refusal_ == 0 ? 0 : -1;
+    }
+    // Reads the next line of the head that httplib gets into line_.
+    bool readLine() {
+        lineSent_ = 0;
+        do {
+            line_.clear();
+            const bool isFirst = std::exchange(isFirstLine_, false);
+            if (!takeLine()) {
+                if (headLeft_ == 0) refusal_ = isFirst ? 414 : 431;
+                return false;
+            }
+            if (isFirst) {
+                shortenRequestLine();
+                continue;
+            }
+            isInHead_ = line_ != "\r\n";
+            const bool isLong = line_.size() > longLine && !isFraming();
+            isAltered_ = isAltered_ || isLong || line_.find('%') != line_.npos;
+            if (isInHead_) headers_ += line_;
+            if (isLong) line_.clear();
+        } while (line_.empty());
+        return true;
+    }
+    bool takeLine() {
+        for (;;) {
+            if (headLeft_ == 0 || (position_ == size_ && !fill(deadline_))) return false;
+            const std::size_t most = std::min(size_ - position_, headLeft_);
+            const auto* const end = static_cast<const char*>(std::memchr(buffer_ + position_, '\n', most));
+            const std::size_t taken =
+                end == nullptr ? most : static_cast<std::size_t>(end - buffer_) + 1 - position_;
+            line_.append(buffer_ + position_, taken);
+            position_ += taken;
+            headLeft_ -= taken;
+            if (end != nullptr) return true;
+        }
+    }
+    void shortenRequestLine() {
+        const std::size_t begin = line_.find(' ') + 1;
+        const std::size_t end = line_.rfind(' ');
+        if (line_.size() <= longLine || begin >= end || end == line_.npos || line_[begin] != '/') return;
+        target_ = line_.substr(begin, end - begin);
+        if (target_.find(' ') == target_.npos)
+            line_.replace(begin, end - begin, "/");
+        else
+            target_.clear();
+    }
+    // httplib needs these to find the end of the request, and refuses them if they are long.
+    bool isFraming() const {
+        const std::string name = line_.substr(0, line_.find(':'));
+        return strcasecmp(name.c_str(), "Content-Length") == 0 ||
+               strcasecmp(name.c_str(), "Transfer-Encoding") == 0;
+    }
     bool fill(Clock::time_point deadline) {
         for (;;) {
             const ssize_t size = recv(socket_, buffer_, sizeof buffer_, MSG_DONTWAIT);
@@ -126,6 +234,14 @@ private:
     std::size_t position_ = 0;  // offset in buffer_ of the first unread byte
     std::size_t size_ = 0;
     std::size_t headLeft_ = 0;
+    std::string line_;  // of the head, for httplib
+    std::size_t lineSent_ = 0;
+    std::string target_;   // of a long request line; else empty
+    std::string headers_;  // their lines as they were sent
+    bool isInHead_ = false;
+    bool isFirstLine_ = false;
+    bool isAltered_ = false;  // httplib does not get the headers as they were sent
+    int refusal_ = 0;
     bool atEnd_ = false;
     bool isBroken_ = false;
     std::string output_;
@@ -145,7 +261,6 @@ public:
         set_keep_alive_timeout(std::chrono::duration_cast<std::chrono::seconds>(limits.idle).count());
         set_keep_alive_max_count(1000000);
         set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
-            current_->endHead();
             const std::size_t lengths = request.get_header_value_count("Content-Length");
             const std::size_t encodings = request.get_header_value_count("Transfer-Encoding");
             // Request smuggling: a front server may see a different length in such a request.
@@ -176,11 +291,12 @@ public:
     // Serves a connection until it ends.
     void serve(int socket, const HttpLimits& limits, const std::atomic<bool>& isStopping) {
         BufferedStream stream(socket, limits);
-        current_ = &stream;
         while (!isStopping && stream.awaitRequest(Clock::now() + limits.idle)) {
             bool isClosed = false;
             mustClose_ = false;
-            const bool served = process_request(stream, isStopping, isClosed, [](httplib::Request&) {});
+            const bool served = process_request(stream, isStopping, isClosed,
+                                                [&](httplib::Request& request) { stream.restore(&request); });
+            if (const int status = stream.refusal()) return stream.refuse(rawRefusal(status));
             if (!stream.flush() || !served || isClosed || mustClose_ || stream.isBroken()) break;
         }
     }
@@ -193,6 +309,8 @@ private:
                 return "the body is too long";
             case 414:
                 return "the address is too long: POST long URLs to /v1/categories";
+            case 431:
+                return "the headers are too long";
             case 416:
                 return "the range is not available";
             default:
@@ -204,12 +322,19 @@ private:
         response.set_content("{\"error\":\"" + reason + "\"}\n", json);
     }
 
+    // For a head that httplib did not get to its end.
+    static std::string rawRefusal(int status) {
+        const std::string body = std::string("{\"error\":\"") + reasonOf(status) + "\"}\n";
+        return "HTTP/1.1 " + std::to_string(status) +
+               (status == 414 ? " URI Too Long" : " Request Header Fields Too Large") +
+               "\r\nConnection: close\r\nContent-Type: " + json +
+               "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+    }
+
     const Handler handler_;
-    static thread_local BufferedStream* current_;
     static thread_local bool mustClose_;  // close the connection after this reply
 };
 
-thread_local BufferedStream* HttpServer::Protocol::current_ = nullptr;
 thread_local bool HttpServer::Protocol::mustClose_ = false;
 
 // The sockets of the connections, each served by a detached thread.

@@ -101,8 +101,8 @@ std::string lookUpHtml(const LookUp& lookUp) {
     std::string html =
         "<form action=\"/\" method=\"get\" role=\"search\">\n"
         "<input type=\"text\" name=\"url\" aria-label=\"URL\" placeholder=\"https://www.example.org/page\" "
-        "maxlength=\"4000\" autocomplete=\"off\" autocapitalize=\"none\" spellcheck=\"false\" value=\"" +
-        escaped(lookUp.url.substr(0, 4000)) + "\" autofocus>\n<button>Look up</button>\n</form>\n";
+        "maxlength=\"20000\" autocomplete=\"off\" autocapitalize=\"none\" spellcheck=\"false\" value=\"" +
+        escaped(lookUp.url) + "\" autofocus>\n<button>Look up</button>\n</form>\n";
     if (lookUp.url.empty()) return html;
     html += "<section class=\"card\">\n";
     if (!lookUp.problem.empty()) {
@@ -115,7 +115,7 @@ std::string lookUpHtml(const LookUp& lookUp) {
             list = lookUp.isKnown ? "none: katd knows that the URL has no category"
                                   : "unknown: katd has no certain answer now";
         html += "<dl>\n" + row("URL", "<code>" + shownUrl(lookUp.url) + "</code>") +
-                row("Categories", "<strong>" + list + "</strong>") + "</dl>\n";
+                row("Categories", "<strong>" + list + "</strong>") + lookUp.explanation + "</dl>\n";
     }
     return html + "</section>\n";
 }
