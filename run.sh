@@ -113,7 +113,8 @@ fi
 # katd-http is left out where its libraries are missing.
 address=
 if [[ -x $folder/gateway/katd-http ]]; then
-    KATD_DIR=$home "$folder/gateway/katd-http" > "$home/http.output" 2>&1 < /dev/null 9>&- &
+    # It runs katc for the administrator's page.
+    PATH=$PWD/$folder/client:$PWD/$folder/katcatalog:$PATH KATD_DIR=$home "$folder/gateway/katd-http" > "$home/http.output" 2>&1 < /dev/null 9>&- &
     at_exit kill "$!"
     http_is_listening() { grep -q '^katd-http: listening' "$home/http.output"; }
     wait_until 5 http_is_listening || true

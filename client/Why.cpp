@@ -1,13 +1,12 @@
 #include "Why.h"
 
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -16,6 +15,7 @@
 #include "ResultPrinter.h"
 #include "engine/catalog/Settings.h"
 #include "tools/CategoryNames.h"
+#include "tools/Child.h"
 #include "tools/ListLookUp.h"
 #include "tools/Options.h"
 
@@ -25,10 +25,11 @@ namespace {
 
 using KATD_SPACE::ConfReader;
 using KATD_SPACE::IniUtils;
+using Json = nlohmann::ordered_json;
 
 constexpr const char* serviceHome = "/var/lib/katd";
 
-constexpr const char* usage = "Usage: katc why [--categories FILE] [--] URL...\n";
+constexpr const char* usage = "Usage: katc why [--categories FILE] [--json] [--] URL...\n";
 constexpr const char* footer =
     "Looks each URL up in the list files that katd's settings name, as katd does: the\n"
     "settings are in KATD_DIR or, without that variable, in /var/lib/katd. For a URL that\n"
@@ -59,31 +60,60 @@ void reportRefused(const std::string& path, bool loaded) {
         report("katd refuses " + path + ": katlist check " + path + " explains why");
 }
 
-// Whether the engine is the catalogue engine cannot be seen from here.
-void askCatalog(const std::string& url) {
+// What katcatalog says of the URL. False with the reason in *problem. Whether the engine is the catalogue
+// engine cannot be seen from here.
+bool askCatalog(const std::string& url, bool asJson, std::string* path, std::string* output,
+                std::string* problem) {
     engine::Settings settings;
+    if (!engine::Settings::load(&settings, problem)) return false;
+    *path = settings.catalog;
+    if (access(path->c_str(), R_OK) != 0) {
+        *problem = std::strerror(errno);
+        return false;
+    }
+    std::vector<std::string> words = {"katcatalog", "find", *path, "--", url};
+    if (asJson) words.insert(words.begin() + 2, "--json");
+    return tools::runChild(words, std::nullopt, output, problem);
+}
+
+void printCatalog(const std::string& url) {
+    std::string path;
+    std::string output;
     std::string problem;
-    if (!engine::Settings::load(&settings, &problem)) {
-        std::printf("  catalogue     %s\n", problem.c_str());
-        return;
+    askCatalog(url, false, &path, &output, &problem);
+    if (!path.empty() && !problem.empty()) path += ": ";
+    std::printf("  catalogue     %s\n%s", (path + problem).c_str(), output.c_str());
+}
+
+Json catalogJson(const std::string& url) {
+    std::string path;
+    std::string output;
+    std::string problem;
+    Json json = Json::object();
+    if (askCatalog(url, true, &path, &output, &problem)) {
+        json = Json::parse(output, nullptr, false);
+        if (!json.is_object()) json = {{"error", "katcatalog could not read it"}};
+    } else {
+        json["error"] = problem;
     }
-    const std::string& path = settings.catalog;
-    if (access(path.c_str(), R_OK) != 0) {
-        std::printf("  catalogue     %s: %s\n", path.c_str(), std::strerror(errno));
-        return;
+    json["catalog"] = path;
+    return json;
+}
+
+void printJson(const std::string& url, const tools::ListAnswer& answer, const tools::CategoryNames& names) {
+    Json json = {{"url", url}};
+    if (answer.key) json["looked_up"] = *answer.key;
+    if (answer.file.empty()) {
+        json["catalog"] = catalogJson(url);
+    } else {
+        const unsigned category = answer.category & tools::CategoryNames::katdHighest;
+        json["category"] = category;
+        if (const std::string& name = names.nameOf(category); !name.empty()) json["name"] = name;
+        json["item"] = answer.item;
+        json["match"] = answer.isPrefix ? "prefix" : "host";
+        json["list"] = answer.file;
     }
-    std::printf("  catalogue     %s\n", path.c_str());
-    std::fflush(stdout);
-    const char* const words[] = {"katcatalog", "find", path.c_str(), "--", url.c_str(), nullptr};
-    pid_t child = 0;
-    const int error =
-        posix_spawnp(&child, words[0], nullptr, nullptr, const_cast<char* const*>(words), environ);
-    if (error != 0) {
-        report(std::string("cannot run katcatalog: ") + std::strerror(error));
-        return;
-    }
-    while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
-    }
+    std::printf("%s\n", json.dump(-1, ' ', false, Json::error_handler_t::replace).c_str());
 }
 
 }  // namespace
@@ -95,6 +125,8 @@ ExitStatus whyMain(int argc, const char* const* argv) {
     line.setUsage(usage);
     line.setFooter(footer);
     line.text("--categories", "FILE", &namesFile, "Names of categories: a file of lines name = number");
+    bool asJson = false;
+    line.flag("--json", &asJson, "Print one JSON object a URL");
     line.operands("", &urls, "");
     line.check([&] {
         if (urls.empty()) throw tools::UsageError("no URL is given");
@@ -123,14 +155,17 @@ ExitStatus whyMain(int argc, const char* const* argv) {
     if (!listPath(&settings, home, "urls_list_path", &urlsFile) ||
         !listPath(&settings, home, "domains_list_path", &domainsFile))
         return unanswered;
-    const tools::ListLookUp lists(urlsFile, domainsFile);
+    tools::ListLookUp lists(urlsFile, domainsFile, tools::ListLookUp::Lists::scanned);
     reportRefused(urlsFile, lists.hasUrls());
     reportRefused(domainsFile, lists.hasDomains());
     for (const std::string& url : urls) {
-        std::string text;
-        const bool isListed = lists.explain(url, names, &text);
-        std::fwrite(text.data(), 1, text.size(), stdout);
-        if (!isListed) askCatalog(url);
+        const tools::ListAnswer answer = lists.find(url);
+        if (asJson) {
+            printJson(url, answer, names);
+            continue;
+        }
+        std::printf("%s", lists.text(url, answer, names).c_str());
+        if (answer.file.empty()) printCatalog(url);
     }
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return answered;
     report(std::string("cannot write to standard output (") + std::strerror(errno) + ")");

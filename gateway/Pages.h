@@ -33,6 +33,7 @@ struct LookUp {
     std::string problem;  // a sentence; empty: there is an answer
     bool isKnown = false;
     std::vector<std::string> categories;  // numbers, with their names
+    std::string explanation;              // HTML, rows of a <dl>: how katd comes to the answer
 };
 
 Page administratorPage(const LookUp& lookUp, const std::vector<History::Minute>& minutes,

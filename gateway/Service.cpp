@@ -282,6 +282,7 @@ void Service::administrator(const httplib::Request& request, httplib::Response& 
         } else if (answer.status != KATCLIENT_OK) {
             lookUp.problem = katclient_status_text(answer.status);
         }
+        if (!asked.empty()) lookUp.explanation = explanationHtml(explainer_.ask(asked), answer, now->names);
         lookUp.isKnown = answer.known != 0;
         for (unsigned i = 0; i < answer.count; ++i) {
             const std::string& name = now->names.nameOf(answer.categories[i]);

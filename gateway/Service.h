@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Explanation.h"
 #include "History.h"
 #include "KatdPool.h"
 #include "Metrics.h"
@@ -53,6 +54,7 @@ private:
     KatdPool pool_;
     Metrics metrics_;
     History history_;
+    Explainer explainer_;
     const std::string katdLog_;
     mutable std::mutex mutex_;
     RulesPointer rules_;                                 // guarded by mutex_

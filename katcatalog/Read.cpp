@@ -27,10 +27,14 @@ class Names {
 public:
     explicit Names(Update* update) : sources_(update->sources()), categories_(update->categoryNames()) {}
 
-    std::string category(unsigned number) const {
+    // Empty if it has none.
+    std::string name(unsigned number) const {
         const auto place = categories_.find(static_cast<std::uint16_t>(number));
-        return std::to_string(number) +
-               (place == categories_.end() ? "" : " (" + printable(place->second) + ")");
+        return place == categories_.end() ? std::string() : place->second;
+    }
+    std::string category(unsigned number) const {
+        const std::string itsName = name(number);
+        return std::to_string(number) + (itsName.empty() ? "" : " (" + printable(itsName) + ")");
     }
     const catalog::Source& source(std::uint16_t number) const {
         static const catalog::Source none{"unknown list", 0, 0};
@@ -137,8 +141,11 @@ private:
             for (std::size_t n = 0; n < found.pairCount; ++n) {
                 const Pair pair = found.pairs[n];
                 const catalog::Source& source = names_.source(pair.source);
-                entry["categories"].push_back(
-                    {{"category", pair.category}, {"list", source.name}, {"lines", source.lines}});
+                nlohmann::ordered_json category{
+                    {"category", pair.category}, {"list", source.name}, {"lines", source.lines}};
+                if (const std::string itsName = names_.name(pair.category); !itsName.empty())
+                    category["name"] = itsName;
+                entry["categories"].push_back(category);
                 table += "    category    " + names_.category(pair.category) + ", from " +
                          printable(source.name) + " (" + std::to_string(source.lines) + " lines)\n";
                 if (!ended && std::find(answer.begin(), answer.end(), pair.category) == answer.end())

@@ -19,7 +19,7 @@ public:
             if (!path->empty()) LineFile(*path, LineFile::Source::listFile).next();
         }
         if (!options.categories.empty()) listreader::readNames(options.categories, &names_);
-        lists_.emplace(options.urlsFile, options.domainsFile);
+        lists_.emplace(options.urlsFile, options.domainsFile, tools::ListLookUp::Lists::loaded);
         require(options.urlsFile, lists_->hasUrls());
         require(options.domainsFile, lists_->hasDomains());
     }
@@ -40,8 +40,9 @@ private:
 };
 
 void Finder::ask(const std::string& url) {
-    std::string text;
-    foundAll_ = lists_->explain(url, names_, &text) && foundAll_;
+    const tools::ListAnswer answer = lists_->find(url);
+    foundAll_ = foundAll_ && !answer.file.empty();
+    const std::string text = lists_->text(url, answer, names_);
     std::fwrite(text.data(), 1, text.size(), stdout);
 }
 

@@ -2,23 +2,26 @@
 
 #include <cstring>
 
+#include "UrlContainer/NormalUrl.h"
 #include "tools/Text.h"
 
 namespace tools {
+
+using KATD_SPACE::StringList;
 
 namespace {
 
 constexpr std::uint32_t noCategory = static_cast<std::uint32_t>(-1);  // a miss
 constexpr std::uint32_t highest = CategoryNames::katdHighest;
 
-std::string answerText(const char* item, std::uint32_t category, const char* relation,
-                       const std::string& file, const CategoryNames& names) {
-    std::string number = std::to_string(category);
-    if (category > highest)
-        number = std::to_string(category & highest) + " (of " + number + ", which no reply can hold)";
-    const std::string& name = names.nameOf(category & highest);
+std::string answerText(const ListAnswer& answer, const CategoryNames& names) {
+    std::string number = std::to_string(answer.category);
+    if (answer.category > highest)
+        number = std::to_string(answer.category & highest) + " (of " + number + ", which no reply can hold)";
+    const std::string& name = names.nameOf(answer.category & highest);
     if (!name.empty()) number += " (" + printable(name) + ")";
-    return "category " + number + ": " + relation + " [" + printable(item) + "] of " + file;
+    return "category " + number + ": " + (answer.isPrefix ? "the URL begins with" : "its host is") + " [" +
+           printable(answer.item) + "] of " + answer.file;
 }
 
 const char* pathOf(const std::string& path) {
@@ -27,37 +30,58 @@ const char* pathOf(const std::string& path) {
 
 }  // namespace
 
-ListLookUp::ListLookUp(const std::string& urlsFile, const std::string& domainsFile)
+ListLookUp::ListLookUp(const std::string& urlsFile, const std::string& domainsFile, Lists lists)
     : urlsFile_(urlsFile), domainsFile_(domainsFile) {
-    container_.load(pathOf(urlsFile_), pathOf(domainsFile_));
+    if (lists == Lists::loaded) {
+        container_.load(pathOf(urlsFile_), pathOf(domainsFile_));
+    } else {
+        urlScan_.emplace(urlsFile);
+        domainScan_.emplace(domainsFile);
+        narrow("");
+    }
 }
 
-bool ListLookUp::explain(const std::string& url, const CategoryNames& names, std::string* text) const {
+// Reduces the container to the items that the searches for the key and its host end at.
+void ListLookUp::narrow(const std::string& key) {
+    urlScan_->search(StringList::cmp_sw, key.c_str(), &container_.urlList);
+    domainScan_->search(StringList::cmp, key.substr(0, key.find('/')).c_str(), &container_.domainList);
+    container_.loaded = hasUrls() || hasDomains();
+}
+
+ListAnswer ListLookUp::find(const std::string& url) {
+    ListAnswer answer;
     std::string key = url;
+    if (urlScan_) {
+        KATD_SPACE::normalise(url.c_str(), url.size(), key.data(), hasUrls());
+        narrow(key.c_str());
+        key = url;
+    }
     std::uint32_t category = noCategory;
-    *text += printable(url) + "\n";
-    if (container_.getUrlCategory(key.data(), &category)) {
-        key.resize(std::strlen(key.c_str()));  // katd normalises in place
-        *text += "  looked up as  " + printable(key) + "\n";
-    }
-    *text += "  answer        ";
-    if (category == noCategory) {
-        const char* const where = hasUrls() && hasDomains()   ? "it is in neither list"
-                                  : hasUrls() || hasDomains() ? "it is not in the list"
-                                                              : "there are no lists";
-        *text += std::string("none: ") + where + ", katd would ask the engine\n";
-        return false;
-    }
+    if (!container_.getUrlCategory(key.data(), &category)) return answer;
+    key.resize(std::strlen(key.c_str()));  // katd normalises in place
+    answer.key = key;
+    if (category == noCategory) return answer;
     // Search each list as the container does, to see which one gave the answer.
+    answer.category = category;
     std::uint32_t itsCategory = noCategory;
     const char* item = container_.urlList.find_sw(key.c_str(), &itsCategory);
-    if (item != nullptr && itsCategory == category) {
-        *text += answerText(item, category, "the URL begins with", urlsFile_, names) + "\n";
-    } else {
-        item = container_.domainList.find(key.substr(0, key.find('/')).c_str(), &itsCategory);
-        *text += answerText(item == nullptr ? "" : item, category, "its host is", domainsFile_, names) + "\n";
-    }
-    return true;
+    answer.isPrefix = item != nullptr && itsCategory == category;
+    if (!answer.isPrefix) item = container_.domainList.find(key.substr(0, key.find('/')).c_str(), nullptr);
+    answer.item = item == nullptr ? "" : item;
+    answer.file = answer.isPrefix ? urlsFile_ : domainsFile_;
+    return answer;
+}
+
+std::string ListLookUp::text(const std::string& url, const ListAnswer& answer,
+                             const CategoryNames& names) const {
+    std::string text = printable(url) + "\n";
+    if (answer.key) text += "  looked up as  " + printable(*answer.key) + "\n";
+    text += "  answer        ";
+    if (!answer.file.empty()) return text + answerText(answer, names) + "\n";
+    const char* const where = hasUrls() && hasDomains()   ? "it is in neither list"
+                              : hasUrls() || hasDomains() ? "it is not in the list"
+                                                          : "there are no lists";
+    return text + "none: " + where + ", katd would ask the engine\n";
 }
 
 }  // namespace tools

@@ -104,10 +104,15 @@ TEST_F(KatcTest, Answers) {
         {"PATH=why:$PATH; KATD_DIR=why katc why -- -x", 0,
          "-x\n  looked up as  -x\n  answer        none: it is in neither list, katd would ask the engine\n"
          "  catalogue     why/data/catalog.mdb\nfind why/data/catalog.mdb -- -x\n", "", ""},
+        {"PATH=why:$PATH; KATD_DIR=why katc why --json --categories names HTTP://ads.example/%61/b -- -x", 0,
+         "{\"url\":\"HTTP://ads.example/%61/b\",\"looked_up\":\"ads.example/a/b\",\"category\":12,\"name\":\"a\\\"b\\\\c\","
+         "\"item\":\"ads.example/a\",\"match\":\"prefix\",\"list\":\"why/urls\"}\n"
+         "{\"url\":\"-x\",\"looked_up\":\"-x\",\"catalog\":{\"words\":\"find --json why/data/catalog.mdb -- -x\","
+         "\"catalog\":\"why/data/catalog.mdb\"}}\n", "", ""},
         {"KATD_DIR=empty katc why a", 0, "a\n  answer        none: there are no lists, katd would ask the engine\n"
          "  catalogue     empty/data/catalog.mdb: No such file or directory\n", "", ""},
-        {"cp -r why why2; echo '1 2 3' >why2/urls; KATD_DIR=why2 katc why ads.example | tail -n 1", 0,
-         "  catalogue     why2/data/catalog.mdb\n", "katd refuses why2/urls", ""},
+        {"cp -r why why2; echo '1 2 3' >why2/urls; PATH=why:$PATH; KATD_DIR=why2 katc why ads.example | tail -n 1", 0,
+         "find why2/data/catalog.mdb -- ads.example\n", "katd refuses why2/urls", ""},
         {"cp -r why why3; ln -sf urls why3/urls; KATD_DIR=why3 katc why ads.example", 1, "", "cannot read why3/urls", ""},
         {"katc why --categories names", 2, "", "katc why: no URL is given", ""},
         {"KATD_DIR=conf katc why a", 2, "", "cannot open conf/conf/katd.ini", ""},
@@ -172,7 +177,7 @@ TEST_F(KatcTest, Answers) {
     write("why/urls", "1|14\n012|ads.example/a\n");
     write("why/domains", "1|14\n044|multi.example\n");
     write("why/data/catalog.mdb", "");
-    write("why/katcatalog", "#!/bin/sh\necho \"$@\"\n");
+    write("why/katcatalog", "#!/bin/sh\n[ $2 != --json ] || set -- \"{\\\"words\\\":\\\"$*\\\"}\"\necho \"$@\"\n");
     std::filesystem::permissions(dir / "why/katcatalog", std::filesystem::perms::owner_all);
     write("names", "\xef\xbb\xbf# lists\n\n online games = 44 # and odds\r\na\"b\\c=012\nlast = 44\nlast=44\n");
     FakeDaemon daemon(socket, answer);

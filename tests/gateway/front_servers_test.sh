@@ -2,7 +2,7 @@
 # The configurations of docs/web-servers.md in the real nginx and Caddy, katd-http's pages in a real browser, and what
 # monitoring reads by Prometheus' own checks. In a network namespace of its own, so that the addresses of the
 # documentation are free.
-# usage: front_servers_test.sh KATD KATC KATD_HTTP
+# usage: front_servers_test.sh KATD KATC KATD_HTTP KATCATALOG
 set -euo pipefail
 # shellcheck source=scripts/lib.sh
 . "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
@@ -13,6 +13,7 @@ ip link set lo up
 katd_command=("$1")
 katc_command=("$2")
 katd_http=$3
+PATH=$(dirname "$2"):$(dirname "$4"):$PATH # for the administrator's page
 make_scratch
 home=$scratch/home
 make_home "$home" "front-servers-$$.log"
@@ -48,6 +49,8 @@ expect() {
     [[ $output == $pattern ]] || problem "$what: not as expected: $output"
 }
 
+printf '%s\n' shop.example '||play.shop.example^' > "$scratch/ads.txt"
+"$4" import -q --category 44 -o "$home/data/catalog.mdb" "$scratch/ads.txt"
 start_katd "$home"
 start katd-http 8480 env KATD_DIR="$home" "$katd_http"
 
@@ -83,6 +86,11 @@ expect "Caddy replaces a client's headers" 'HTTP/1.1 302*' -H 'Host: www.harbour
     -H 'X-Forwarded-Host: www.orchard-museum.example' http://127.0.0.1:8081/
 expect "the administrator's page" 'HTTP/1.1 200*5 education, 8 travel*' \
     'http://127.0.0.1:8480/?url=www.orchard-museum.example'
+expect "the item of a list" '*domains.list</code>*<code>www.harbour-gazette.example</code>, which is the host<br>12 news*' \
+    'http://127.0.0.1:8480/?url=www.harbour-gazette.example'
+expect "the entries of a catalogue" \
+    '*catalog.mdb</code></dd>*<code>play.shop.example</code><br>44 advertising, from <code>/*/ads.txt</code> (2 lines)*' \
+    'http://127.0.0.1:8480/?url=play.shop.example'
 
 "${katc_command[@]}" -s "$home/run/katd.sock" ctl urls_stat
 curl -sS http://127.0.0.1:8480/metrics > "$scratch/metrics"
@@ -91,19 +99,23 @@ promtool check rules "$source_tree/docs/katd-alerts.yml" > "$scratch/promtool" |
     problem "promtool refuses the alert rules: $(< "$scratch/promtool")"
 grep -q '^katd_engine_urls{kind="asked"}' "$scratch/metrics" || problem "katd's own counters are not on the metrics page"
 
-# A browser runs what could be markup; the title would then be another one.
+# A browser runs what could be markup; the title would then be another one. URLs of 16 KB.
 page() {
     timeout 60 chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run \
         --disable-background-networking --disable-component-update --disable-sync --user-data-dir="$scratch/browser" \
         --dump-dom "${@:2}" "http://127.0.0.1:8480$1" 2> /dev/null
 }
-script='%3C/code%3E%3Cscript%3Edocument.title=%22run%22%3C/script%3E%3Cimg%20src=x%20onerror=%22document.title=1%22%3E'
-for path in "/?url=$script" "/blocked?policy=guests&url=http://media.cdn-edge.example/ads/$script%E2%80%AE" \
-    "/blocked?policy=guests&category=$script&url=http://media.cdn-edge.example/ads/$(printf 'a%.0s' {1..7000})"; do
+script='%3C/code%3E%3Cscript%3Edocument.title=%22run%22%3C/script%3E%3Cimg/src=x/onerror=%22document.title=1%22%3E'
+rest=%E2%80%AE%D7%90$script$(printf 'a%.0s' {1..16000})
+for path in "/?url=$script" "/?url=media.cdn-edge.example/ads/$rest" "/?url=play.shop.example/$rest" \
+    "/blocked?policy=guests&category=$script&url=http://media.cdn-edge.example/ads/$rest"; do
     for size in 360,640 1600,900; do
         dom=$(page "$path" --window-size="$size") || true
-        [[ $dom == *"<title>"*"</title>"* ]] || problem "the browser shows nothing of $path"
-        [[ $dom != *"<title>run"* && $dom != *"<title>1"* && $dom != *"<img"* ]] || problem "a script of $path ran"
+        [[ $dom == *"<title>"*"</title>"* ]] || problem "the browser shows nothing of ${path:0:60}"
+        [[ $dom != *"<title>run"* && $dom != *"<title>1"* && $dom != *"<img"* ]] || problem "a script of ${path:0:60} ran"
+        # Only the field holds the URL as it was typed.
+        printf '%s\n' "$dom" | sed 's/value="[^"]*"//' | { ! grep -q $'\u202e'; } ||
+            problem "${path:0:60} changes the direction of the text"
     done
 done
 
