@@ -5,11 +5,11 @@
 
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <system_error>
 
+#include "SignalsBlocked.h"
 #include "catalog/Guard.h"
 
 namespace engine {
@@ -29,18 +29,13 @@ std::unique_ptr<Live> Live::open(const std::string& path, std::string* failure) 
     std::shared_ptr<Catalog> catalog = Catalog::open(path, failure);
     if (!catalog) return nullptr;
     live->publish(std::move(catalog));
-    // The watcher must not take signals that are meant for katd's threads.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
+    const SignalsBlocked blocked;
     try {
         live->watcher_ = std::thread(&Live::watch, live.get());
     } catch (const std::system_error& error) {
         *failure = std::string("cannot start the thread that watches the catalogue: ") + error.what();
         live.reset();
     }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return live;
 }
 
@@ -147,7 +142,8 @@ Live::SlotUse::SlotUse(Live* live) : slot_(nullptr) {
 const catalog::Answer* Live::classifyIn(Slot* slot, const char* url, std::string* failure) {
     slot->answer.covered = false;
     slot->answer.count = 0;
-    if (catalog::readUrl(url, &slot->url) != nullptr) return &slot->answer;
+    slot->isUrl = catalog::readUrl(url, &slot->url) == nullptr;
+    if (!slot->isUrl) return &slot->answer;
     Reader::Status status = Reader::damaged;
     for (int attempt = 0; attempt < 4; ++attempt) {
         if (!slot->reader || slot->generation != generation_.load()) {

@@ -27,14 +27,15 @@ public:
     Live(const Live&) = delete;
     Live& operator=(const Live&) = delete;
 
-    // Calls use(answer) with the answer for the URL, which is valid during that call only. No entry covers a
-    // string that is not a URL. False with a sentence in *failure if the file cannot be read.
+    // Calls use(answer, url) with the answer and the normalised URL, which are valid during that call only.
+    // `url` is null if the string is not a URL, which no entry covers. False with a sentence in *failure if
+    // the file cannot be read.
     template <typename Use>
     bool classify(const char* url, std::string* failure, Use use) {
         SlotUse slot(this);
         const catalog::Answer* const answer = classifyIn(slot.get(), url, failure);
         if (answer == nullptr) return false;
-        use(*answer);
+        use(*answer, slot.get()->isUrl ? &slot.get()->url : nullptr);
         return true;
     }
 
@@ -49,6 +50,7 @@ private:
         std::uint64_t generation = 0;
         std::unique_ptr<catalog::Reader> reader;
         catalog::Url url;
+        bool isUrl = false;
         catalog::Answer answer;
     };
     static constexpr std::size_t slotCount = 32;

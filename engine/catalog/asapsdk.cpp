@@ -8,10 +8,13 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "Live.h"
 #include "Settings.h"
+#include "Store.h"
 
 namespace engine {
 
@@ -46,6 +49,7 @@ Result guarded(Result onFailure, Body body) {
 
 struct Engine {
     std::unique_ptr<Live> live;
+    std::unique_ptr<Store> store;  // null: none is set up
 };
 
 // The category numbers follow in memory.
@@ -55,16 +59,18 @@ struct UrlCategories {
 
     unsigned short* numbers() { return reinterpret_cast<unsigned short*>(this + 1); }
 
-    static UrlCategories* make(const unsigned short* numbers, unsigned count) {
-        void* const memory = ::operator new(sizeof(UrlCategories) + count * sizeof *numbers);
-        auto* const result = new (memory) UrlCategories{count == 0, static_cast<unsigned short>(count)};
-        std::copy(numbers, numbers + count, result->numbers());
+    // `known`: the answer is complete.
+    static UrlCategories* make(const catalog::Answer& answer, bool known = true) {
+        void* const memory = ::operator new(sizeof(UrlCategories) + answer.count * sizeof *answer.categories);
+        auto* const result =
+            new (memory) UrlCategories{known && answer.count == 0, static_cast<unsigned short>(answer.count)};
+        std::copy(answer.categories, answer.categories + answer.count, result->numbers());
         return result;
     }
 };
 
-// The whole cache file: this engine learns nothing that it would have to save.
-constexpr char cacheHeader[] = "katd-catalog-cache 1\n";
+// The whole cache file without a shared store: there is nothing then that could be learnt.
+constexpr std::string_view cacheHeader = "katd-catalog-cache 1\n";
 
 struct CloseFile {
     void operator()(FILE* file) const { std::fclose(file); }
@@ -95,7 +101,11 @@ void* CSDKMain_Create(const char* connection) {
         std::string failure;
         auto created = std::make_unique<Engine>();
         if (Settings::load(&settings, &failure)) created->live = Live::open(settings.catalog, &failure);
-        if (created->live) return created.release();
+        if (created->live && !settings.shared.empty()) {
+            StoreSettings store;
+            if (store.read(settings, connection, &failure)) created->store = Store::start(store, &failure);
+        }
+        if (failure.empty()) return created.release();
         fail(ASAPSDK_BAD_CATALOG, 0, failure);
         return nullptr;
     });
@@ -108,13 +118,23 @@ void CSDKMain_Close(void* sdkMain) {
 void* CSDKMain_ClassifyUrl(void* sdkMain, const char* url) {
     return guarded(static_cast<UrlCategories*>(nullptr), [sdkMain, url]() -> UrlCategories* {
         if (sdkMain == nullptr || url == nullptr) return badArgument(), nullptr;
+        const Engine& engine = *static_cast<Engine*>(sdkMain);
         UrlCategories* result = nullptr;
+        std::optional<catalog::SharedQuestion> question;
         std::string failure;
-        const auto store = [&](const catalog::Answer& answer) {
-            result = UrlCategories::make(answer.categories, answer.count);
+        const auto use = [&](const catalog::Answer& answer, const catalog::Url* asked) {
+            if (engine.store && !answer.covered && asked != nullptr) {
+                question.emplace(*asked);
+            } else {
+                result = UrlCategories::make(answer);
+            }
         };
-        if (!static_cast<Engine*>(sdkMain)->live->classify(url, &failure, store))
-            fail(ASAPSDK_BAD_CATALOG, 0, failure);
+        if (!engine.live->classify(url, &failure, use)) fail(ASAPSDK_BAD_CATALOG, 0, failure);
+        if (question) {
+            catalog::Answer answer;
+            const bool known = engine.store->classify(std::move(*question), &answer);
+            result = UrlCategories::make(answer, known);
+        }
         return result;
     });
 }
@@ -138,10 +158,13 @@ int CSDKMain_LoadWebSecCache(void* sdkMain, const char* path) {
         if (sdkMain == nullptr || path == nullptr) return badArgument();
         const FileHandle file(std::fopen(path, "re"));
         if (!file) return cacheFailure("open", path);
-        char text[sizeof cacheHeader] = "";
-        const std::size_t size = std::fread(text, 1, sizeof text, file.get());
+        std::string text;
+        char piece[16384];
+        while (const std::size_t size = std::fread(piece, 1, sizeof piece, file.get()))
+            text.append(piece, size);
         if (std::ferror(file.get()) != 0) return cacheFailure("read", path);
-        if (size == sizeof cacheHeader - 1 && std::memcmp(text, cacheHeader, size) == 0) return 0;
+        const auto& store = static_cast<Engine*>(sdkMain)->store;
+        if (text == cacheHeader || (store && store->load(text))) return 0;
         fail(ASAPSDK_BAD_CACHE, 0,
              std::string(path) + " is no cache file of this engine, or it is cut or damaged");
         return -1;
@@ -153,8 +176,10 @@ int CSDKMain_SaveWebSecCache(void* sdkMain, const char* path) {
         if (sdkMain == nullptr || path == nullptr) return badArgument();
         FileHandle file(std::fopen(path, "we"));
         if (!file) return cacheFailure("open", path);
-        if (std::fputs(cacheHeader, file.get()) < 0 || std::fclose(file.release()) != 0)
-            return cacheFailure("write", path);
+        const auto& store = static_cast<Engine*>(sdkMain)->store;
+        const bool written = store ? store->save(file.get())
+                                   : std::fwrite(cacheHeader.data(), cacheHeader.size(), 1, file.get()) == 1;
+        if (!written || std::fclose(file.release()) != 0) return cacheFailure("write", path);
         return 0;
     });
 }

@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "Cache.h"
+#include "ConnectionString.h"
 #include "Rules.h"
 #include "Text.h"
 #include "Trace.h"
@@ -36,20 +37,6 @@ thread_local Failure lastFailure;
 RulesFile& rules() {
     static RulesFile& file = *new RulesFile;
     return file;
-}
-
-// The cache size of the connection string.
-std::size_t maxEntries(std::string_view connection) {
-    constexpr std::string_view name = "WebSecCacheMaxEntries=";
-    for (;;) {
-        const auto end = connection.find(';');
-        const std::string_view field = connection.substr(0, end);
-        std::uint32_t number = 0;
-        if (field.substr(0, name.size()) == name && parseNumber(field.substr(name.size()), &number))
-            return number;
-        if (end == connection.npos) return 0;
-        connection.remove_prefix(end + 1);
-    }
 }
 
 void waitAsAsked(const Outcome& outcome) {
@@ -145,7 +132,7 @@ void* CSDKMain_Create(const char* connection) {
         if (connection != nullptr) outcome = rules().takeForFunction("create").value_or(Outcome());
         trace("CSDKMain_Create", connection == nullptr ? "null" : connection, outcome.toText());
         if (!conclude(&outcome) || connection == nullptr) return nullptr;
-        return new Engine(maxEntries(connection));
+        return new Engine(engine::connectionNumber(connection, "WebSecCacheMaxEntries", 0));
     });
 }
 

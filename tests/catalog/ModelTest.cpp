@@ -3,10 +3,9 @@
 
 #include <algorithm>
 #include <random>
-#include <set>
 
 #include "catalog/CatalogFixture.h"
-#include "catalog/Shared.h"
+#include "catalog/SharedGroups.h"
 
 using namespace catalog;
 
@@ -56,25 +55,14 @@ std::vector<unsigned> modelAnswer(const Model& model, const Url& url, bool* cove
 using Store = std::map<std::string, std::string>;
 
 Store storeOf(const Model& model) {
-    std::map<std::string, std::vector<SharedEntry>> groups;
-    std::set<std::string> withBelow;
+    SharedGroups groups;
     for (const auto& [text, entry] : model) {
-        EntryKeys keys;
-        entryKeys(entry.url, &keys);
-        const SharedPlace place = sharedPlace(keys.own);
-        SharedEntry shared{place.port, place.rest, entry.entry.instead, {}};
+        std::vector<std::uint16_t> categories;
         for (const Pair& pair : entry.entry.pairs)
-            shared.categories.push_back(pair.category);
-        groups[place.group].push_back(shared);
-        for (const std::string& above : place.above) {
-            withBelow.insert(above);
-            groups[above];
-        }
+            categories.push_back(pair.category);
+        groups.add(entry.url, entry.entry.instead, categories);
     }
-    Store store;
-    for (const auto& [key, entries] : groups)
-        store[key] = encodeGroup(entries, withBelow.count(key) > 0);
-    return store;
+    return groups.records();
 }
 
 void askStore(const Store& store, const Url& url, Answer* answer) {

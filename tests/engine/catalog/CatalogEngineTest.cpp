@@ -1,12 +1,7 @@
 // The catalogue engine behind the interface that katd calls.
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <csignal>
-#include <thread>
 
-#include "catalog/CatalogFixture.h"
-#include "support/Engine.h"
+#include "engine/catalog/EngineFixture.h"
 
 using namespace catalog;
 
@@ -15,62 +10,7 @@ namespace {
 using katd_test::readFile;
 using katd_test::writeFile;
 
-class CatalogEngineTest : public CatalogFixture {
-protected:
-    CatalogEngineTest() {
-        setenv("KATD_CATALOG_INI", (folder / "catalog.ini").c_str(), 1);
-        writeFile(folder / "catalog.ini", "[catalog]\ncatalog_path = " + path + "\n");
-    }
-    ~CatalogEngineTest() override { CSDKMain_Close(engine); }
-
-    struct Line {
-        const char* entry;
-        unsigned category;
-        bool instead = false;
-    };
-    // Puts a new catalogue in the place of the old one.
-    void replace(const std::vector<Line>& lines) {
-        Builder builder;
-        for (const Line& line : lines) {
-            Url url;
-            ASSERT_EQ(nullptr, readEntry(line.entry, &url));
-            builder.add(url, line.category, 1, line.instead);
-        }
-        builder.sort();
-        std::string failure;
-        ASSERT_TRUE(builder.write(path + ".new", false, {}, {}, &result, &failure)) << failure;
-        std::filesystem::rename(path + ".new", path);
-    }
-
-    void create() {
-        CSDKMain_Close(engine);
-        engine = CSDKMain_Create("ServerAddress=localhost;HttpConnPoolSize=4;WebSecCacheMaxEntries=1000");
-        ASSERT_NE(nullptr, engine) << lastFailure();
-    }
-
-    static std::string lastFailure() {
-        void* const text = CSDKException_GetErrorDescription();
-        const std::string failure =
-            std::to_string(CSDKException_GetType()) + " " + csdkstring_getstring(text);
-        csdkstring_close(text);
-        return failure;
-    }
-
-    std::string ask(const char* url) {
-        const auto answer = katd_test::askEngine(engine, url);
-        return answer ? *answer : lastFailure();
-    }
-
-    // Asks until the answer is the expected one; the last one. The engine looks at the file twice a second.
-    std::string askUntil(const char* url, const std::string& expected) {
-        std::string answer;
-        for (int i = 0; i < 1000 && (answer = ask(url)) != expected; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        return answer;
-    }
-
-    void* engine = nullptr;
-};
+class CatalogEngineTest : public katd_test::EngineFixture {};
 
 TEST_F(CatalogEngineTest, answersTheUnionDownToAnException) {
     // clang-format off
@@ -115,22 +55,14 @@ TEST_F(CatalogEngineTest, newVersionsAreSeenAndBadOnesRefused) {
     replace({{"a.example", 2}});
     EXPECT_EQ("2", askUntil("www.a.example", "2"));
 
-    // Read while it is written, so not gtest's capture.
-    const std::string messages = folder / "messages";
-    const int before = dup(STDERR_FILENO);
-    const int file = open(messages.c_str(), O_CREAT | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
-    dup2(file, STDERR_FILENO);
+    katd_test::Messages messages(folder / "messages");
     const std::string good = readFile(path);
     writeFile(path + ".new", good.substr(0, good.size() / 2));
     std::filesystem::rename(path + ".new", path);
-    for (int i = 0; i < 1000 && readFile(messages).empty(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    dup2(before, STDERR_FILENO);
-    close(before);
-    close(file);
+    EXPECT_TRUE(messages.waitFor("used\n"));
     EXPECT_EQ("katd-engine-catalog: catalogue " + path +
                   ": the file is cut; recreate it with katcatalog import; the old one is still used\n",
-              readFile(messages));
+              messages.text());
     EXPECT_EQ("2", ask("www.a.example"));
 
     replace({{"a.example", 3}});

@@ -1,0 +1,370 @@
+// The catalogue engine with a shared store.
+#ifdef KATD_HAVE_HIREDIS
+
+#include <hiredis/hiredis.h>
+
+#include <atomic>
+
+#include "catalog/SharedGroups.h"
+#include "engine/catalog/EngineFixture.h"
+#include "support/Client.h"
+#include "support/Daemon.h"
+#include "support/RedisServer.h"
+
+using namespace catalog;
+
+namespace {
+
+using katd_test::Messages;
+using katd_test::readFile;
+using katd_test::RedisServer;
+using katd_test::writeFile;
+
+// What a client of the store does.
+class StoreClient {
+public:
+    explicit StoreClient(const RedisServer& server)
+        : context_(redisConnectUnix(server.socketPath().c_str()), redisFree) {}
+
+    // The text of the reply.
+    std::string run(const std::vector<std::string>& words) {
+        std::vector<const char*> pointers;
+        std::vector<std::size_t> sizes;
+        for (const std::string& word : words) {
+            pointers.push_back(word.data());
+            sizes.push_back(word.size());
+        }
+        const std::unique_ptr<redisReply, void (*)(void*)> reply(
+            static_cast<redisReply*>(redisCommandArgv(context_.get(), static_cast<int>(words.size()),
+                                                      pointers.data(), sizes.data())),
+            freeReplyObject);
+        return reply && reply->str != nullptr ? std::string(reply->str, reply->len) : "";
+    }
+
+    struct Line {
+        const char* entry;
+        std::vector<std::uint16_t> categories;
+        bool instead = false;
+    };
+    void push(const std::string& version, const std::vector<Line>& lines) {
+        SharedGroups groups;
+        for (const Line& line : lines) {
+            Url entry;
+            ASSERT_EQ(nullptr, readEntry(line.entry, &entry));
+            groups.add(entry, line.instead, line.categories);
+        }
+        run({"FLUSHALL"});
+        for (const auto& [key, value] : groups.records())
+            EXPECT_EQ("OK", run({"SET", key, value}));
+        EXPECT_EQ("OK", run({"SET", std::string(sharedMetaKey), sharedMeta(version)}));
+    }
+
+    // How many questions engines have asked.
+    int questions() {
+        const std::string statistics = run({"INFO", "commandstats"});
+        const std::string name = "cmdstat_mget:calls=";
+        const auto place = statistics.find(name);
+        return place == statistics.npos ? 0 : std::stoi(statistics.substr(place + name.size()));
+    }
+
+private:
+    const std::unique_ptr<redisContext, void (*)(redisContext*)> context_;
+};
+
+class StoreTest : public katd_test::EngineFixture {
+protected:
+    StoreTest() { replace({{"local.test", 1}}); }
+
+    // A wait that is long enough on any machine, unless a test says otherwise.
+    void use(const RedisServer& server, const std::string& more = "shared_wait = 5000\n") {
+        settings("shared = " + server.address() + "\n" + more);
+        create();
+    }
+};
+
+const std::vector<StoreClient::Line> entries = {
+    {"example.com", {300, 5}},
+    {"example.com:8080", {80}},
+    {"local.test", {9}},
+    {"www.example.com/ads", {44, 5}},
+    {"www.example.com/ads/a/b?c", {45}},
+    {"good.www.example.com", {}, true},
+    {"203.0.113.0/24", {7}},
+    {"203.0.113.9/x", {8}},
+    {"known.test", {}},
+};
+
+TEST_F(StoreTest, answersWhatTheCatalogueDoesNotCoverAndRemembersIt) {
+    const RedisServer server;
+    StoreClient store(server);
+    store.push("a", entries);
+    use(server);
+    const std::pair<const char*, const char*> rows[] = {
+        {"http://local.test/", "1"},
+        {"http://example.com/", "300,5"},
+        {"http://example.com:8080/", "80,300,5"},
+        {"https://x.www.example.com/ads?x", "44,5,300"},
+        {"https://www.example.com/adsl", "300,5"},
+        {"https://www.example.com/ads/a/b?c&d", "45,44,5,300"},
+        {"https://x.good.www.example.com/ads", "final"},
+        {"http://203.0.113.9/x/y", "8,7"},
+        {"http://known.test/", "final"},
+        {"http://other.test/", "final"},
+        {"::::", "final"},
+    };
+    for (const auto& [url, expected] : rows)
+        EXPECT_EQ(expected, ask(url)) << url;
+    // Misses too, and other paths of a host without paths.
+    const int questions = store.questions();
+    EXPECT_GT(questions, 0);
+    for (const auto& [url, expected] : rows)
+        EXPECT_EQ(expected, ask(url)) << url;
+    EXPECT_EQ("final", ask("http://other.test/a/b?c"));
+    EXPECT_EQ(questions, store.questions());
+    // Another version.
+    store.push("b", {{"other.test", {3}}});
+    EXPECT_EQ("3", askUntil("http://other.test/", "3"));
+    EXPECT_EQ("final", ask("http://example.com/"));
+}
+
+TEST_F(StoreTest, keepsToItsSizeAndToWhatIsUsed) {
+    const RedisServer server;
+    StoreClient store(server);
+    store.push("a", entries);
+    settings("shared = " + server.address() + "\nshared_wait = 5000\n");
+    create("HttpConnPoolSize=1;WebSecCacheMaxEntries=100");
+    ask("www.example.com");  // three records
+    for (int i = 0; i < 500; ++i) {
+        EXPECT_EQ("final", ask("h" + std::to_string(i)));  // one
+        EXPECT_EQ("300,5", ask("www.example.com"));
+    }
+    EXPECT_EQ(501, store.questions());
+    const std::string cache = folder / "cache";
+    EXPECT_EQ(0, CSDKMain_SaveWebSecCache(engine, cache.c_str()));
+    EXPECT_GT(std::filesystem::file_size(cache), 50 * 20U);
+    EXPECT_LT(std::filesystem::file_size(cache), 100 * 40U);
+    create("HttpConnPoolSize=1;WebSecCacheMaxEntries=0");
+    EXPECT_EQ("300,5", ask("www.example.com"));
+    EXPECT_EQ("300,5", ask("www.example.com"));
+    EXPECT_EQ(503, store.questions());
+    settings("shared = " + server.address() + "\nshared_wait = 5000\nshared_ttl = 1\n");
+    create();
+    EXPECT_EQ("300,5", ask("www.example.com"));
+    store.run({"DEL", "katd:hcom" + std::string(1, '\0') + "example"});
+    EXPECT_EQ("final", askUntil("www.example.com", "final"));
+}
+
+TEST_F(StoreTest, theCacheFileKeepsItOverARestart) {
+    RedisServer server;
+    StoreClient(server).push("a", entries);
+    use(server);
+    EXPECT_EQ("300,5", ask("www.example.com"));
+    EXPECT_EQ("final", ask("other.test"));
+    const std::string cache = folder / "cache";
+    EXPECT_EQ(0, CSDKMain_SaveWebSecCache(engine, cache.c_str()));
+    const std::string good = readFile(cache);
+    server.kill();
+    Messages messages(folder / "messages");
+    create();
+    ASSERT_TRUE(messages.waitFor("cannot connect: "));
+    EXPECT_EQ("unknown", ask("www.example.com"));
+    EXPECT_EQ(0, CSDKMain_LoadWebSecCache(engine, cache.c_str())) << lastFailure();
+    EXPECT_EQ("300,5", ask("www.example.com"));
+    EXPECT_EQ("final", ask("other.test"));
+    for (const std::size_t place : {std::size_t{30}, good.size() / 2, good.size() - 1}) {
+        std::string bad = good;
+        bad[place] = static_cast<char>(bad[place] ^ 1);
+        for (const std::string& text : {bad, good.substr(0, place)}) {
+            writeFile(cache, text);
+            EXPECT_NE(0, CSDKMain_LoadWebSecCache(engine, cache.c_str()));
+            EXPECT_EQ("3 " + cache + " is no cache file of this engine, or it is cut or damaged",
+                      lastFailure());
+        }
+    }
+    EXPECT_EQ("300,5", ask("www.example.com"));
+    // The store comes back with another version: what was loaded is forgotten.
+    server.start();
+    StoreClient(server).push("b", {{"example.com", {6}}});
+    EXPECT_EQ("6", askUntil("www.example.com", "6"));
+    writeFile(cache, good);
+    EXPECT_EQ(0, CSDKMain_LoadWebSecCache(engine, cache.c_str()));
+    EXPECT_EQ("6", ask("www.example.com"));
+}
+
+TEST_F(StoreTest, silenceCostsTheWaitAndADownStoreNothing) {
+    RedisServer server;
+    StoreClient(server).push("a", entries);
+    Messages messages(folder / "messages");
+    use(server, "shared_wait = 1\n");
+    EXPECT_EQ("300,5", askUntil("example.com", "300,5"));
+    server.stop();
+    // Each of these would wait for as long as it takes to find that the store is down.
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ("unknown", ask("h" + std::to_string(i)));
+    EXPECT_EQ("", messages.text());
+    ASSERT_TRUE(messages.waitFor(server.socketPath() + ": no reply; until it is back"));
+    EXPECT_EQ("300,5", ask("example.com"));
+    server.resume();
+    EXPECT_EQ("44,5,300", askUntil("www.example.com/ads", "44,5,300"));
+    EXPECT_TRUE(messages.waitFor("answers again"));
+
+    // While it is down, not one waits: a single wait would be longer than all of these may take.
+    use(server, "shared_wait = 5000\n");
+    EXPECT_EQ("300,5", ask("example.com"));
+    server.kill();
+    EXPECT_EQ("unknown", ask("h0"));
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < 1000; ++i)
+        EXPECT_EQ("unknown", ask("h" + std::to_string(i)));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+}
+
+TEST_F(StoreTest, lateAnswersAreRemembered) {
+    RedisServer server;
+    StoreClient store(server);
+    store.push("a", entries);
+    use(server, "shared_wait = 1\n");
+    EXPECT_EQ("300,5", askUntil("example.com", "300,5"));
+    // Again if it took so long that the engine gave the store up.
+    for (int i = 0, late = 0; late == 0; ++i) {
+        ASSERT_LT(i, 50);
+        const std::string url = "h" + std::to_string(i) + ".example.com";
+        ASSERT_EQ("300,5", askUntil(url + ".example.com", "300,5"));
+        const int questions = store.questions();
+        server.stop();
+        EXPECT_EQ("unknown", ask(url));
+        server.resume();
+        for (int wait = 0; wait < 100 && store.questions() == questions; ++wait)
+            usleep(1000);
+        usleep(100000);
+        const bool asked = store.questions() > questions;
+        late += asked && ask(url) == "300,5" && store.questions() == questions + 1 ? 1 : 0;
+    }
+}
+
+TEST_F(StoreTest, foreignDataAndOtherStoresAreNoAnswer) {
+    Messages messages(folder / "messages");
+    {
+        const RedisServer server({"--requirepass", "secret"});
+        use(server);
+        EXPECT_TRUE(messages.waitFor("NOAUTH"));
+        EXPECT_EQ("unknown", ask("example.com"));
+        writeFile(folder / "password", "secret\r\nmore\n");
+        use(server, "shared_password_file = " + folder / "password" + "\n");
+        EXPECT_TRUE(messages.waitFor("it holds no catalogue; make one with katcatalog push"));
+        EXPECT_EQ("unknown", ask("example.com"));
+        EXPECT_EQ(std::string::npos, messages.text().find("secret"));
+    }
+    const RedisServer server;
+    StoreClient store(server);
+    store.push("a", entries);
+    // The first of the hosts that answers.
+    settings("shared = " + server.address() + "x," + server.socketPath() + "\nshared_wait = 5000\n");
+    create();
+    const auto key = [](const char* reversed) { return "katd:h" + std::string(reversed); };
+    store.run({"SET", key("foreign"), "\x07value"});
+    store.run({"LPUSH", key("list"), "x"});
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ("final", ask("foreign"));
+        EXPECT_EQ("final", ask("list"));
+    }
+    EXPECT_EQ("300,5", ask("example.com"));
+    EXPECT_TRUE(messages.contain("it has foreign or damaged records"));
+    store.run({"SET", std::string(sharedMetaKey), "katd-store 2 x"});
+    EXPECT_EQ("unknown", askUntil("h1", "unknown"));
+    EXPECT_EQ("300,5", ask("example.com"));
+    store.push("b", {{"example.com", {6}}});
+    EXPECT_EQ("6", askUntil("example.com", "6"));
+    store.run({"FLUSHALL"});
+    EXPECT_EQ("unknown", askUntil("h2", "unknown"));
+}
+
+TEST_F(StoreTest, outagesUnderLoad) {
+    RedisServer server;
+    StoreClient(server).push("a", entries);
+    Messages messages(folder / "messages");
+    use(server, "shared_wait = 20\n");
+    ASSERT_EQ("300,5", askUntil("example.com", "300,5"));
+    std::atomic<bool> end{false};
+    std::atomic<unsigned> wrong{0};
+    std::array<std::atomic<unsigned>, 6> answers{};
+    std::vector<std::thread> threads;
+    for (std::size_t t = 0; t < answers.size(); ++t) {
+        threads.emplace_back([&, t] {
+            for (unsigned i = 0; !end; ++i) {
+                const bool covered = i % 2 == 0;
+                const std::string answer = ask("t" + std::to_string(t) + "-" + std::to_string(i) +
+                                               (covered ? ".example.com" : ".none"));
+                wrong += answer != "unknown" && answer != (covered ? "300,5" : "final") ? 1U : 0U;
+                ++answers[t];
+            }
+        });
+    }
+    // Every thread goes on, whatever has happened.
+    const auto allGoOn = [&] {
+        for (const auto& count : answers) {
+            const unsigned before = count;
+            if (!katd_test::eventually([&] { return count > before + 2; })) return false;
+        }
+        return true;
+    };
+    for (int round = 0; round < 2; ++round) {
+        server.stop();
+        EXPECT_TRUE(allGoOn());
+        server.resume();
+        EXPECT_TRUE(allGoOn());
+        server.kill();
+        EXPECT_TRUE(allGoOn());
+        server.start();
+        EXPECT_TRUE(allGoOn());
+        StoreClient(server).push("a", entries);
+        EXPECT_EQ("300,5", askUntil("r" + std::to_string(round) + ".example.com", "300,5"));
+        EXPECT_TRUE(allGoOn());
+    }
+    // Also when the engine is closed and made again.
+    end = true;
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(0U, wrong);
+}
+
+// katd's own retry gets what came after the first question's wait.
+TEST_F(StoreTest, url1GetsTheLateAnswer) {
+    RedisServer server;
+    StoreClient(server).push("a", {{"example.com", {5}}});
+    settings("shared = " + server.address() + "\nshared_wait = 1\n");
+    const katd_test::Home home(katd_test::Settings{{"query_retry_times", "60"}});
+    katd_test::Daemon daemon(home, {}, {{"LD_LIBRARY_PATH", KATD_CATALOG_ENGINE}});
+    ASSERT_TRUE(daemon.waitUntilServing()) << daemon.output();
+    server.stop();
+    katd_test::Client client(home.socketPath());
+    ASSERT_TRUE(
+        client.send(katd_test::request("url0late.example.com") + katd_test::request("url1late.example.com")));
+    const auto first = client.receive();
+    ASSERT_TRUE(first);
+    EXPECT_EQ(std::vector<unsigned>(), first->categories);
+    server.resume();
+    const auto reply = client.receive();
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(std::vector<unsigned>{5}, reply->categories);
+}
+
+TEST_F(StoreTest, badSettingsAreSentences) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"shared = host", "shared is not the address of a store: it does not begin with redis://"},
+        {"shared = redis://user@host", "shared has a user without a password"},
+        {"shared = redis://host\nshared_wait = 5001", "shared_wait is not a number from 0 to 5000"},
+        {"shared = redis://host\nshared_ttl = 1h", "shared_ttl is not a number from 1 to 2592000"},
+        {"shared = redis://host\nshared_password_file = /no/where",
+         "shared_password_file names a file that cannot be read or is empty"},
+    };
+    for (const auto& [lines, expected] : rows) {
+        settings(lines + std::string("\n"));
+        EXPECT_EQ(nullptr, CSDKMain_Create(""));
+        EXPECT_EQ("5 " + folder / "catalog.ini" + ": " + expected, lastFailure());
+    }
+}
+
+}  // namespace
+
+#endif
