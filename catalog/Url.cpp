@@ -49,6 +49,19 @@ constexpr std::array<bool, 256> makeForbidden() {
 }
 constexpr std::array<bool, 256> isForbidden = makeForbidden();
 
+// Bytes of a name that is in its normal form already, except the dot.
+constexpr std::array<bool, 256> makePlain() {
+    std::array<bool, 256> isIn{};
+    for (const char c : {'-', '_'})
+        isIn[static_cast<unsigned char>(c)] = true;
+    for (unsigned c = '0'; c <= '9'; ++c)
+        isIn[c] = true;
+    for (unsigned c = 'a'; c <= 'z'; ++c)
+        isIn[c] = true;
+    return isIn;
+}
+constexpr std::array<bool, 256> isPlain = makePlain();
+
 constexpr char toLower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
 }
@@ -265,6 +278,31 @@ const char* setName(std::string_view name, Url* url) {
     return url->host.empty() ? "no host" : nullptr;
 }
 
+// Reads a name alone, in lower case, which is what nearly all entries are. False for anything else.
+bool readPlainName(std::string_view text, Url* url) {
+    const std::size_t size = text.size();
+    if (size == 0 || size > maxHost) return false;
+    url->host.resize(size);
+    char* to = url->host.data() + size;
+    std::size_t start = 0;
+    for (std::size_t i = 0; i <= size; ++i) {
+        if (i < size && isPlain[static_cast<unsigned char>(text[i])]) continue;
+        const std::size_t label = i - start;
+        if ((i < size && text[i] != '.') || label == 0 || label > maxLabel) return false;
+        to -= label;
+        std::memcpy(to, text.data() + start, label);
+        if (i == size) break;
+        *--to = '\0';
+        start = i + 1;
+    }
+    if (text[start] <= '9') return false;  // perhaps an IPv4 address
+    url->kind = Url::name;
+    url->path.clear();
+    url->port = 80;
+    url->portGiven = false;
+    return true;
+}
+
 const char* readHost(std::string_view text, Url* url) {
     char buffer[maxHost + 2];
     std::string unusual;
@@ -423,6 +461,7 @@ const char* readUrl(std::string_view text, Url* url) {
 }
 
 const char* readEntry(std::string_view text, Url* entry) {
+    if (readPlainName(text, entry)) return nullptr;
     text = trimmed(text);
     return readNetwork(text, entry) ? nullptr : readUrl(text, entry);
 }

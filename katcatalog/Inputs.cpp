@@ -1,6 +1,9 @@
 #include "Inputs.h"
 
-#include <set>
+#include <algorithm>
+#include <bitset>
+#include <fstream>
+#include <functional>
 
 #include "listreader/Failure.h"
 
@@ -18,15 +21,57 @@ namespace {
 
 constexpr unsigned replyLimit = 255;  // a reply of katd has one byte for each category
 
+#ifdef KATD_HAVE_PSL
+// The list of public suffixes that the system has, else the one within libpsl. libpsl answers; the names in
+// the file tell which hosts it must be asked about.
+class Suffixes {
+public:
+    Suffixes() : list_(psl_load_file(path)) {
+        std::ifstream file(path);
+        filtered_ = psl_suffix_count(list_) > 0;
+        if (!filtered_) list_ = psl_builtin();
+        Url url;
+        for (std::string line; std::getline(file, line);) {
+            line.resize(std::min(line.find_first_of(" \t\r"), line.size()));
+            const bool isWildcard = line.compare(0, 2, "*.") == 0;
+            line.erase(0, isWildcard ? 2 : line.compare(0, 1, "!") == 0 ? 1 : 0);
+            if (catalog::readEntry(line, &url) != nullptr) continue;
+            rules_.set(place(url.host));
+            if (isWildcard) wildcards_.set(place(url.host));
+        }
+    }
+
+    // `host` as in Url::host: what stands before its last zero byte is the name above it.
+    bool has(std::string_view host) const {
+        const std::size_t above = host.rfind('\0');
+        if (filtered_ && !rules_[place(host)] &&
+            (above == host.npos || !wildcards_[place(host.substr(0, above))]))
+            return false;
+        return psl_is_public_suffix2(list_, catalog::hostText(Url::name, host).c_str(),
+                                     PSL_TYPE_ICANN | PSL_TYPE_NO_STAR_RULE) != 0;
+    }
+
+private:
+    static constexpr const char* path = "/usr/share/publicsuffix/public_suffix_list.dat";
+    static constexpr std::size_t places = 1U << 19U;
+    static std::size_t place(std::string_view host) { return std::hash<std::string_view>()(host) % places; }
+
+    const psl_ctx_t* list_;
+    bool filtered_;
+    std::bitset<places> rules_;
+    std::bitset<places> wildcards_;
+};
+#endif
+
 // "com", "co.uk": names below which anyone may register. Private ones, such as those of hosting companies,
 // are often meant as a whole.
 bool isPublicSuffix(const Url& url) {
-#ifdef KATD_HAVE_PSL
     if (url.kind != Url::name || !url.path.empty()) return false;
-    return psl_is_public_suffix2(psl_builtin(), catalog::hostText(url.kind, url.host).c_str(),
-                                 PSL_TYPE_ICANN | PSL_TYPE_NO_STAR_RULE) != 0;
+#ifdef KATD_HAVE_PSL
+    static const Suffixes suffixes;
+    return suffixes.has(url.host);
 #else
-    return url.kind == Url::name && url.path.empty() && url.host.find('\0') == url.host.npos;
+    return url.host.find('\0') == url.host.npos;
 #endif
 }
 
@@ -96,9 +141,9 @@ void Inputs::read(const std::vector<std::string>& inputs, const catalog::Sources
 }
 
 const char* Inputs::take(const listreader::Entry& entry, Builder* builder) {
-    const char* const reason = entry.kind == listreader::EntryKind::network
-                                   ? catalog::readEntry(entry.text, &url_)
-                                   : catalog::readUrl(entry.text, &url_);
+    const char* const reason = entry.kind == listreader::EntryKind::url
+                                   ? catalog::readUrl(entry.text, &url_)
+                                   : catalog::readEntry(entry.text, &url_);
     if (reason != nullptr) return reason;
     if (!arguments_.allowSuffixes && !entry.isException && isPublicSuffix(url_)) {
         ++counts_.suffixes;

@@ -27,11 +27,9 @@ public:
         for (const char c : bytes)
             has_[static_cast<unsigned char>(c)] = true;
     }
+    bool has(char c) const { return has_[static_cast<unsigned char>(c)]; }
     bool isIn(std::string_view text) const {
-        for (const char c : text) {
-            if (has_[static_cast<unsigned char>(c)]) return true;
-        }
-        return false;
+        return std::any_of(text.begin(), text.end(), [this](char c) { return has(c); });
     }
 
 private:
@@ -39,6 +37,8 @@ private:
 };
 constexpr ByteSet urlHostSet(notInUrlHost);
 constexpr ByteSet hostSet(notInHost);
+
+constexpr ByteSet plainSet("abcdefghijklmnopqrstuvwxyz0123456789-_.");
 
 constexpr const char* notAHost = "it is not a host or URL";
 
@@ -170,7 +170,27 @@ const char* parseHost(Entry* entry, bool isUrl) {
 
 }  // namespace
 
+bool parsePlainHost(std::string_view text, Entry* entry) {
+    if (text.empty() || text.size() > entryLimit || text[0] == '.') return false;
+    bool hasLetter = false;  // without one it could be an address, or a range of them
+    char before = '\0';
+    for (const char c : text) {
+        if (!plainSet.has(c) || (c == '.' && before == '.')) return false;
+        hasLetter = hasLetter || c >= 'a';
+        before = c;
+    }
+    if (!hasLetter) return false;
+    entry->text.assign(text);
+    entry->hostEnd = text.size();
+    entry->kind = EntryKind::host;
+    entry->scope = Scope::unsaid;
+    entry->hasAddress = false;
+    entry->isBareIpv6 = false;
+    return true;
+}
+
 const char* parseEntry(std::string_view written, Entry* entry) {
+    if (parsePlainHost(written, entry)) return nullptr;
     std::string_view text = trimmed(written);
     if (text.size() > entryLimit) return "it is longer than 65535 bytes";
     entry->scope = Scope::unsaid;

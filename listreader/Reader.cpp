@@ -33,6 +33,12 @@ bool isIpAddress(std::string_view text) {
            inet_pton(AF_INET6, address.c_str(), &ignored) == 1;
 }
 
+std::string_view withoutLineEnd(std::string_view line) {
+    if (!line.empty() && line.back() == '\n') line.remove_suffix(1);
+    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+    return line;
+}
+
 // Distinguishes "12|345", the header of a list file, from an item of digits with its category: the two
 // numbers must be plausible, and an item line must follow.
 bool isHeader(std::string_view line, LineFile* file) {
@@ -95,6 +101,12 @@ void Reader::read(const Source& source) {
 
 void Reader::takeLine(LineFile* file) {
     std::string_view line(file->text, file->length);
+    // Nearly all lines: skip the questions of all other formats.
+    if (!isListFile_ && !isInRecord_ && parsePlainHost(withoutLineEnd(line), &entry_)) {
+        category_ = sourceCategory_;
+        entry_.isException = false;
+        return hand(withoutLineEnd(line));
+    }
     if (line.find('\0') != line.npos)
         return badLine(line.substr(0, line.find('\0')), "it contains a zero byte");
     constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";  // some editors begin files with it
