@@ -21,12 +21,13 @@ constexpr std::uint32_t notListed = 0xFFFFFFFF;
 enum class Answer { CATEGORIES, FINAL_UNKNOWN, UNKNOWN, FAILED, CLOSED };
 
 // One call of the engine. *stored: the number of category bytes.
-Answer callEngine(const char* url, int limitSec, unsigned char* categories, unsigned size, unsigned* stored) {
+Answer callEngine(const char* url, int limitSec, unsigned char* categories, unsigned size, unsigned* stored,
+                  ConnectionBuffer* client) {
     *stored = 0;
     EngineUse engine(urlSvr->sdkMain, urlSvr->engineUses);
     if (engine.handle() == nullptr) return Answer::CLOSED;  // the server is being torn down
     const EngineResult result = [&] {
-        Watchdog watchdog(limitSec, LateCall::QUERY, url);
+        Watchdog watchdog(limitSec, LateCall::QUERY, url, client);
         return EngineResult(engine.handle(), url);
     }();
     if (result.failed()) {
@@ -58,7 +59,7 @@ Listed lookUpLists(const char* url, unsigned length, char* workspace, unsigned c
 }
 
 unsigned askEngine(const char* url, unsigned char* categories, unsigned size, bool withRetry, bool* matched,
-                   const ConnectionBuffer& client) {
+                   ConnectionBuffer& client) {
     unsigned retryTimes = 0;
     unsigned retryInterval = 0;
     if (withRetry) ops.conf.getQueryTimeout(&retryTimes, &retryInterval);
@@ -66,7 +67,7 @@ unsigned askEngine(const char* url, unsigned char* categories, unsigned size, bo
     // Wider than retryTimes, which may be the largest of its type.
     for (std::uint64_t tries = 0;;) {
         unsigned stored = 0;
-        const Answer answer = callEngine(url, limitSec, categories, size, &stored);
+        const Answer answer = callEngine(url, limitSec, categories, size, &stored, &client);
         if (answer == Answer::CLOSED) return 0;
         if (answer == Answer::FAILED) {
             urlSvr->addUrlNumber(false);

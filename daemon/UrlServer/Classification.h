@@ -15,9 +15,10 @@ Listed lookUpLists(const char* url, unsigned length, char* workspace, unsigned c
 
 // Asks the engine, with the limit and the retries that the settings give; at most size bytes go to
 // categories, their number is returned. *matched: whether the answer is definitive. Retries end when client
-// has hung up. Thread-safe for threads that are attached to the engine.
+// has hung up; what client holds back is sent in time (ConnectionBuffer). Thread-safe for threads that are
+// attached to the engine.
 unsigned askEngine(const char* url, unsigned char* categories, unsigned size, bool withRetry, bool* matched,
-                   const ConnectionBuffer& client);
+                   ConnectionBuffer& client);
 
 }  // namespace KATD_SPACE
 

@@ -1,6 +1,7 @@
 #include "UrlServer/ConnectionBuffer.h"
 
 #include <poll.h>
+#include <sys/socket.h>
 
 #include <climits>
 #include <cstring>
@@ -61,14 +62,31 @@ bool ConnectionBuffer::holdsWholeQuery() const {
 }
 
 bool ConnectionBuffer::send() {
-    const unsigned size = outputEnd;
-    outputEnd = 0;
+    const unsigned sent = outputStart;
+    const unsigned size = outputEnd - sent;
+    outputStart = outputEnd = 0;
+    sendDueMs = 0;
     unsigned out = 0;
     if (broken) return false;
-    if (size == 0 || Utils::writen(socket, output, size, &out) == size) return true;
-    reportUnsent(out);
+    if (size == 0 || Utils::writen(socket, output + sent, size, &out) == size) return true;
+    reportUnsent(sent + out);
     broken = true;
     return false;
+}
+
+std::int64_t ConnectionBuffer::beginCall(std::int64_t nowMs) {
+    if (quick && outputStart == outputEnd) return noCallDue;
+    quick = true;
+    if (sendDueMs == 0) sendDueMs = nowMs + holdMs;
+    return sendDueMs;
+}
+
+void ConnectionBuffer::callIsSlow() {
+    quick = false;
+    sendDueMs = 0;
+    const ssize_t out =
+        ::send(socket, output + outputStart, outputEnd - outputStart, MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (out > 0) outputStart += static_cast<unsigned>(out);
 }
 
 bool ConnectionBuffer::waitForHangUp(std::uint32_t milliseconds) const {

@@ -138,7 +138,8 @@ unsigned UrlServerInstance::classify(const char* url, unsigned char* categories,
             return 1;
         }
     }
-    if (!stream.send()) return 0;
+    // Retries wait between their calls.
+    if ((withRetry || !stream.expectsQuickCall()) && !stream.send()) return 0;
     return askEngine(url, categories, size, withRetry, matched, stream);
 }
 

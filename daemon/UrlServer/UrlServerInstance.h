@@ -51,8 +51,8 @@ public:
 private:
     char* bufferFor(std::uint32_t length);
     void handleQuery(const char* url, bool withRetry, unsigned char* categories, ReplyHeader* reply);
-    // scanOneUrl for this connection: the replies held back are sent before the engine is asked, and the
-    // retries end when the client hangs up.
+    // scanOneUrl for this connection: the replies held back are sent before the engine is asked, unless its
+    // answer is expected at once, and the retries end when the client hangs up.
     unsigned classify(const char* url, unsigned char* categories, unsigned size, bool withRetry,
                       bool* matched);
     char* lookUpWorkspace(std::size_t size);

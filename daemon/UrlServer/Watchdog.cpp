@@ -4,11 +4,13 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <limits>
 
 #include "KatdUtil/DetachedThread.h"
+#include "UrlServer/ConnectionBuffer.h"
 
 #ifndef sigev_notify_thread_id
 #define sigev_notify_thread_id _sigev_un._tid  // older C libraries do not name it
@@ -32,6 +34,30 @@ std::int64_t nowMs() {
 
 }  // namespace
 
+// Calls, the one that is due first at the front.
+struct Watchdog::Queue {
+    Watchdog* first = nullptr;
+    Watchdog* last = nullptr;
+
+    // From the end: as the calls of a queue mostly have the same limit, a new one nearly always belongs
+    // there.
+    void insert(Watchdog* watched) {
+        Watchdog* before = last;
+        while (before != nullptr && before->dueMs > watched->dueMs)
+            before = before->earlier;
+        watched->earlier = before;
+        watched->later = before != nullptr ? before->later : first;
+        (before != nullptr ? before->later : first) = watched;
+        (watched->later != nullptr ? watched->later->earlier : last) = watched;
+        watched->queue = this;
+    }
+
+    void remove(Watchdog* watched) {
+        (watched->earlier != nullptr ? watched->earlier->later : first) = watched->later;
+        (watched->later != nullptr ? watched->later->earlier : last) = watched->earlier;
+    }
+};
+
 // All static and never destroyed: calls may be under way when the process ends.
 struct Watchdog::WatchingThread {
     static constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
@@ -39,9 +65,9 @@ struct Watchdog::WatchingThread {
     static inline pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;  // guards the rest
     static inline pthread_cond_t changed;                             // on the monotonic clock
     static inline bool running = false;
-    static inline std::int64_t wakeMs = never;  // when the thread looks next unless it is woken earlier
-    static inline Watchdog* first = nullptr;    // the watched calls, earliest deadline first
-    static inline Watchdog* last = nullptr;
+    static inline std::int64_t wakeMs = never;     // when the thread looks next unless it is woken earlier
+    static inline Queue untold;                    // calls of which callIsSlow() is to be told
+    static inline Queue limited;                   // the other calls, which are due at their limits
     static inline const Watchdog* late = nullptr;  // the call for which the process ends
 
     static void start() {
@@ -60,36 +86,33 @@ struct Watchdog::WatchingThread {
         if (!running) pthread_cond_destroy(&changed);
     }
 
-    // From the end: as calls mostly have the same limit, a new one nearly always belongs there.
-    static void insert(Watchdog* watched) {
-        Watchdog* before = last;
-        while (before != nullptr && before->deadlineMs > watched->deadlineMs)
-            before = before->earlier;
-        watched->earlier = before;
-        watched->later = before != nullptr ? before->later : first;
-        (before != nullptr ? before->later : first) = watched;
-        (watched->later != nullptr ? watched->later->earlier : last) = watched;
-    }
-
-    static void remove(Watchdog* watched) {
-        (watched->earlier != nullptr ? watched->earlier->later : first) = watched->later;
-        (watched->later != nullptr ? watched->later->earlier : last) = watched->earlier;
+    static Watchdog* nextDue() {
+        Watchdog* const a = untold.first;
+        Watchdog* const b = limited.first;
+        return b == nullptr || (a != nullptr && a->dueMs < b->dueMs) ? a : b;
     }
 
     static void* watch(void*) {
         pthread_mutex_lock(&mutex);
         for (;;) {
-            if (first == nullptr) {
+            Watchdog* const next = nextDue();
+            if (next == nullptr) {
                 wakeMs = never;
                 pthread_cond_wait(&changed, &mutex);
-            } else if (nowMs() >= first->deadlineMs) {
-                expire(*first);
-            } else {
-                wakeMs = first->deadlineMs;
+            } else if (nowMs() < next->dueMs) {
+                wakeMs = next->dueMs;
                 timespec until{};
                 until.tv_sec = static_cast<time_t>(wakeMs / 1000);
                 until.tv_nsec = static_cast<long>(wakeMs % 1000 * 1000000);
                 pthread_cond_timedwait(&changed, &mutex, &until);
+            } else if (next->queue == &limited) {
+                expire(*next);
+            } else {
+                // The mutex keeps the call from returning meanwhile.
+                next->client->callIsSlow();
+                untold.remove(next);
+                next->dueMs = next->deadlineMs;
+                limited.insert(next);
             }
         }
     }
@@ -107,19 +130,23 @@ struct Watchdog::WatchingThread {
     }
 };
 
-Watchdog::Watchdog(int seconds, LateCall kind, const char* askedUrl)
-    : limitSec(seconds), call(kind), url(askedUrl) {
-    if (limitSec <= 0) return;
-    deadlineMs = nowMs() + static_cast<std::int64_t>(limitSec) * 1000;
-    pthread_mutex_lock(&WatchingThread::mutex);
-    if (!WatchingThread::running) WatchingThread::start();
-    isListed = WatchingThread::running;
-    if (isListed) {
-        WatchingThread::insert(this);
-        if (deadlineMs < WatchingThread::wakeMs) pthread_cond_signal(&WatchingThread::changed);
+Watchdog::Watchdog(int seconds, LateCall kind, const char* askedUrl, ConnectionBuffer* waiting)
+    : limitSec(seconds), call(kind), url(askedUrl), client(waiting) {
+    if (limitSec > 0) {
+        const std::int64_t now = nowMs();
+        deadlineMs = now + static_cast<std::int64_t>(limitSec) * 1000;
+        dueMs = std::min(deadlineMs, client != nullptr ? client->beginCall(now) : deadlineMs);
+        pthread_mutex_lock(&WatchingThread::mutex);
+        if (!WatchingThread::running) WatchingThread::start();
+        if (WatchingThread::running) {
+            (dueMs < deadlineMs ? WatchingThread::untold : WatchingThread::limited).insert(this);
+            if (dueMs < WatchingThread::wakeMs) pthread_cond_signal(&WatchingThread::changed);
+        }
+        pthread_mutex_unlock(&WatchingThread::mutex);
     }
-    pthread_mutex_unlock(&WatchingThread::mutex);
-    if (!isListed) startTimer();
+    if (queue != nullptr) return;
+    if (client != nullptr) client->send();
+    if (limitSec > 0) startTimer();
 }
 
 Watchdog::~Watchdog() {
@@ -127,10 +154,10 @@ Watchdog::~Watchdog() {
         timer_delete(timer->id);  // first: a signal that it has sent still finds the late call
         timedCall = nullptr;
     }
-    if (!isListed) return;
+    if (queue == nullptr) return;
     pthread_mutex_lock(&WatchingThread::mutex);
     const bool isLate = WatchingThread::late == this;
-    WatchingThread::remove(this);
+    queue->remove(this);
     pthread_mutex_unlock(&WatchingThread::mutex);
     if (isLate) {
         for (;;)

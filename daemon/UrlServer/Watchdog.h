@@ -10,6 +10,8 @@
 
 namespace KATD_SPACE {
 
+class ConnectionBuffer;
+
 // Watches one call from construction to destruction; a call that takes longer ends the process
 // (endForLateCall). Each call has its own limit: calls that overlap do not arm or disarm one another.
 //
@@ -17,13 +19,17 @@ namespace KATD_SPACE {
 // each call gets a kernel timer of its own, which interrupts the call with SIGALRM; the handlers of that
 // signal call endIfLate().
 //
+// The thread also tells the connection that waits for the call when the call is slow
+// (ConnectionBuffer::callIsSlow). Without the thread, or without a limit, the Watchdog sends what the
+// connection holds back before the call.
+//
 // Use it on the stack of the thread that makes the call. Cheap: two short critical sections, and no system
 // call but for the first watch after a quiet spell.
 class Watchdog {
 public:
     // seconds: the limit; 0 or less: none. askedUrl must live as long as the Watchdog; the report has its
-    // first 1023 bytes.
-    Watchdog(int seconds, LateCall kind, const char* askedUrl);
+    // first 1023 bytes. waiting: the connection that waits for the call, or null.
+    Watchdog(int seconds, LateCall kind, const char* askedUrl, ConnectionBuffer* waiting = nullptr);
     ~Watchdog();
     Watchdog(const Watchdog&) = delete;
     Watchdog& operator=(const Watchdog&) = delete;
@@ -34,15 +40,19 @@ public:
 
 private:
     struct WatchingThread;
+    struct Queue;
 
     void startTimer();
 
     const int limitSec;
     const LateCall call;
     const char* const url;
+    ConnectionBuffer* const client;
     std::int64_t deadlineMs = 0;  // on the monotonic clock
-    // With the watching thread: neighbours in its list, which is sorted by deadline.
-    bool isListed = false;
+    // With the watching thread: when it has to do something about the call, and the place in a queue of
+    // calls by that time.
+    std::int64_t dueMs = 0;
+    Queue* queue = nullptr;
     Watchdog* earlier = nullptr;
     Watchdog* later = nullptr;
     // Without it.

@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 
 #include "UrlServer/ServerFixture.h"
+#include "UrlServer/Watchdog.h"
 
 using namespace katd_test;
 using KATD_SPACE::UrlServerInstance;
@@ -18,6 +19,22 @@ protected:
                std::string{matched, 0, 0, 0} + std::string(categories.begin(), categories.end());
     }
     const std::string listed = request("url0ads.example"), hit = reply({12});
+
+    // What a connection sends to these requests, write by write: its socket keeps the borders.
+    static std::vector<std::string> writesTo(const std::string& requests) {
+        int fds[2];
+        EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, fds));
+        Client client(fds[0]);
+        EXPECT_TRUE(client.send(requests));
+        shutdown(client.fd(), SHUT_WR);
+        EXPECT_EQ(-1, UrlServerInstance(fds[1]).start());
+        close(fds[1]);
+        std::vector<std::string> packets;
+        char packet[4096];
+        for (ssize_t size = 0; (size = recv(client.fd(), packet, sizeof packet, 0)) > 0;)
+            packets.emplace_back(packet, static_cast<std::size_t>(size));
+        return packets;
+    }
 };
 
 TEST_F(Requests, WhatIsNoRequestGetsNoReply) {
@@ -47,7 +64,6 @@ TEST_F(Requests, WhatIsNoRequestGetsNoReply) {
     }
 }
 
-// A socket that keeps the borders of its packets shows what goes out in one write.
 TEST_F(Requests, RepliesToWhatIsThereGoOutTogetherButNeverWait) {
     home().rules("url asked 7\nurl some 1,2,3\nurl none final\n");
     const std::string asked = request("url1asked");
@@ -69,19 +85,63 @@ TEST_F(Requests, RepliesToWhatIsThereGoOutTogetherButNeverWait) {
     };
     for (const auto& [requests, replies] : cases) {
         SCOPED_TRACE(requests);
-        int fds[2];
-        ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, fds));
-        Client client(fds[0]);
-        ASSERT_TRUE(client.send(requests));
-        shutdown(client.fd(), SHUT_WR);
-        EXPECT_EQ(-1, UrlServerInstance(fds[1]).start());
-        close(fds[1]);
-        std::vector<std::string> packets;
-        char packet[4096];
-        for (ssize_t size = 0; (size = recv(client.fd(), packet, sizeof packet, 0)) > 0;)
-            packets.emplace_back(packet, static_cast<std::size_t>(size));
-        EXPECT_EQ(replies, packets);
+        EXPECT_EQ(replies, writesTo(requests));
     }
+    // A call that the machine interrupts is not quick.
+    const std::string asks = request("url0some");
+    const std::vector<std::string> together{hit + reply({1, 2, 3}) + reply({1, 2, 3}) + hit};
+    int tries = 0;
+    while (writesTo(listed + asks + asks + listed) != together)
+        ASSERT_LT(++tries, 10000);
+}
+
+TEST_F(Requests, RepliesDoNotWaitForASlowOrUnlimitedCallOfTheEngine) {
+    int fds[2];
+    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds));
+    Client client(fds[0]);
+    KATD_SPACE::ConnectionBuffer stream(fds[1]);
+    stream.readAhead();
+    std::string taken = listed;
+    unsigned char category = 12;
+    ASSERT_TRUE(client.send(listed + listed + listed + listed + listed));
+    const auto holdBack = [&] {
+        ASSERT_EQ(listed.size(), stream.readn(&taken[0], static_cast<unsigned>(listed.size())));
+        ASSERT_TRUE(stream.reply({0, 1, 1, {}}, &category));
+        char byte = 0;
+        EXPECT_EQ(-1, recv(client.fd(), &byte, 1, MSG_DONTWAIT));
+    };
+    holdBack();
+    EXPECT_TRUE(stream.expectsQuickCall());
+    {
+        const KATD_SPACE::Watchdog slow(1000, KATD_SPACE::LateCall::QUERY, "u", &stream);
+        EXPECT_TRUE(client.receive());
+    }
+    EXPECT_FALSE(stream.expectsQuickCall());
+    holdBack();
+    {
+        const KATD_SPACE::Watchdog unlimited(0, KATD_SPACE::LateCall::QUERY, "u", &stream);
+        EXPECT_TRUE(client.receive());
+    }
+    // A client that does not read keeps nobody but its own connection.
+    holdBack();
+    std::string before(1 << 20, 'x');
+    before.resize(static_cast<std::size_t>(send(fds[1], before.data(), before.size(), MSG_DONTWAIT)));
+    stream.callIsSlow();
+    std::thread reader([&] {
+        EXPECT_EQ(static_cast<ssize_t>(before.size()),
+                  recv(client.fd(), &before[0], before.size(), MSG_WAITALL));
+        EXPECT_TRUE(client.receive());
+    });
+    EXPECT_TRUE(stream.send());
+    reader.join();
+    // A failure is reported by the connection.
+    holdBack();
+    client.hangUp();
+    stream.callIsSlow();
+    EXPECT_THAT(told(), testing::Not(testing::HasSubstr("fail to send")));
+    EXPECT_FALSE(stream.send());
+    EXPECT_THAT(told(), testing::HasSubstr("fail to send the url query result"));
+    close(fds[1]);
 }
 
 TEST_F(Requests, KeepsTheLongMessageBufferUntilItIsTooSmall) {
