@@ -1,7 +1,8 @@
-// Requests to katd-http as a client could send them, with a katd that is not there.
-// Input: the bytes of a connection.
+// Requests to katd-http as a client could send them, with a katd that is not there, and what katc says of a URL.
+// Input: the bytes of a connection, or of katc's output.
 #include <sys/socket.h>
 
+#include "Explanation.h"
 #include "Fuzz.h"
 #include "HttpServer.h"
 #include "Service.h"
@@ -20,9 +21,15 @@ constexpr char settings[] =
     "[policy e]\nproxy = envoy\nblock = 1\non_failure = pass\n";
 
 gateway::Service& service() {
+    setenv("PATH", "/nonexistent", 1);  // no katc
     static const InputFile file(settings);
     static gateway::Service instance(gateway::readSettings(file.path(), "/"), gateway::readRules(file.path(), "/"));
     return instance;
+}
+
+void requireNoForeignElement(const std::string& html) {
+    REQUIRE(html.find("<script>") == std::string::npos);
+    REQUIRE(html.find("<img") == std::string::npos);
 }
 
 bool isPrintable(char c) { return c == '\t' || (c >= ' ' && c != 0x7f); }
@@ -40,11 +47,12 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
                                  const bool isPage = response.body.compare(0, 15, "<!DOCTYPE html>") == 0;
                                  if (isPage) {
                                      // The page's own script and style, and no element of the request.
-                                     REQUIRE(response.body.find("<script>") == std::string::npos);
-                                     REQUIRE(response.body.find("<img") == std::string::npos);
+                                     requireNoForeignElement(response.body);
                                      REQUIRE(response.has_header("Content-Security-Policy"));
                                  }
                              }});
+    requireNoForeignElement(gateway::explanationHtml(std::string(reinterpret_cast<const char*>(data), size),
+                                                     katclient_answer{}, tools::CategoryNames()));
     int sockets[2];
     if (size > 100000 || socketpair(AF_UNIX, SOCK_STREAM, 0, sockets) != 0) return 0;
     const int bufferSize = 8 << 20;  // holds all replies, which are not read

@@ -18,6 +18,8 @@ std::string onlyValue(const httplib::Request& request, const char* name) {
 
 std::string requestUrl(UrlSource source, const httplib::Request& request, std::string_view rest) {
     switch (source) {
+        case UrlSource::none:
+            return "";
         case UrlSource::nginx:
             return onlyValue(request, "X-Original-URL");
         case UrlSource::forwarded: {

@@ -14,6 +14,7 @@ namespace gateway {
 enum class UrlSource {
     nginx,      // X-Original-URL, which nginx is configured to set
     forwarded,  // X-Forwarded-Proto, X-Forwarded-Host and X-Forwarded-Uri: Traefik, Caddy
+    none,       // squid asks by its helper: the policy is that of its block page alone
     envoy,      // the Host of the request and what follows the policy in its path
 };
 

@@ -254,11 +254,10 @@ void Service::blocked(const httplib::Request& request, httplib::Response& respon
         case Verdict::refuse: {
             // The parameter may only select one of the URL's categories that the policy names.
             int category = decision.category;
-            const std::string wanted = request.get_param_value("category");
+            const auto wanted = now->names.resolve(request.get_param_value("category"));
             for (unsigned i = 0; i < answer.count; ++i) {
-                const int number = answer.categories[i];
-                if (found->second.named[answer.categories[i]] != found->second.allows &&
-                    wanted == std::to_string(number))
+                const std::uint8_t number = answer.categories[i];
+                if (found->second.named[number] != found->second.allows && wanted == number)
                     category = number;
             }
             return replyPage(response, 403, blockedPage(found->second, url, nameOf(now->names, category)));

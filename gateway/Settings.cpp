@@ -145,10 +145,10 @@ Policy readPolicy(File* file, const std::string& section, const tools::CategoryN
     constexpr Verdict failureVerdicts[] = {Verdict::fail, Verdict::pass, Verdict::refuse};
     policy.onFailure = failureVerdicts[file->word(section, "on_failure", {"error", "pass", "block"})];
     constexpr UrlSource sources[] = {UrlSource::nginx, UrlSource::forwarded, UrlSource::forwarded,
-                                     UrlSource::envoy};
+                                     UrlSource::envoy, UrlSource::none};
     if (!file->value(section, "proxy"))
-        file->fail(section, "proxy", "must be nginx, traefik, caddy or envoy");
-    policy.source = sources[file->word(section, "proxy", {"nginx", "traefik", "caddy", "envoy"})];
+        file->fail(section, "proxy", "must be nginx, traefik, caddy, envoy or squid");
+    policy.source = sources[file->word(section, "proxy", {"nginx", "traefik", "caddy", "envoy", "squid"})];
     constexpr unsigned statuses[] = {403, 302};
     policy.refusedStatus = statuses[file->word(section, "refuse", {"403", "302"})];
     policy.blockPage = file->value(section, "block_page", "");

@@ -29,7 +29,7 @@ constexpr char settingsText[] = R"([katd-http]
 socket = katd.sock
 answer_timeout = 300
 categories = categories
-policies = nginx, traefik, envoy, kids, open
+policies = nginx, traefik, envoy, kids, open, squid
 
 [policy nginx]
 proxy = nginx
@@ -53,6 +53,10 @@ proxy = nginx
 allow = news
 title = Not for "kids" <b>
 contact = Ask the library desk
+
+[policy squid]
+proxy = squid
+block = news
 
 [policy open]
 proxy = nginx
@@ -194,6 +198,9 @@ TEST_F(GatewayTest, AnswersEachRequest) {
         {"/v1/auth/envoy/", "Host: x.example", 403, ""}, {"/v1/auth/envoy/", "Host: late.example", 403, ""},
         {"/v1/auth/nobody", "X-Original-URL: http://a9.example/", 404, "policy"},
         {"/blocked?policy=nginx&url=http://a12.example/&category=44", "", 403, "<dd>news</dd>"},
+        {"/blocked?policy=nginx&url=http://a12.example/&category=advertising", "", 403, "<dd>news</dd>"},
+        {"/blocked?policy=squid&url=http://a12.example/&category=news", "", 403, "<dd>news</dd>"},
+        {"/v1/auth/squid", "X-Original-URL: http://a12.example/", 400, "error"},
         {"/blocked?policy=nginx&url=http://a9.example/&category=12", "", 200, "not blocked"},
         {"/blocked?policy=nginx&url=http://late.example/", "", 503, "No answer"},
         {"/blocked?url=http://a12.example/", "", 400, ""}, {"/healthz", "", 200, "katd answers"},
@@ -328,7 +335,7 @@ TEST_F(GatewayTest, WrongSettingsAreRefusedWithTheirPlace) {
             EXPECT_THAT(e.what(), HasSubstr(sentence)) << text;
         }
     }
-    EXPECT_EQ(readRules(settingsFile(), home()).policies.size(), 5u);
+    EXPECT_EQ(readRules(settingsFile(), home()).policies.size(), 6u);
 }
 
 }  // namespace

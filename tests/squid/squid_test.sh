@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Debian's squid with its own squid.conf and the configurations of docs/squid.md, asked from its own machine and from its
 # LAN, while lists change and katd goes and comes back. Needs root, for namespaces. Usage: squid_test.sh KATD KATC
-# [KATCATALOG ENGINE]: the last is the library of the catalogue engine.
+# [KATCATALOG ENGINE [KATD_HTTP]]: ENGINE is the library of the catalogue engine.
 set -euo pipefail
 # shellcheck source=scripts/lib.sh
 . "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
@@ -124,6 +124,26 @@ if (($# > 2)); then
     expect "200 000 " games.example
     echo example | "$3" update --quiet --allow-suffixes --category 34 /run/home/data/catalog.mdb -
     expect "403 000 " games.example
+    stop_squid
+fi
+
+# The block page of katd-http, to which squid redirects and which asks katd itself.
+if (($# > 4)); then
+    awk '$0 == "```ini" { inside = 1; next } $0 == "```" { inside = 0 } inside' "$source_tree/docs/squid.md" |
+        sed 's#/etc/katd/#/run/#' > /run/home/conf/katd-http.ini
+    KATD_DIR=/run/home "$5" > /run/http.out 2>&1 &
+    at_exit kill $!
+    wait_until 30 curl -s -o /dev/null http://127.0.0.1:8480/healthz || fail "katd-http: $(< /run/http.out)"
+    line=$(sed -n 's/^    \(deny_info.*policy=lan.*\)/\1/p' "$source_tree/docs/squid.md")
+    start_squid 10-katd.conf "external_acl_type katd_block" "s|^deny_info.*|${line//&/\\&}|"
+    expect "302 000 http://192.168.7.1:8480/blocked?policy=lan&url=http%3A%2F%2Fads.example%2Fa%2520b&category=advertising" \
+        ads.example/a%20b
+    page_of() { ip netns exec lan curl -s -L -x 192.168.7.1:3128 "$1"; }
+    [[ $(page_of http://ads.example/a%20b) == *'<code>ads.example</code></dd>'*'<dd>advertising</dd>'*'<code>http://ads.example/a%20b</code>'* ]] ||
+        problem "no block page: $(page_of http://ads.example/a%20b)"
+    [[ $(page_of "http://192.168.7.1:8480/blocked?policy=lan&url=http://good.invalid/&category=advertising") == *"not blocked"* ]] ||
+        problem "a forged link claims a block"
+    [[ $(page_of http://192.168.7.1:8480/) == *"no such page"* ]] || problem "the LAN sees the administrator's page"
     stop_squid
 fi
 
