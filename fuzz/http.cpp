@@ -1,5 +1,5 @@
-// Requests to katd-http as a client could send them, with a katd that is not there, and what katc says of a URL.
-// Input: the bytes of a connection, or of katc's output.
+// Requests to katd-http as a client could send them, with a katd that is not there, and what katc says of a
+// URL. Input: the bytes of a connection, or of katc's output.
 #include <sys/socket.h>
 
 #include "Explanation.h"
@@ -23,7 +23,8 @@ constexpr char settings[] =
 gateway::Service& service() {
     setenv("PATH", "/nonexistent", 1);  // no katc
     static const InputFile file(settings);
-    static gateway::Service instance(gateway::readSettings(file.path(), "/"), gateway::readRules(file.path(), "/"));
+    static gateway::Service instance(gateway::readSettings(file.path(), "/"),
+                                     gateway::readRules(file.path(), "/"));
     return instance;
 }
 
@@ -32,12 +33,15 @@ void requireNoForeignElement(const std::string& html) {
     REQUIRE(html.find("<img") == std::string::npos);
 }
 
-bool isPrintable(char c) { return c == '\t' || (c >= ' ' && c != 0x7f); }
+bool isPrintable(char c) {
+    return c == '\t' || (c >= ' ' && c != 0x7f);
+}
 
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static HttpServer server(gateway::HttpLimits(), std::vector<gateway::Listener>(), {[](const auto& request, auto& response) {
+    static HttpServer server(gateway::HttpLimits(), std::vector<gateway::Listener>(),
+                             {[](const auto& request, auto& response) {
                                  service().answerAll(request, response);
                                  // Nothing of a request may end a header line.
                                  for (const auto& [name, value] : response.headers) {
