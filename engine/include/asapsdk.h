@@ -16,8 +16,9 @@
 //   KATD_CATALOG_INI   path of the settings, instead
 //
 // Both are read by CSDKMain_Create. The categories of a URL come in the order of the entries that cover it,
-// the most specific one first. A URL that no entry covers has ASAPSDK_FLAG_FINAL. It learns nothing, and its
-// cache file holds no URLs.
+// the most specific one first. A URL that no entry covers has ASAPSDK_FLAG_FINAL. Without a shared store it
+// learns nothing. With one, the flag is missing while the store has not answered, and it learns records of
+// the store.
 //
 // The stand-in reads its environment at every call (a program must not change it while other threads make
 // calls):
@@ -89,8 +90,9 @@ extern "C" {
 #endif
 
 // Creates an engine; null on failure. The connection string has fields NAME=VALUE separated by ';'. The
-// stand-in uses WebSecCacheMaxEntries alone, the number of URLs to learn (0, absent or not a number: none);
-// the catalogue engine uses none. The caller must release the engine with CSDKMain_Close.
+// stand-in uses WebSecCacheMaxEntries alone, the number of URLs to learn (0, absent or not a number: none).
+// The catalogue engine uses it for the records of a shared store, and HttpConnPoolSize for the connections to
+// it, 4 if absent. The caller must release the engine with CSDKMain_Close.
 ASAPSDK_API void* CSDKMain_Create(const char* connection);
 
 // Releases the engine; what it has learnt is not saved. Null is allowed.
