@@ -263,14 +263,18 @@ public:
         set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
             const std::size_t lengths = request.get_header_value_count("Content-Length");
             const std::size_t encodings = request.get_header_value_count("Transfer-Encoding");
-            // Request smuggling: a front server may see a different length in such a request.
-            if (lengths + encodings > 1 || (encodings > 0 && request.version != "HTTP/1.1")) {
-                refuse(response, 400, "the length of the request is given twice");
+            // Request smuggling: a front server may see another length in such a request, and httplib takes
+            // what is no number for 0. What follows is not the next request.
+            const bool isTwice = lengths + encodings > 1 || (encodings > 0 && request.version != "HTTP/1.1");
+            const std::string length = request.get_header_value("Content-Length");
+            if (isTwice || length.find_first_not_of("0123456789") != length.npos) {
+                mustClose_ = true;
+                refuse(response, 400,
+                       isTwice ? "the length of the request is given twice" : "the length is not a number");
                 return HandlerResponse::Handled;
             }
             if (request.method == "POST") return HandlerResponse::Unhandled;
-            if (encodings > 0 || (lengths > 0 && request.get_header_value("Content-Length") != "0"))
-                mustClose_ = true;
+            if (encodings > 0 || (lengths > 0 && length != "0")) mustClose_ = true;
             handler_(request, response);
             return HandlerResponse::Handled;
         });

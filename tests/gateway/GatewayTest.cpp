@@ -22,6 +22,7 @@ namespace {
 
 using namespace gateway;
 using namespace katd_test;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -279,6 +280,10 @@ TEST_F(GatewayTest, RequestsOnOneConnectionAreAnsweredInOrder) {
         EXPECT_NE(at, text.npos) << part;
     }
     EXPECT_THAT(text, Not(HasSubstr("[4]")));
+    for (const char* length : {"Content-Length: 52\r\nContent-Length: 0", "Content-Length: %30"})
+        EXPECT_THAT(
+            get("/v1/categories?url=a4.example HTTP/1.1\r\n" + std::string(length) + "\r\n\r\nGET /healthz"),
+            AllOf(HasSubstr(" 400 "), Not(HasSubstr("200 OK"))));
 }
 
 TEST_F(GatewayTest, ARequestWithoutEndIsEndedByItsLimits) {
