@@ -75,6 +75,8 @@ start caddy 8081 env HOME="$scratch" caddy run --config "$scratch/Caddyfile" --a
 expect "nginx passes" 'HTTP/1.1 200*the site*' -H 'Host: www.orchard-museum.example' http://127.0.0.1/
 expect "nginx refuses" 'HTTP/1.1 302*Location: http://127.0.0.1:8480/blocked?policy=guests&url=http*category=44*' \
     -H 'Host: media.cdn-edge.example' http://127.0.0.1/ads/top.gif
+expect "nginx refuses a long URL" 'HTTP/1.1 302*HTTP/1.1 403*<dd>advertising</dd>*' -L \
+    -H 'Host: media.cdn-edge.example' "http://127.0.0.1/ads/$(printf '%%41%.0s' {1..4000})"
 expect "nginx replaces a client's header" 'HTTP/1.1 302*' -H 'Host: media.cdn-edge.example' \
     -H 'X-Original-URL: http://www.orchard-museum.example/' http://127.0.0.1/ads/top.gif
 expect "nginx serves the block page" 'HTTP/1.1 403*<dd>advertising</dd>*' \
