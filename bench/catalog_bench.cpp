@@ -1,12 +1,19 @@
-// Measures the catalogue against LMDB itself, in one run: looking up, making the file, its size, opening it.
+// Measures the catalogue against LMDB itself, in one run: importing lists, the size of the file, opening it
+// and looking up.
 #include <lmdb.h>
+#include <spawn.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
+#include <numeric>
 #include <random>
 #include <string>
 #include <vector>
@@ -14,8 +21,8 @@
 #include "Fail.h"
 #include "Names.h"
 #include "catalog/Catalog.h"
+#include "catalog/Format.h"
 #include "catalog/Guard.h"
-#include "catalog/Writer.h"
 
 namespace {
 
@@ -52,16 +59,85 @@ double best(Body body) {
     return least;
 }
 
-// The same records in their order, by LMDB alone, in one transaction that is synced like an import.
-double appendAlone(const std::string& from, const std::string& to) {
-    std::filesystem::remove(to);
-    std::vector<std::pair<std::string, std::string>> records;
+struct Times {
+    double wall = 0;
+    double processor = 0;
+};
+
+double wallNow() {
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+double seconds(const timeval& time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
+
+struct Sizes {
+    unsigned lines = 0;
+    std::uint64_t nameBytes = 0;  // each host once
+};
+
+// One folder for each category, as lists are published. Hosts are in no order; one in five has two
+// categories.
+Sizes writeLists(const Names& names, unsigned hosts, const std::string& folder) {
+    std::vector<std::ofstream> lists;
+    std::filesystem::create_directories(folder);
+    std::ofstream numbers(folder + "/categories");
+    for (unsigned i = 0; i < categories; ++i) {
+        const std::string name = "c" + std::to_string(i);
+        std::filesystem::create_directories(folder + "/lists/" + name);
+        lists.emplace_back(folder + "/lists/" + name + "/domains");
+        numbers << name << " = " << i << "\n";
+    }
+    std::vector<std::uint32_t> order(hosts);
+    std::iota(order.begin(), order.end(), 0U);
+    std::shuffle(order.begin(), order.end(), std::minstd_rand(1));
+    Sizes sizes;
+    std::string host;
+    for (unsigned i = 0; i < hosts; ++i) {
+        host.clear();
+        names.appendHost(order[i], &host);
+        sizes.nameBytes += host.size();
+        lists[i % categories] << host << "\n";
+        if (i % 5 == 0) lists[(i + 7) % categories] << host << "\n";
+        sizes.lines += i % 5 == 0 ? 2 : 1;
+    }
+    for (std::ofstream& list : lists)
+        check(list.flush().good(), "cannot write below " + folder);
+    return sizes;
+}
+
+// What people run, in a process of its own. *peak becomes its memory in kilobytes, or that of this process at
+// the time if it is more.
+Times import(const std::string& folder, const std::string& to, long* peak) {
+    const std::string numbers = folder + "/categories";
+    const std::string lists = folder + "/lists";
+    const double start = wallNow();
+    const char* const words[] = {KATCATALOG_BINARY, "import",      "--quiet", "--map", numbers.c_str(), "-o",
+                                 to.c_str(),        lists.c_str(), nullptr};
+    pid_t child = 0;
+    check(posix_spawn(&child, words[0], nullptr, nullptr, const_cast<char* const*>(words), environ) == 0,
+          "cannot start katcatalog");
+    int status = -1;
+    rusage usage{};
+    check(wait4(child, &status, 0, &usage) == child && status == 0, "katcatalog import failed");
+    if (peak != nullptr) *peak = usage.ru_maxrss;
+    return {wallNow() - start, seconds(usage.ru_utime) + seconds(usage.ru_stime)};
+}
+
+using Records = std::vector<std::pair<std::string, std::string>>;
+
+// The records of a catalogue, in their order.
+Records recordsOf(const std::string& path) {
+    Records records;
     MDB_env* source = nullptr;
     MDB_txn* reading = nullptr;
     MDB_cursor* cursor = nullptr;
     mdb_env_create(&source);
-    check(mdb_env_open(source, from.c_str(), MDB_NOSUBDIR | MDB_NOLOCK | MDB_RDONLY, 0) == 0,
-          "cannot open " + from);
+    check(mdb_env_open(source, path.c_str(), MDB_NOSUBDIR | MDB_NOLOCK | MDB_RDONLY, 0) == 0,
+          "cannot open " + path);
     mdb_txn_begin(source, nullptr, MDB_RDONLY, &reading);
     MDB_dbi dbi = 0;
     mdb_dbi_open(reading, nullptr, 0, &dbi);
@@ -75,10 +151,18 @@ double appendAlone(const std::string& from, const std::string& to) {
     mdb_cursor_close(cursor);
     mdb_txn_abort(reading);
     mdb_env_close(source);
+    return records;
+}
 
+// By LMDB alone, in one transaction that is synced like an import.
+Times append(const Records& records, const std::string& to) {
+    std::filesystem::remove(to);
     const double start = now();
+    const double wallStart = wallNow();
     MDB_env* target = nullptr;
     MDB_txn* writing = nullptr;
+    MDB_cursor* cursor = nullptr;
+    MDB_dbi dbi = 0;
     mdb_env_create(&target);
     mdb_env_set_mapsize(target, std::size_t{8} << 30U);
     check(mdb_env_open(target, to.c_str(), MDB_NOSUBDIR | MDB_NOLOCK, 0644) == 0, "cannot write " + to);
@@ -93,7 +177,12 @@ double appendAlone(const std::string& from, const std::string& to) {
     mdb_cursor_close(cursor);
     check(mdb_txn_commit(writing) == 0, "commit failed");
     mdb_env_close(target);
-    return secondsSince(start);
+    return {wallNow() - wallStart, secondsSince(start)};
+}
+
+void keepLess(Times* least, const Times& times) {
+    least->wall = std::min(least->wall, times.wall);
+    least->processor = std::min(least->processor, times.processor);
 }
 
 // Hosts to look up, half of them below an entry, half below none.
@@ -121,43 +210,30 @@ int main(int argc, char** argv) {
     catalog::installFaultGuard();
     const Names names(1);
 
-    std::vector<std::string> lines;
-    std::uint64_t nameBytes = 0;
-    for (unsigned i = 0; i < hosts; ++i) {
-        std::string host;
-        names.appendHost(i, &host);
-        nameBytes += host.size();
-        lines.push_back(std::move(host));
+    const std::string inputs = folder + "/catalog_bench_lists";
+    const Sizes sizes = writeLists(names, hosts, inputs);
+    Records records;
+    Times imported{1e9, 1e9};
+    Times appended{1e9, 1e9};
+    long peak = 0;
+    for (unsigned round = 0; round < rounds; ++round) {
+        keepLess(&imported, import(inputs, path, round == 0 ? &peak : nullptr));
+        if (records.empty()) records = recordsOf(path);
+        keepLess(&appended, append(records, plain));
     }
-    std::shuffle(lines.begin(), lines.end(), std::minstd_rand(1));
-
-    const double start = now();
-    catalog::Builder::Result result;
-    {
-        catalog::Builder builder;
-        catalog::Url url;
-        for (unsigned i = 0; i < hosts; ++i) {
-            check(catalog::readUrl(lines[i], &url) == nullptr, "no entry: " + lines[i]);
-            builder.add(url, i % categories, static_cast<std::uint16_t>(i % categories + 1));
-            if (i % 5 == 0)
-                builder.add(url, (i + 7) % categories, static_cast<std::uint16_t>((i + 7) % categories + 1));
-        }
-        const double read = secondsSince(start);
-        builder.sort();
-        const double sorted = secondsSince(start);
-        std::string failure;
-        check(builder.write(path, false, {}, {}, &result, &failure), failure);
-        std::printf("made in %.2f s: read %.2f, sorted %.2f, written %.2f\n", secondsSince(start), read,
-                    sorted - read, secondsSince(start) - sorted);
-    }
-    const double made = secondsSince(start);
-    const double appended = appendAlone(path, plain);
-    std::printf("append by LMDB alone %.2f s: ratio %.2f\n", appended, made / appended);
+    records = Records();
+    std::filesystem::remove_all(inputs);
+    std::printf("import of %u lines: %.2f s of processor time, %.2f s in all, at most %ld MB of memory\n",
+                sizes.lines, imported.processor, imported.wall, peak / 1000);
+    std::printf("append by LMDB alone: %.2f s of processor time, %.2f s in all\n", appended.processor,
+                appended.wall);
+    std::printf("import: ratio %.2f of processor time, %.2f in all\n",
+                imported.processor / appended.processor, imported.wall / appended.wall);
     struct stat state {};
     ::stat(path.c_str(), &state);
     std::printf("file %.1f MB, names %.1f MB: ratio %.2f\n", static_cast<double>(state.st_size) / 1e6,
-                static_cast<double>(nameBytes) / 1e6,
-                static_cast<double>(state.st_size) / static_cast<double>(nameBytes));
+                static_cast<double>(sizes.nameBytes) / 1e6,
+                static_cast<double>(state.st_size) / static_cast<double>(sizes.nameBytes));
 
     std::string failure;
     const double opened = best([&] { check(catalog::Catalog::open(path, &failure) != nullptr, failure); });
@@ -169,8 +245,10 @@ int main(int argc, char** argv) {
     check(file != nullptr, failure);
     std::vector<std::string> keys;
     for (unsigned i = 0; i < questions; ++i) {
+        std::string host;
+        names.appendHost(static_cast<std::uint32_t>(Names::mix(i) % hosts), &host);
         catalog::Url url;
-        check(catalog::readUrl(lines[Names::mix(i) % hosts], &url) == nullptr, "no URL");
+        check(catalog::readUrl(host, &url) == nullptr, "no URL");
         keys.push_back(catalog::hostKey(url));
     }
     MDB_txn* transaction = nullptr;

@@ -26,6 +26,7 @@ struct Addition {
 constexpr std::size_t additionSize = sizeof(Addition);
 // Additions are in memory in the order of their arrival. Sorted access is random, so they are prefetched.
 constexpr std::ptrdiff_t ahead = 16;
+constexpr std::ptrdiff_t few = 64;  // to sort by comparisons
 
 }  // namespace
 
@@ -58,8 +59,36 @@ struct Builder::Record {
         const int order = a.key().compare(b.key());
         return order != 0 ? order < 0 : a.addition().sequence < b.addition().sequence;
     }
+    // Sorts by the chunk's bits below `shift` + 8: first by their highest byte, then within each of its
+    // values.
+    static void sortChunks(Record* begin, Record* end, unsigned shift) {
+        if (end - begin <= few) {
+            std::sort(begin, end, [](const Record& a, const Record& b) { return a.chunk < b.chunk; });
+            return;
+        }
+        const auto byteOf = [shift](const Record& record) { return record.chunk >> shift & 255U; };
+        std::ptrdiff_t counts[256] = {};
+        for (const Record* record = begin; record != end; ++record)
+            ++counts[byteOf(*record)];
+        Record* places[256];
+        Record* ends[256];
+        Record* place = begin;
+        for (unsigned byte = 0; byte < 256; ++byte) {
+            places[byte] = place;
+            ends[byte] = place += counts[byte];
+        }
+        for (unsigned byte = 0; byte < 256; ++byte) {
+            while (places[byte] != ends[byte]) {
+                Record moved = *places[byte];
+                for (std::uint64_t to = byteOf(moved); to != byte; to = byteOf(moved))
+                    std::swap(moved, *places[to]++);
+                *places[byte]++ = moved;
+            }
+            if (shift > 0 && counts[byte] > 1) sortChunks(ends[byte] - counts[byte], ends[byte], shift - 8);
+        }
+    }
     static void sort(Record* begin, Record* end, std::size_t depth) {
-        std::sort(begin, end, [](const Record& a, const Record& b) { return a.chunk < b.chunk; });
+        sortChunks(begin, end, 56);
         while (begin != end) {
             Record* const next =
                 std::find_if(begin, end, [&](const Record& r) { return r.chunk != begin->chunk; });

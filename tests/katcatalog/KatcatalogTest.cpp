@@ -2,7 +2,11 @@
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#ifdef KATD_HAVE_PSL
+#include <libpsl.h>
+#endif
 
+#include <fstream>
 #include <random>
 #include <thread>
 
@@ -74,6 +78,35 @@ TEST_F(KatcatalogTest, badLinesAreShownAndSkipped) {
     EXPECT_EQ(1, run("katcatalog import --strict -o c.mdb 5=bad"));
     EXPECT_THAT(dump(), HasSubstr("co.uk\t5"));
 }
+
+#ifdef KATD_HAVE_PSL
+// It asks libpsl only about some of the hosts.
+TEST_F(KatcatalogTest, refusesThePublicSuffixesOfLibpsl) {
+    constexpr const char* path = "/usr/share/publicsuffix/public_suffix_list.dat";
+    psl_ctx_t* const list = psl_load_file(path);
+    if (list == nullptr) GTEST_SKIP() << "no " << path;
+    std::ifstream file(path);
+    std::string hosts;
+    std::string expected;
+    int number = 0;
+    for (std::string line; std::getline(file, line);) {
+        if (line.empty() || line[0] == '/') continue;
+        line.erase(0, line.find_first_not_of("*.!"));
+        for (const std::string& host : {line, "x." + line, "a.x." + line}) {
+            hosts += host + "\n";
+            ++number;
+            if (psl_is_public_suffix2(list, host.c_str(), PSL_TYPE_ICANN | PSL_TYPE_NO_STAR_RULE) != 0)
+                expected += std::to_string(number) + " ";
+        }
+    }
+    psl_free(list);
+    write("hosts", hosts);
+    EXPECT_EQ(0, run("katcatalog import -q --show 1000000 --category 1 -o c.mdb hosts 2>&1 |"
+                     " sed -n 's/^hosts:\\([0-9]*\\): skipped, a public suffix.*/\\1/p' | tr '\\n' ' '"));
+    EXPECT_EQ(expected, output);
+    EXPECT_GT(expected.size(), 10000U);
+}
+#endif
 
 TEST_F(KatcatalogTest, findNamesTheEntryAndTheListOfEachCategory) {
     ASSERT_EQ(0, run("katcatalog import -q --map categories -o c.mdb lists large=hosts"));
