@@ -76,12 +76,11 @@ std::string ListLookUp::text(const std::string& url, const ListAnswer& answer,
                              const CategoryNames& names) const {
     std::string text = printable(url) + "\n";
     if (answer.key) text += "  looked up as  " + printable(*answer.key) + "\n";
-    text += "  answer        ";
-    if (!answer.file.empty()) return text + answerText(answer, names) + "\n";
+    if (!answer.file.empty()) return text + "  answer        " + answerText(answer, names) + "\n";
     const char* const where = hasUrls() && hasDomains()   ? "it is in neither list"
                               : hasUrls() || hasDomains() ? "it is not in the list"
                                                           : "there are no lists";
-    return text + "none: " + where + ", katd would ask the engine\n";
+    return text + "  own lists     none: " + where + ", katd asks its engine\n";
 }
 
 }  // namespace tools

@@ -102,14 +102,14 @@ TEST_F(KatcTest, Answers) {
          "multi.example/x\n  looked up as  multi.example/x\n"
          "  answer        category 44 (online games): its host is [multi.example] of why/domains\n", "", ""},
         {"PATH=why:$PATH; KATD_DIR=why katc why -- -x", 0,
-         "-x\n  looked up as  -x\n  answer        none: it is in neither list, katd would ask the engine\n"
+         "-x\n  looked up as  -x\n  own lists     none: it is in neither list, katd asks its engine\n"
          "  catalogue     why/data/catalog.mdb\nfind why/data/catalog.mdb -- -x\n", "", ""},
         {"PATH=why:$PATH; KATD_DIR=why katc why --json --categories names HTTP://ads.example/%61/b -- -x", 0,
          "{\"url\":\"HTTP://ads.example/%61/b\",\"looked_up\":\"ads.example/a/b\",\"category\":12,\"name\":\"a\\\"b\\\\c\","
          "\"item\":\"ads.example/a\",\"match\":\"prefix\",\"list\":\"why/urls\"}\n"
          "{\"url\":\"-x\",\"looked_up\":\"-x\",\"catalog\":{\"words\":\"find --json why/data/catalog.mdb -- -x\","
          "\"catalog\":\"why/data/catalog.mdb\"}}\n", "", ""},
-        {"KATD_DIR=empty katc why a", 0, "a\n  answer        none: there are no lists, katd would ask the engine\n"
+        {"KATD_DIR=empty katc why a", 0, "a\n  own lists     none: there are no lists, katd asks its engine\n"
          "  catalogue     empty/data/catalog.mdb: No such file or directory\n", "", ""},
         {"cp -r why why2; echo '1 2 3' >why2/urls; PATH=why:$PATH; KATD_DIR=why2 katc why ads.example | tail -n 1", 0,
          "find why2/data/catalog.mdb -- ads.example\n", "katd refuses why2/urls", ""},

@@ -226,7 +226,7 @@ TEST_F(KatlistTest, FindAndStatExplainLists) {
     expect(R"(
 0 katlist find --urls u --domains d ' HTTP://A.example/X%20y/z' ;; looked up as  a.example/x y/z\n ;; category 12: the URL begins with [a.example/x y] of u\n
 0 katlist find --urls u --domains d a.example/other --map map ;; category 5 (ads): its host is [a.example] of d\n ## 0 katlist find --urls u --domains d b.example.evil.test ;; category 44 (of 300 ;; [b.example] of u
-1 katlist find --urls u --domains d a.example:80 ;; none: it is in neither list, katd would ask the engine ## 1 katlist find --urls u --domains d '' ;; none ## 1 katlist find --urls u --domains d c.test ;; none
+1 katlist find --urls u --domains d a.example:80 ;; none: it is in neither list, katd asks its engine ## 1 katlist find --urls u --domains d '' ;; none ## 1 katlist find --urls u --domains d c.test ;; none
 1 katlist find --urls u --domains d -- -x build - ;; -x\n ;; build\n ;; -\n  looked up as  -\n ## 0 printf 'a.example/1\r\na.example/2\n' | katlist find --domains d - ;; a.example/2\n
 1 printf 'a.example\n\r\na.ex\0mple\n' | katlist find --domains d - ;; standard input:2: an empty URL ;; standard input:3: a URL with a zero byte is not looked up ;; ~a.ex\n
 1 katlist find --urls d --domains u a.example b.example x ## 1 katlist find --urls in x <=  ;; katlist check in explains why ## 1 katlist stat in
