@@ -57,7 +57,7 @@ std::string objectHtml(const Json& object, const katclient_answer& answer,
     std::string html;
     if (object.contains("looked_up")) html += row("Looked up as", code(object, "looked_up"));
     if (!object.contains("list"))
-        return html + row("Found by", "the engine, because no list has the URL") +
+        return html + row("Found by", "the engine: katd's own lists do not have the URL") +
                catalogHtml(object.at("catalog"), names);
     const bool isPrefix = object.at("match").get<std::string>() == "prefix";
     html += row("Found by", std::string(isPrefix ? "the list of URLs, " : "the list of domains, ") +
