@@ -138,13 +138,14 @@ Watchdog::Watchdog(int seconds, LateCall kind, const char* askedUrl, ConnectionB
         dueMs = std::min(deadlineMs, client != nullptr ? client->beginCall(now) : deadlineMs);
         pthread_mutex_lock(&WatchingThread::mutex);
         if (!WatchingThread::running) WatchingThread::start();
-        if (WatchingThread::running) {
+        isListed = WatchingThread::running;
+        if (isListed) {
             (dueMs < deadlineMs ? WatchingThread::untold : WatchingThread::limited).insert(this);
             if (dueMs < WatchingThread::wakeMs) pthread_cond_signal(&WatchingThread::changed);
         }
         pthread_mutex_unlock(&WatchingThread::mutex);
     }
-    if (queue != nullptr) return;
+    if (isListed) return;
     if (client != nullptr) client->send();
     if (limitSec > 0) startTimer();
 }
@@ -154,7 +155,7 @@ Watchdog::~Watchdog() {
         timer_delete(timer->id);  // first: a signal that it has sent still finds the late call
         timedCall = nullptr;
     }
-    if (queue == nullptr) return;
+    if (!isListed) return;
     pthread_mutex_lock(&WatchingThread::mutex);
     const bool isLate = WatchingThread::late == this;
     queue->remove(this);

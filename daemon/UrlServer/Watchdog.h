@@ -49,8 +49,10 @@ private:
     const char* const url;
     ConnectionBuffer* const client;
     std::int64_t deadlineMs = 0;  // on the monotonic clock
-    // With the watching thread: when it has to do something about the call, and the place in a queue of
-    // calls by that time.
+    // With the watching thread.
+    bool isListed = false;
+    // Guarded by its mutex: when it has to do something about the call, and the place in a queue of calls by
+    // that time.
     std::int64_t dueMs = 0;
     Queue* queue = nullptr;
     Watchdog* earlier = nullptr;
