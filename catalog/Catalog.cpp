@@ -224,17 +224,17 @@ bool Reader::begin() {
     MDB_env* const environment = catalog_->environment();
     // Read this before LMDB allocates anything: if the file was truncated, the section ends here.
     const std::uint64_t version = lastVersion();
-    if (live_ && mdb_txn_id(transaction_) == version) return true;
     int error = 0;
     if (transaction_ == nullptr) {
         error = mdb_txn_begin(environment, nullptr, MDB_RDONLY, &transaction_);
-    } else {
+    } else if (!live_ || mdb_txn_id(transaction_) != version) {
         if (live_) mdb_txn_reset(transaction_);
         live_ = false;
         error = mdb_txn_renew(transaction_);
     }
     if (error == 0) {
         live_ = true;
+        // A cursor that keeps its position first compares with that page, which is seldom the right one.
         error = cursor_ == nullptr ? mdb_cursor_open(transaction_, 1, &cursor_)
                                    : mdb_cursor_renew(transaction_, cursor_);
     }
