@@ -203,17 +203,13 @@ bool Builder::next(Item* item, Result* result) {
         const bool had = (item->flags & head.flags) == head.flags;
         item->flags = static_cast<unsigned char>(item->flags | head.flags);
         if ((head.flags & isEntry) == 0) continue;
+        const Pair pair{static_cast<std::uint16_t>(head.category), head.source};
         const bool known = head.category == noCategory ||
-                           std::any_of(item->pairs.begin(), item->pairs.end(),
-                                       [&](const Pair& pair) { return pair.category == head.category; });
+                           std::find(item->pairs.begin(), item->pairs.end(), pair) != item->pairs.end();
         if (known && had) ++result->repeated;
-        if (known) continue;
-        if (item->pairs.size() == maxEntryCategories) {
-            ++result->dropped;
-        } else {
-            item->pairs.push_back({static_cast<std::uint16_t>(head.category), head.source});
-        }
+        if (!known) item->pairs.push_back(pair);
     }
+    result->dropped += limitPairs(&item->pairs);
     return true;
 }
 
@@ -319,9 +315,8 @@ public:
             }
             if ((level->flags & isInstead) != 0) break;
         }
-        return covered && item.pairs.size() <= above.size() &&
-               std::equal(item.pairs.begin(), item.pairs.end(), above.begin(),
-                          [](const Pair& pair, std::uint16_t category) { return pair.category == category; });
+        const auto own = categoriesOf(item.pairs);
+        return covered && own.size() <= above.size() && std::equal(own.begin(), own.end(), above.begin());
     }
 
 private:
@@ -347,7 +342,7 @@ bool syncFile(const std::string& path) {
 }  // namespace
 
 bool Builder::write(const std::string& path, bool compact, const Sources& sources, const CategoryNames& names,
-                    Result* result, std::string* failure) {
+                    Result* result, std::string* failure, const std::string& memory) {
     const std::uint64_t bytes = keyBytes_ + 32U * records_.size();
     const std::uint64_t slack = sizeof(void*) == 4 ? bytes / 4 + (16U << 20U) : 3 * bytes + (256U << 20U);
     *result = Result();
@@ -377,6 +372,8 @@ bool Builder::write(const std::string& path, bool compact, const Sources& source
         }
         for (const auto& [number, name] : names)
             file.put(numberedKey(categoryRecord, number), name);
+        if (!memory.empty() && result->dropped == 0)
+            file.put(std::string(1, memoryRecord), memoryValue(0, memory));
         Header header;
         header.entries = result->entries;
         header.created = header.changed = static_cast<std::uint64_t>(std::time(nullptr));

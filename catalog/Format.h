@@ -15,13 +15,14 @@ namespace catalog {
 constexpr std::uint32_t formatVersion = 1;
 constexpr char formatMagic[] = "katd-catalogue";
 constexpr std::size_t maxKey = 511;              // LMDB's own limit
-constexpr std::size_t maxEntryCategories = 256;  // a reply of katd holds no more
+constexpr std::size_t maxEntryCategories = 256;  // a reply of katd holds no more; of pairs likewise
 
 // The first byte of a key.
 enum Record : char {
     headerRecord = 1,
     sourceRecord = 2,     // then the number of the source, high byte first
     categoryRecord = 3,   // then the number of the category, high byte first; the value is its name
+    memoryRecord = 4,     // what a writer wants to know of the last change, see Update::memory()
     hostRecord = 'h',     // then Url::host
     networkRecord = 'n',  // then '4' or '6', the address, the prefix length
     pathRecord = 'p',     // then the host, or a zero byte, '4' or '6' and the address; the port; the path
@@ -41,6 +42,8 @@ constexpr unsigned manyAncestors = 15;
 struct Pair {
     std::uint16_t category;
     std::uint16_t source;
+
+    bool operator==(const Pair& other) const { return category == other.category && source == other.source; }
 };
 static_assert(sizeof(Pair) == 4, "the file stores pairs in this layout");
 

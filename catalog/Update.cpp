@@ -14,10 +14,28 @@
 namespace catalog {
 
 bool Entry::operator==(const Entry& other) const {
-    return instead == other.instead && std::equal(pairs.begin(), pairs.end(), other.pairs.begin(),
-                                                  other.pairs.end(), [](const Pair& a, const Pair& b) {
-                                                      return a.category == b.category && a.source == b.source;
-                                                  });
+    return instead == other.instead && pairs == other.pairs;
+}
+
+std::vector<std::uint16_t> categoriesOf(const std::vector<Pair>& pairs) {
+    std::vector<std::uint16_t> result;
+    for (const Pair& pair : pairs) {
+        if (std::find(result.begin(), result.end(), pair.category) == result.end())
+            result.push_back(pair.category);
+    }
+    return result;
+}
+
+std::size_t limitPairs(std::vector<Pair>* pairs) {
+    const std::size_t before = pairs->size();
+    if (before <= maxEntryCategories) return 0;
+    for (std::size_t i = before; i-- > 1 && pairs->size() > maxEntryCategories;) {
+        const auto place = pairs->begin() + static_cast<std::ptrdiff_t>(i);
+        const auto isSame = [&](const Pair& pair) { return pair.category == place->category; };
+        if (std::any_of(pairs->begin(), place, isSame)) pairs->erase(place);
+    }
+    pairs->resize(std::min(pairs->size(), maxEntryCategories));
+    return before - pairs->size();
 }
 
 std::string numberedKey(Record record, std::uint16_t number) {
@@ -121,6 +139,20 @@ bool Update::read(std::string_view key, std::string* value) {
     return true;
 }
 
+void Update::write(std::string_view key, std::string_view value) {
+    MDB_val name{key.size(), const_cast<char*>(key.data())};
+    MDB_val data{value.size(), const_cast<char*>(value.data())};
+    check(mdb_put(transaction_, 1, &name, &data, 0));
+    ++written_;
+}
+
+void Update::remove(std::string_view key) {
+    MDB_val name{key.size(), const_cast<char*>(key.data())};
+    const int error = mdb_del(transaction_, 1, &name, nullptr);
+    if (error != MDB_NOTFOUND) check(error);
+    ++written_;
+}
+
 bool Update::readNode(std::string_view key, Node* node) {
     std::string bytes;
     if (!read(key, &bytes)) return false;
@@ -137,11 +169,7 @@ bool Update::readNode(std::string_view key, Node* node) {
 }
 
 void Update::writeNode(std::string_view key, const Node& node) {
-    const std::string value = makeValue(node.flags, node.ancestors, node.pairs, key[0]);
-    MDB_val name{key.size(), const_cast<char*>(key.data())};
-    MDB_val data{value.size(), const_cast<char*>(value.data())};
-    check(mdb_put(transaction_, 1, &name, &data, 0));
-    ++written_;
+    write(key, makeValue(node.flags, node.ancestors, node.pairs, key[0]));
 }
 
 namespace {
@@ -206,9 +234,7 @@ void Update::setNode(std::string_view key, unsigned char set, unsigned char clea
     if (entry != nullptr) node.pairs = entry->pairs;
     if ((node.flags & (isEntry | hasPaths | hasPorts)) == 0) {
         if (!existed) return;
-        MDB_val name{key.size(), const_cast<char*>(key.data())};
-        check(mdb_del(transaction_, 1, &name, nullptr));
-        ++written_;
+        remove(key);
         changeBelow(key, false);
         return;
     }
@@ -277,6 +303,8 @@ void Update::put(const Url& url, const Entry& entry) {
 bool Update::hasBelow(std::string_view host, bool ports) {
     std::string prefix(1, pathRecord);
     if (host[0] == networkRecord) {
+        // Only single addresses have paths.
+        if (static_cast<unsigned char>(host.back()) != 8 * (host.size() - 3)) return false;
         prefix.push_back('\0');
         prefix.append(host.substr(1, host.size() - 2));
     } else {
@@ -394,35 +422,42 @@ CategoryNames Update::categoryNames() {
 }
 
 void Update::setSource(std::uint16_t number, const Source& source) {
-    const std::string key = numberedKey(sourceRecord, number);
-    const std::string value = sourceValue(source);
-    MDB_val name{key.size(), const_cast<char*>(key.data())};
-    MDB_val data{value.size(), const_cast<char*>(value.data())};
-    check(mdb_put(transaction_, 1, &name, &data, 0));
+    write(numberedKey(sourceRecord, number), sourceValue(source));
 }
 
 void Update::eraseSource(std::uint16_t number) {
-    const std::string key = numberedKey(sourceRecord, number);
-    MDB_val name{key.size(), const_cast<char*>(key.data())};
-    const int error = mdb_del(transaction_, 1, &name, nullptr);
-    if (error != MDB_NOTFOUND) check(error);
+    remove(numberedKey(sourceRecord, number));
 }
 
 void Update::setCategoryName(std::uint16_t number, const std::string& text) {
-    const std::string key = numberedKey(categoryRecord, number);
-    MDB_val name{key.size(), const_cast<char*>(key.data())};
-    MDB_val data{text.size(), const_cast<char*>(text.data())};
-    check(mdb_put(transaction_, 1, &name, &data, 0));
+    write(numberedKey(categoryRecord, number), text);
+}
+
+void Update::eraseCategoryName(std::uint16_t number) {
+    remove(numberedKey(categoryRecord, number));
+}
+
+std::string memoryValue(std::uint64_t changes, const std::string& memory) {
+    return std::string(reinterpret_cast<const char*>(&changes), sizeof changes) + memory;
+}
+
+// A writer that stores no memory makes the one that is there void.
+std::string Update::memory() {
+    std::string value;
+    const std::string expected = memoryValue(header_.changes, {});
+    if (!read(std::string(1, memoryRecord), &value) || value.compare(0, expected.size(), expected) != 0)
+        return {};
+    return value.substr(expected.size());
+}
+
+void Update::setMemory(const std::string& memory) {
+    write(std::string(1, memoryRecord), memoryValue(header_.changes + 1, memory));
 }
 
 void Update::commit() {
     header_.changed = static_cast<std::uint64_t>(std::time(nullptr));
     ++header_.changes;
-    const std::string key(1, headerRecord);
-    const std::string value = headerValue(header_);
-    MDB_val name{key.size(), const_cast<char*>(key.data())};
-    MDB_val data{value.size(), const_cast<char*>(value.data())};
-    check(mdb_put(transaction_, 1, &name, &data, 0));
+    write(std::string(1, headerRecord), headerValue(header_));
     MDB_txn* const transaction = transaction_;
     transaction_ = nullptr;
     check(mdb_txn_commit(transaction));

@@ -45,24 +45,25 @@ public:
     Builder(const Builder&) = delete;
     Builder& operator=(const Builder&) = delete;
 
-    // Adds a category, or none, to an entry. If two sources give it the same category, the first one is kept.
-    // Null on success, else a phrase that says why the catalogue cannot hold the entry.
+    // Adds a category, or none, to an entry. An entry keeps each category once for each source. Null on
+    // success, else a phrase that says why the catalogue cannot hold the entry.
     const char* add(const Url& entry, unsigned category, std::uint16_t source, bool instead = false);
 
     struct Result {
         std::uint64_t entries = 0;
         std::uint64_t repeated = 0;  // additions that changed nothing
-        std::uint64_t dropped = 0;   // categories beyond maxEntryCategories of an entry
+        std::uint64_t dropped = 0;   // beyond maxPairs of an entry
         std::uint64_t compacted = 0;
     };
 
     // Sorts the additions, for write() and next().
     void sort();
     // Writes and syncs a new file at `path`, which must not exist. `compact` leaves out entries that add
-    // nothing to the entries above them. False with *failure set if it fails; the caller then removes the
-    // incomplete file. REQUIRES: sort() was called.
+    // nothing to the entries above them. Update::memory() returns `memory`,
+    // unless categories were dropped. False with *failure set if it
+    // fails; the caller then removes the incomplete file. REQUIRES: sort() was called.
     bool write(const std::string& path, bool compact, const Sources& sources, const CategoryNames& names,
-               Result* result, std::string* failure);
+               Result* result, std::string* failure, const std::string& memory = {});
 
     // All additions with one key, merged.
     struct Item {
@@ -120,6 +121,12 @@ public:
     void eraseSource(std::uint16_t number);
     CategoryNames categoryNames();
     void setCategoryName(std::uint16_t number, const std::string& name);
+    void eraseCategoryName(std::uint16_t number);
+
+    // What the last writer of the file stored; empty if it stored nothing.
+    std::string memory();
+    // Stores it with the next commit(), which must follow.
+    void setMemory(const std::string& memory);
 
     // Calls see(key, value) for all entries in the order of their keys.
     template <typename See>
@@ -143,6 +150,8 @@ private:
 
     void check(int error) const;
     bool read(std::string_view key, std::string* value);
+    void write(std::string_view key, std::string_view value);
+    void remove(std::string_view key);
     bool readNode(std::string_view key, Node* node);
     void writeNode(std::string_view key, const Node& node);
     void changeBelow(std::string_view key, bool add);
@@ -174,9 +183,17 @@ std::string hostKeyOf(std::string_view pathKey);
 // `failure` set.
 int lockCatalog(const std::string& path, Update::Mode mode, std::string* failure);
 
+// The categories, each once, in the order of their first pairs.
+std::vector<std::uint16_t> categoriesOf(const std::vector<Pair>& pairs);
+// Drops pairs until there are maxEntryCategories: first, from the end, those whose category is repeated.
+// Returns how many.
+std::size_t limitPairs(std::vector<Pair>* pairs);
+
 std::string sourceValue(const Source& source);
 bool parseSource(std::string_view value, Source* source);
 std::string headerValue(const Header& header);
+// `changes` are those of the file's header after this change.
+std::string memoryValue(std::uint64_t changes, const std::string& memory);
 std::string numberedKey(Record record, std::uint16_t number);
 // Encodes a value; `ancestors` are marks, shortest first.
 std::string makeValue(unsigned flags, const std::vector<unsigned>& ancestors, const std::vector<Pair>& pairs,

@@ -66,6 +66,7 @@ bool parseArguments(int argc, const char* const* argv, Arguments* arguments, int
     sync.number("--max-shrink", 0, 100, &arguments->maxShrink,
                 "Refuse lists with N per cent fewer entries than the catalogue");
     sync.flag("-n,--dry-run", &arguments->dryRun, "Say what would change, and change nothing");
+    sync.flag("--all", &arguments->all, "Read all lists, also those that have not changed");
     addReading(&sync, arguments, &category);
 
     tools::Command& push =

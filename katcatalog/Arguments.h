@@ -30,6 +30,7 @@ struct Arguments {
     bool dryRun = false;
     std::uint64_t minItems = 0;
     std::uint64_t maxShrink = 100;  // per cent
+    bool all = false;               // read unchanged lists too
     std::uint64_t show = 10;
 };
 

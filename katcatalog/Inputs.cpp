@@ -4,9 +4,13 @@
 #include <bitset>
 #include <fstream>
 #include <functional>
+#include <set>
 
 #include "listreader/Failure.h"
 
+#ifdef KATD_HAVE_IDN2
+#include <idn2.h>
+#endif
 #ifdef KATD_HAVE_PSL
 #include <libpsl.h>
 #endif
@@ -22,12 +26,14 @@ namespace {
 constexpr unsigned replyLimit = 255;  // a reply of katd has one byte for each category
 
 #ifdef KATD_HAVE_PSL
+constexpr const char* suffixFile = "/usr/share/publicsuffix/public_suffix_list.dat";
+
 // The list of public suffixes that the system has, else the one within libpsl. libpsl answers; the names in
 // the file tell which hosts it must be asked about.
 class Suffixes {
 public:
-    Suffixes() : list_(psl_load_file(path)) {
-        std::ifstream file(path);
+    Suffixes() : list_(psl_load_file(suffixFile)) {
+        std::ifstream file(suffixFile);
         filtered_ = psl_suffix_count(list_) > 0;
         if (!filtered_) list_ = psl_builtin();
         Url url;
@@ -52,7 +58,6 @@ public:
     }
 
 private:
-    static constexpr const char* path = "/usr/share/publicsuffix/public_suffix_list.dat";
     static constexpr std::size_t places = 1U << 19U;
     static std::size_t place(std::string_view host) { return std::hash<std::string_view>()(host) % places; }
 
@@ -90,8 +95,8 @@ Inputs::Inputs(const Arguments& arguments) : arguments_(arguments) {
         names_.emplace(static_cast<std::uint16_t>(number), name);
 }
 
-void Inputs::read(const std::vector<std::string>& inputs, const catalog::Sources& known,
-                  std::int32_t otherwise, Builder* builder, listreader::Progress* progress) {
+Inputs::Files Inputs::find(const std::vector<std::string>& inputs, const catalog::Sources& known,
+                           std::int32_t otherwise) {
     listreader::CategoryRules rules;
     if (!map_.empty()) {
         rules.numberOf = [this](std::string_view name) {
@@ -102,7 +107,7 @@ void Inputs::read(const std::vector<std::string>& inputs, const catalog::Sources
     rules.highest = highestCategory;
     rules.otherwise = otherwise;
     listreader::Notes skipped(stderr, arguments_.show);
-    const auto files = findSources(inputs, listreader::Wanted::both, rules, &skipped);
+    auto found = findSources(inputs, listreader::Wanted::both, rules, &skipped);
     skipped.end("folders");
     counts_.foldersSkipped += skipped.count();
     if (arguments_.strict && skipped.count() > 0)
@@ -113,10 +118,8 @@ void Inputs::read(const std::vector<std::string>& inputs, const catalog::Sources
     for (const auto& [number, source] : known)
         numbers[source.name] = number;
     std::uint32_t next = 1;
-    listreader::Reader reader(
-        {highestCategory, arguments_.strict, arguments_.show},
-        [&](listreader::Entry& entry) { return take(entry, builder); }, progress);
-    for (const listreader::Source& file : files) {
+    Files files;
+    for (listreader::Source& file : found) {
         auto place = numbers.find(file.path);
         if (place == numbers.end()) {
             while (known.count(static_cast<std::uint16_t>(next)) != 0 && next <= 65535)
@@ -124,12 +127,55 @@ void Inputs::read(const std::vector<std::string>& inputs, const catalog::Sources
             if (next > 65535) throw Failure(listreader::failed, "there are more than 65535 lists: join some");
             place = numbers.emplace(file.path, static_cast<std::uint16_t>(next++)).first;
         }
-        source_ = place->second;
-        const std::uint64_t before = reader.counts().lines;
-        reader.read(file);
+        files.push_back({std::move(file), place->second});
+    }
+    return files;
+}
+
+bool Inputs::hasRepeats(const Files& files) {
+    std::set<std::uint16_t> sources;
+    return !std::all_of(files.begin(), files.end(),
+                        [&](const File& file) { return sources.insert(file.source).second; });
+}
+
+std::string Inputs::rules() const {
+    std::string text = std::string(KATCATALOG_VERSION) + (arguments_.allowSuffixes ? " all" : "");
+#ifdef KATD_HAVE_IDN2
+    text += std::string(" idn ") + idn2_check_version(nullptr);
+#endif
+#ifdef KATD_HAVE_PSL
+    text += std::string(" psl ") + psl_get_version();
+    KnownList list{};
+    if (examine(suffixFile, &list))
+        text += " " + std::to_string(list.checksum[0]) + " " + std::to_string(list.checksum[1]);
+#endif
+    return text;
+}
+
+void Inputs::read(const Files& files, Builder* builder, listreader::Progress* progress,
+                  std::vector<KnownList>* memory) {
+    listreader::Reader reader(
+        {highestCategory, arguments_.strict, arguments_.show},
+        [&](listreader::Entry& entry) { return take(entry, builder); }, progress);
+    const bool repeats = memory != nullptr && hasRepeats(files);
+    for (const File& file : files) {
+        source_ = file.source;
+        hasUnclaimed_ = false;
+        KnownList list{};
+        const bool isKnown = memory != nullptr && !repeats && examine(file.file.path, &list);
+        const listreader::Reader::Counts before = reader.counts();
+        reader.read(file.file);
+        const listreader::Reader::Counts after = reader.counts();
         catalog::Source& source = sources_[source_];
-        source.name = file.path;
-        source.lines += reader.counts().lines - before;
+        source.name = file.file.path;
+        source.lines += after.lines - before.lines;
+        if (memory == nullptr) continue;
+        list.isWhole = isKnown && isAsBefore(file.file.path, list) ? 1 : 0;
+        list.hasUnclaimed = hasUnclaimed_ ? 1 : 0;
+        list.bad = after.bad - before.bad;
+        list.category = file.file.category;
+        list.source = source_;
+        memory->push_back(list);
     }
     reader.end();
     const listreader::Reader::Counts counts = reader.counts();
@@ -153,6 +199,7 @@ const char* Inputs::take(const listreader::Entry& entry, Builder* builder) {
     if (entry.scope == listreader::Scope::below) ++counts_.belowOnly;
     const bool hasCategory = !entry.isException && entry.category != noCategory;
     const unsigned category = hasCategory ? static_cast<unsigned>(entry.category) : Builder::noCategory;
+    hasUnclaimed_ = hasUnclaimed_ || !hasCategory;
     if (hasCategory && category > replyLimit) ++counts_.beyondReply;
     return builder->add(url_, category, source_, entry.isException);
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Arguments.h"
+#include "Memory.h"
 #include "catalog/Writer.h"
 #include "listreader/Reader.h"
 #include "tools/CategoryNames.h"
@@ -28,10 +29,27 @@ class Inputs {
 public:
     explicit Inputs(const Arguments& arguments);
 
+    // A file to be read, and the number of its source.
+    struct File {
+        listreader::Source file;
+        std::uint16_t source;
+    };
+    using Files = std::vector<File>;
+
     // `known` are the sources that the catalogue has: those of the same name keep their number; the others
     // are new. Where `otherwise` is given, it is the category of inputs that have none.
+    Files find(const std::vector<std::string>& inputs, const catalog::Sources& known, std::int32_t otherwise);
+    // Adds to `memory`, if it is given, what the files were when they were read.
+    void read(const Files& files, catalog::Builder* builder, listreader::Progress* progress,
+              std::vector<KnownList>* memory = nullptr);
     void read(const std::vector<std::string>& inputs, const catalog::Sources& known, std::int32_t otherwise,
-              catalog::Builder* builder, listreader::Progress* progress);
+              catalog::Builder* builder, listreader::Progress* progress) {
+        read(find(inputs, known, otherwise), builder, progress);
+    }
+    // Whether a file is named twice.
+    static bool hasRepeats(const Files& files);
+    // A text that differs if the same lists, with the same categories, may be read in another way.
+    std::string rules() const;
 
     const Counts& counts() const { return counts_; }
     // Those that were read.
@@ -48,6 +66,7 @@ private:
     catalog::Sources sources_;
     Counts counts_;
     std::uint16_t source_ = 0;
+    bool hasUnclaimed_ = false;  // the file at hand has entries without a category
     catalog::Url url_;
 };
 

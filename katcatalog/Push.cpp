@@ -73,8 +73,7 @@ private:
     static SharedEntry entryOf(const Builder::Item& item) {
         SharedEntry entry;
         entry.instead = (item.flags & catalog::isInstead) != 0;
-        for (const catalog::Pair& pair : item.pairs)
-            entry.categories.push_back(pair.category);
+        entry.categories = catalog::categoriesOf(item.pairs);
         return entry;
     }
 

@@ -200,14 +200,18 @@ void stat(const Arguments& arguments) {
     const Names names(update.get());
     std::map<unsigned, std::uint64_t> byCategory;
     std::map<std::string, std::uint64_t> kinds;
+    std::vector<Pair> pairs;
     update->forEach([&](std::string_view key, const catalog::Value& value) {
         ++kinds[key[0] == catalog::hostRecord      ? "hosts"
                 : key[0] == catalog::networkRecord ? "addresses and networks"
                                                    : "paths and ports"];
         if ((value.flags & catalog::isInstead) != 0) ++kinds["exceptions among them"];
         if (value.pairCount == 0) ++kinds["without a category among them"];
+        pairs.clear();
         for (std::size_t i = 0; i < value.pairCount; ++i)
-            ++byCategory[value.pair(i).category];
+            pairs.push_back(value.pair(i));
+        for (const std::uint16_t category : catalog::categoriesOf(pairs))
+            ++byCategory[category];
     });
     const catalog::Header header = update->header();
     if (arguments.json) {

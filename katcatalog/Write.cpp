@@ -78,8 +78,11 @@ std::string hostOf(std::string_view key) {
     return key[0] == catalog::pathRecord ? catalog::hostKeyOf(key) : std::string();
 }
 
-void putNames(Update* update, const Inputs& inputs) {
+void putNames(Update* update, const Inputs& inputs, bool alone) {
     const auto known = update->categoryNames();
+    for (const auto& [number, name] : known) {
+        if (alone && inputs.names().count(number) == 0) update->eraseCategoryName(number);
+    }
     for (const auto& [number, name] : inputs.names()) {
         const auto place = known.find(number);
         if (place == known.end() || place->second != name) update->setCategoryName(number, name);
@@ -123,14 +126,17 @@ void import(const Arguments& arguments) {
     listreader::OutputFile file(arguments.catalog);
     Builder builder;
     Inputs inputs(arguments);
-    inputs.read(arguments.inputs, {}, arguments.category, &builder, &progress);
+    std::vector<KnownList> memory;
+    inputs.read(inputs.find(arguments.inputs, {}, arguments.category), &builder, &progress, &memory);
     progress.begin("sorting");
     builder.sort();
     progress.begin("writing");
     Builder::Result result;
     std::string failure;
+    // sync cannot tell what was left out.
+    const std::string remembered = arguments.compact ? "" : memoryValue(memory, inputs.rules());
     if (!builder.write(file.temporaryPath(), arguments.compact, inputs.sources(), inputs.names(), &result,
-                       &failure))
+                       &failure, remembered))
         throw Failure(listreader::failed, "cannot write " + arguments.catalog + ": " + failure +
                                               "; what was there before is as it was");
     file.commit();
@@ -218,7 +224,7 @@ void update(const Arguments& arguments) {
             update->put(key, hostOf(key), entry);
         }
         putSources(update.get(), before, sources);
-        putNames(update.get(), inputs);
+        putNames(update.get(), inputs, false);
         update->commit();
     });
     listreader::Progress::clear();
@@ -232,71 +238,152 @@ void update(const Arguments& arguments) {
     summary.line("missing", missing, "entries to be removed were not there");
 }
 
+namespace {
+
+// A source as sync sees it.
+struct Place {
+    std::uint32_t position = 0;  // among the inputs
+    bool stays = false;          // its pairs in the catalogue are those of its list
+};
+
+struct SyncCounts {
+    std::uint64_t unchanged = 0;  // lists
+    std::uint64_t added = 0;
+    std::uint64_t changed = 0;
+    std::uint64_t removed = 0;
+};
+
+struct Change {
+    std::string key;
+    bool erase;
+    Entry entry;
+};
+
+// What makes the catalogue's entries equal to those of the lists: the pairs of sources that stay, and
+// `wanted`. *isComplete is false if an entry has more pairs than the catalogue holds.
+std::vector<Change> compare(Update* update, Builder* wanted, const std::vector<Place>& places,
+                            catalog::Sources* sources, SyncCounts* counts, bool* isComplete) {
+    std::vector<Change> changes;
+    Builder::Item item;
+    Builder::Result result;
+    const auto next = [&] {
+        while (wanted->next(&item, &result)) {
+            if ((item.flags & catalog::isEntry) == 0) continue;
+            count(sources, item.pairs, true);
+            return true;
+        }
+        return false;
+    };
+    const auto isBefore = [&](const Pair& a, const Pair& b) {
+        return places[a.source].position < places[b.source].position;
+    };
+    const auto add = [&] {
+        changes.push_back(
+            {std::string(item.key), false, Entry{(item.flags & catalog::isInstead) != 0, item.pairs}});
+        ++counts->added;
+    };
+    bool more = next();
+    Entry before;
+    Entry after;
+    update->forEach([&](std::string_view key, const catalog::Value& value) {
+        while (more && item.key < key) {
+            add();
+            more = next();
+        }
+        const bool named = more && item.key == key;
+        // Nearly all entries, if few lists have changed.
+        if (!named && value.pairCount == 1 && (value.flags & catalog::isInstead) == 0 &&
+            places[value.pair(0).source].stays)
+            return;
+        before.instead = (value.flags & catalog::isInstead) != 0;
+        before.pairs.clear();
+        after.instead = named && (item.flags & catalog::isInstead) != 0;
+        after.pairs.clear();
+        for (std::size_t i = 0; i < value.pairCount; ++i) {
+            before.pairs.push_back(value.pair(i));
+            if (places[before.pairs.back().source].stays) after.pairs.push_back(before.pairs.back());
+        }
+        const bool anyStays = !after.pairs.empty();
+        if (named) after.pairs.insert(after.pairs.end(), item.pairs.begin(), item.pairs.end());
+        if (anyStays) std::stable_sort(after.pairs.begin(), after.pairs.end(), isBefore);
+        result.dropped += catalog::limitPairs(&after.pairs);
+        if (!named && after.pairs.empty()) {
+            changes.push_back({std::string(key), true, {}});
+            ++counts->removed;
+        } else if (!(before == after)) {
+            changes.push_back({std::string(key), false, after});
+            ++counts->changed;
+        }
+        if (named) more = next();
+    });
+    for (; more; more = next())
+        add();
+    *isComplete = result.dropped == 0;
+    return changes;
+}
+
+}  // namespace
+
 void sync(const Arguments& arguments) {
     const auto update = open(arguments.catalog);
     listreader::Progress progress;
     const catalog::Sources before = update->sources();
     Inputs inputs(arguments);
-    Builder wanted;
-    inputs.read(arguments.inputs, before, arguments.category, &wanted, &progress);
-    progress.begin("sorting");
-    wanted.sort();
-    progress.begin("comparing");
-    std::uint64_t added = 0;
-    std::uint64_t changed = 0;
-    std::uint64_t removed = 0;
-    change([&] {
-        struct Change {
-            std::string key;
-            bool erase;
-            Entry entry;
-        };
-        std::vector<Change> changes;
-        catalog::Sources sources = inputs.sources();
-        Builder::Item item;
-        Builder::Result result;
-        const auto next = [&] {
-            while (wanted.next(&item, &result)) {
-                if ((item.flags & catalog::isEntry) == 0) continue;
-                count(&sources, item.pairs, true);
-                return true;
-            }
-            return false;
-        };
-        const auto take = [&] {
-            return Change{std::string(item.key), false,
-                          Entry{(item.flags & catalog::isInstead) != 0, item.pairs}};
-        };
-        bool more = next();
-        update->forEach([&](std::string_view key, const catalog::Value& value) {
-            while (more && item.key < key) {
-                changes.push_back(take());
-                ++added;
-                more = next();
-            }
-            if (!more || item.key != key) {
-                changes.push_back({std::string(key), true, {}});
-                ++removed;
-                return;
-            }
-            const bool instead = (item.flags & catalog::isInstead) != 0;
-            bool same =
-                instead == ((value.flags & catalog::isInstead) != 0) && item.pairs.size() == value.pairCount;
-            for (std::size_t i = 0; same && i < value.pairCount; ++i) {
-                const Pair pair = value.pair(i);
-                same = pair.category == item.pairs[i].category && pair.source == item.pairs[i].source;
-            }
-            if (!same) {
-                changes.push_back(take());
-                ++changed;
-            }
-            more = next();
-        });
-        for (; more; more = next()) {
-            changes.push_back(take());
-            ++added;
+    const Inputs::Files files = inputs.find(arguments.inputs, before, arguments.category);
+    const std::string rules = inputs.rules();
+    const std::string stored = update->memory();
+    const std::vector<KnownList> known = parseMemory(stored, rules);
+    std::map<std::uint16_t, KnownList> knownBySource;
+    for (const KnownList& list : known)
+        knownBySource[list.source] = list;
+
+    std::vector<Place> places(65536);
+    const bool readAll = arguments.all || Inputs::hasRepeats(files);
+    bool isSame = known.size() == files.size();
+    for (std::uint32_t i = 0; i < files.size(); ++i) {
+        const auto& [file, source] = files[i];
+        KnownList& list = knownBySource[source];
+        const bool stays = !readAll && list.isWhole != 0 && list.category == file.category &&
+                           !(arguments.strict && list.bad > 0) && isUnchanged(file.path, &list);
+        places[source] = {i, stays};
+        isSame = isSame && stays && known[i].source == source;
+    }
+    Inputs::Files changedFiles;
+    catalog::Sources sources;
+    SyncCounts counts;
+    for (const Inputs::File& file : files) {
+        Place& place = places[file.source];
+        // Which lists have entries without a category is only known if all of these lists are read.
+        place.stays = place.stays && (isSame || knownBySource[file.source].hasUnclaimed == 0);
+        if (place.stays) {
+            sources[file.source] = before.at(file.source);
+            ++counts.unchanged;
+        } else {
+            changedFiles.push_back(file);
         }
-        refuseTooFew(arguments, update->header().entries, update->header().entries + added - removed);
+    }
+    Builder wanted;
+    std::vector<KnownList> nowKnown;
+    inputs.read(changedFiles, &wanted, &progress, &nowKnown);
+    std::vector<KnownList> memory;
+    auto next = nowKnown.begin();
+    for (const Inputs::File& file : files)
+        memory.push_back(places[file.source].stays ? knownBySource[file.source] : *next++);
+    for (const auto& [number, source] : inputs.sources())
+        sources[number] = source;
+    change([&] {
+        std::string remembered = stored;
+        std::vector<Change> changes;
+        if (!isSame) {
+            progress.begin("sorting");
+            wanted.sort();
+            progress.begin("comparing");
+            bool isComplete = true;
+            changes = compare(update.get(), &wanted, places, &sources, &counts, &isComplete);
+            remembered = isComplete ? memoryValue(memory, rules) : "";
+        }
+        refuseTooFew(arguments, update->header().entries,
+                     update->header().entries + counts.added - counts.removed);
         if (arguments.dryRun) return;
         progress.begin("writing");
         // Remove first, so that the additions find free space.
@@ -306,17 +393,20 @@ void sync(const Arguments& arguments) {
         for (const Change& one : changes) {
             if (!one.erase) update->put(one.key, hostOf(one.key), one.entry);
         }
-        putSources(update.get(), before, sources);
-        putNames(update.get(), inputs);
+        if (!isSame) putSources(update.get(), before, sources);
+        putNames(update.get(), inputs, true);
         // Do not commit a transaction without changes.
-        if (!changes.empty() || update->written() > 0) update->commit();
+        if (update->written() == 0 && remembered == stored) return;
+        update->setMemory(remembered);
+        update->commit();
     });
     listreader::Progress::clear();
-    Summary summary(arguments, arguments.dryRun ? "not changed (--dry-run)" : "in step with the lists");
+    Summary summary(arguments, "in step with the lists");
+    summary.line("unchanged", counts.unchanged, "lists not read, because they have not changed");
     summary.reading(inputs.counts());
-    summary.line("added", added, "entries added", true);
-    summary.line("changed", changed, "entries changed", true);
-    summary.line("removed", removed, "entries removed", true);
+    summary.line("added", counts.added, "entries added", true);
+    summary.line("changed", counts.changed, "entries changed", true);
+    summary.line("removed", counts.removed, "entries removed", true);
 }
 
 }  // namespace katcatalog

@@ -34,7 +34,7 @@
 
 source_tree=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 # shellcheck disable=SC2034 # the callers read it
-build_packages=(cmake ninja-build g++ libcli11-dev libhiredis-dev libidn2-dev liblmdb-dev libpsl-dev nlohmann-json3-dev libcpp-httplib-dev prometheus-cpp-dev)
+build_packages=(cmake ninja-build g++ libcli11-dev libhiredis-dev libidn2-dev liblmdb-dev libpsl-dev libxxhash-dev nlohmann-json3-dev libcpp-httplib-dev prometheus-cpp-dev)
 problems=0
 katd_pid=
 exit_commands=()
