@@ -146,8 +146,10 @@ ExitStatus whyMain(int argc, const char* const* argv) {
     const std::string settingsPath = home + ConfReader::settingsFile;
     IniUtils settings(settingsPath.c_str(), "r");
     if (!settings.opened) {
-        report("cannot open " + settingsPath + " (" + std::strerror(errno) +
-               "): set KATD_DIR to katd's home directory");
+        const int error = errno;
+        report("cannot open " + settingsPath + " (" + std::strerror(error) + "): " +
+               (error == EACCES ? "use an account of the group that may ask"
+                                : "set KATD_DIR to katd's home directory"));
         return badUsage;
     }
     std::string urlsFile;
