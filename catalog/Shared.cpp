@@ -155,39 +155,36 @@ bool groupHasBelow(std::string_view value) {
     return !value.empty() && (static_cast<unsigned char>(value[0]) & groupBelow) != 0;
 }
 
-SharedQuestion::SharedQuestion(const Url& url) : port_(url.port) {
+SharedQuestion::SharedQuestion(const Url& url)
+    : port_(url.port), isName_(url.kind == Url::name), host_(url.host) {
     path_.resize(std::min(url.path.size(), maxKey + 1));
     encodePath(url.path.data(), path_.size(), path_.data());
     ends_ = levelEnds(path_);
-    Url host;
-    host.kind = url.kind;
-    host.host = url.host;
-    const auto addCandidate = [this](const Url& entry, bool mayHavePaths) {
-        Candidate& candidate = candidates_.emplace_back();
-        candidate[0] = prefixed(hostKey(entry));
-        if (!mayHavePaths) return;
-        const std::string base = pathKey(entry, 0);
-        for (std::size_t level = 1; level < sharedLevels && ends_[level] > ends_[level - 1]; ++level) {
-            if (base.size() + ends_[level] <= maxKey)
-                candidate[level] = prefixed(base).append(path_, 0, ends_[level]);
-        }
-    };
-    if (url.kind == Url::name) {
-        // The labels are in reverse order: each parent is a prefix.
-        while (true) {
-            addCandidate(host, true);
-            const auto end = host.host.rfind('\0');
-            if (end == host.host.npos) break;
-            host.host.resize(end);
-        }
-        return;
+    // The labels are in reverse order: each parent is a prefix.
+    for (std::size_t end = host_.size(); isName_ && end != host_.npos; end = host_.rfind('\0', end - 1))
+        labels_.push_back(static_cast<unsigned char>(end));
+}
+
+std::string SharedQuestion::key(std::size_t candidate, std::size_t level) const {
+    const bool isPath = level > 0;
+    // A network has no paths.
+    if (isPath && (ends_[level] == ends_[level - 1] || (!isName_ && candidate > 0))) return {};
+    std::string key(sharedPrefix);
+    key.push_back(isPath ? pathRecord : isName_ ? hostRecord : networkRecord);
+    if (isName_) {
+        key.append(host_, 0, labels_[candidate]);
+    } else {
+        if (isPath) key.push_back('\0');
+        key.push_back(host_.size() == 4 ? '4' : '6');
+        key.append(host_);
     }
-    const auto bits = static_cast<unsigned>(8 * host.host.size());
-    for (unsigned prefix = bits + 1; prefix-- > 0;) {
-        maskAddress(host.host.data(), host.host.size(), prefix);
-        host.prefix = static_cast<unsigned char>(prefix);
-        addCandidate(host, prefix == bits);
+    if (!isName_ && !isPath) {
+        const std::size_t prefix = 8 * host_.size() - candidate;
+        maskAddress(&key[key.size() - host_.size()], host_.size(), static_cast<unsigned>(prefix));
+        key.push_back(static_cast<char>(prefix));
     }
+    key.append(path_, 0, ends_[level]);
+    return key.size() <= sharedPrefix.size() + maxKey ? key : std::string();
 }
 
 bool SharedQuestion::add(const Values& values, Answer* answer) const {

@@ -63,15 +63,15 @@ bool groupHasBelow(std::string_view value);
 // A question to the store about one URL.
 class SharedQuestion {
 public:
-    // The keys of the groups of one host or network that may cover the URL. A group is needed only if the one
-    // before it has groups below. A key is empty if there cannot be such a group.
-    using Candidate = std::array<std::string, sharedLevels>;
     using Values = std::array<std::string_view, sharedLevels>;
 
     explicit SharedQuestion(const Url& url);
 
-    // The most specific host or network first.
-    const std::vector<Candidate>& candidates() const { return candidates_; }
+    // The number of hosts or networks that may cover the URL: the candidates, the most specific one first.
+    std::size_t size() const { return isName_ ? labels_.size() : 8 * host_.size() + 1; }
+    // The key of a candidate's group; empty if there cannot be such a group. A group is needed only if the
+    // one of the level before it has groups below.
+    std::string key(std::size_t candidate, std::size_t level) const;
 
     // Adds the categories of the entries that cover the URL. The values are those of a candidate's groups,
     // empty if absent or not needed. False if an entry marked "instead" ends the union: the candidates after
@@ -79,10 +79,12 @@ public:
     bool add(const Values& values, Answer* answer) const;
 
 private:
-    std::uint16_t port_;
+    const std::uint16_t port_;
+    const bool isName_;
+    const std::string host_;
+    std::vector<unsigned char> labels_;             // of a name: where each candidate's part of host_ ends
     std::string path_;                              // encoded, and cut where no entry can be longer
     std::array<std::size_t, sharedLevels> ends_{};  // where the path of each level's group ends
-    std::vector<Candidate> candidates_;
 };
 
 }  // namespace catalog

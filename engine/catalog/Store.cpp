@@ -66,17 +66,17 @@ struct Lookup {
         std::string value;
     };
 
-    explicit Lookup(SharedQuestion asked)
-        : question(std::move(asked)), records(question.candidates().size()) {}
+    explicit Lookup(SharedQuestion asked) : question(std::move(asked)), records(question.size()) {}
 
     // Calls use(key, record) for each record that is needed, judging by those that are known by then.
     template <typename Use>
     void forEachNeeded(Use use) {
         for (std::size_t i = 0; i < records.size(); ++i) {
-            const SharedQuestion::Candidate& keys = question.candidates()[i];
-            for (std::size_t level = 0; level < keys.size() && !keys[level].empty(); ++level) {
+            for (std::size_t level = 0; level < catalog::sharedLevels; ++level) {
+                const std::string key = question.key(i, level);
+                if (key.empty()) break;
                 Record& record = records[i][level];
-                use(keys[level], &record);
+                use(key, &record);
                 if (record.isKnown && !catalog::groupHasBelow(record.value)) break;
             }
         }

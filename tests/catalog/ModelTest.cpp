@@ -69,11 +69,11 @@ void askStore(const Store& store, const Url& url, Answer* answer) {
     const SharedQuestion question(url);
     answer->covered = false;
     answer->count = 0;
-    for (const auto& candidate : question.candidates()) {
+    for (std::size_t i = 0; i < question.size(); ++i) {
         SharedQuestion::Values values;
         for (std::size_t level = 0; level < sharedLevels; ++level) {
             if (level > 0 && !groupHasBelow(values[level - 1])) break;
-            const auto found = store.find(candidate[level]);
+            const auto found = store.find(question.key(i, level));
             if (found == store.end()) break;
             EXPECT_TRUE(isGroup(found->second));
             values[level] = found->second;
