@@ -74,6 +74,7 @@ bool parseArguments(int argc, const char* const* argv, Arguments* arguments, int
     push.operand("STORE", &arguments->catalog, "redis://[USER@]HOST[:PORT], or redis:///PATH of a socket")
         .required();
     push.text("--password-file", "FILE", &arguments->passwordFile, "The store's password is the first line");
+    push.number("--min-items", 1, 1000000000, &arguments->minItems, "Refuse lists with fewer entries");
     addReading(&push, arguments, &category);
 
     tools::Command& find =

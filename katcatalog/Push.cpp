@@ -280,6 +280,11 @@ void push(const Arguments& arguments) {
     builder->sort();
     Groups groups(builder.get());
     builder.reset();
+    if (groups.result.entries < arguments.minItems) {
+        throw Failure(listreader::wrong, std::to_string(groups.result.entries) + " entries, fewer than " +
+                                             std::to_string(arguments.minItems) + ": " + store.name() +
+                                             " is unchanged (--min-items)");
+    }
     Push push(&store, &groups, &progress);
     push.run();
     listreader::Progress::clear();

@@ -226,6 +226,7 @@ TEST_F(PushTest, whatIsWrongWithTheStoreHasASentence) {
         {"katcatalog push -q http://store.example list", 2, "the store's address is wrong"},
         {"katcatalog push -q redis://a.example,b.example list", 2, "name one host"},
         {"katcatalog push -q redis:///none list", 3, "store redis:///none: No such file or directory"},
+        {here + " --min-items 2", 1, "1 entries, fewer than 2"},
         {settings + "config set maxmemory 1; " + here, 3, "OOM command not allowed"},
         {settings + "config set maxmemory 0; " + settings + "replicaof 127.0.0.1 1; " + here, 3, "READONLY"},
         {settings + "replicaof no one; " + settings + "del katd:pushing; " + here, 0, ""},
