@@ -9,7 +9,7 @@ usage() {
 Usage: ./bench.sh [OPTION]... [NAME]...
 
 Installs what the build needs (Debian packages), builds the presets release and release32, and runs the benchmarks, by
-default all of them: about 15 minutes. The machine should be otherwise idle. A kernel that runs no 32-bit programs
+default all of them: about 25 minutes. The machine should be otherwise idle. A kernel that runs no 32-bit programs
 measures 64 bits only.
 
   wire     throughput on the socket, compared with servers that only make the system calls
@@ -20,6 +20,9 @@ measures 64 bits only.
   engine   an answer of the engine, compared with a server that calls it directly
   helper   katc as a proxy's helper
   log      a message, compared with the system calls that write it
+  catalog  a catalogue of 5,000,000 hosts, compared with LMDB alone; katd and its helper with the engine that answers
+           from it, compared with servers that only make the system calls; answers while it is changed
+  http     katd-http, compared with its HTTP server alone
 
   --quick          run each briefly, on small lists and 64 bits only, without judging the figures
   --document FILE  put the tables and plots into FILE, as docs/performance.md is made
@@ -47,7 +50,7 @@ done
 
 arguments=(--build build/release "$@")
 presets=(release)
-scripts/packages.sh "${build_packages[@]}" googletest libbenchmark-dev python3 gnuplot-nox
+scripts/packages.sh "${build_packages[@]}" googletest libbenchmark-dev python3 gnuplot-nox wrk
 if [[ -z $quick ]]; then
     scripts/packages.sh g++-multilib
     if kernel_runs_32_bits; then

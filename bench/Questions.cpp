@@ -32,10 +32,17 @@ Questions::Questions(const std::string& path) {
         requests.insert(requests.end(), KATD_SPACE::prefixQuery, KATD_SPACE::prefixQuery + prefixLength);
         requests.insert(requests.end(), asked.begin(), asked.end());
         requestEnd.push_back(static_cast<std::uint32_t>(requests.size()));
+        std::string categories;
+        for (const char* next = line.c_str(); *next >= '0' && *next <= '9';) {
+            char* end = nullptr;
+            categories += static_cast<char>(std::strtoul(next, &end, 10));
+            next = end + (*end == ',');
+        }
         ReplyHeader header{};
-        if (line[0] != '-') header.length = header.matched = 1;
+        header.length = static_cast<std::uint32_t>(categories.size());
+        header.matched = line[0] != '-' || line[1] == '!';
         append(header, &replies);
-        if (line[0] != '-') replies.push_back(static_cast<char>(std::atoi(line.c_str())));
+        replies.insert(replies.end(), categories.begin(), categories.end());
         replyEnd.push_back(static_cast<std::uint32_t>(replies.size()));
     }
     if (requestEnd.empty()) fail("%s: no questions in it: make them with generate_list", path.c_str());
@@ -48,7 +55,7 @@ std::string Questions::url(unsigned i) const {
 
 int Questions::category(unsigned i) const {
     if (replyEnd[i] - replyBegin(i) == sizeof(ReplyHeader)) return -1;
-    return static_cast<unsigned char>(replies[replyEnd[i] - 1]);
+    return static_cast<unsigned char>(replies[replyBegin(i) + sizeof(ReplyHeader)]);
 }
 
 }  // namespace bench

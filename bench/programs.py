@@ -61,7 +61,7 @@ class Builds:
         os.makedirs(folder, exist_ok=True)
         path = os.path.join(folder, f"{kind}-{items}")
         generator = self.program("bench/generate_list")
-        if not os.path.exists(path) or os.path.getmtime(path) < os.path.getmtime(generator):
+        if self.is_older(path, "bench/generate_list"):
             seed = 1 if kind == "urls" else 2
             run([generator, f"--{kind}", "--items", str(items), "--seed", str(seed), "-o", path + ".new",
                  "--questions", path + ".questions"])
@@ -71,6 +71,10 @@ class Builds:
     def questions(self, items):
         """Hosts of the domain list, each of which is searched for in both lists."""
         return self.list_file("domains", items) + ".questions"
+
+    def is_older(self, path, program):
+        """Whether the file was made before the program, or is not there."""
+        return not os.path.exists(path) or os.path.getmtime(path) < os.path.getmtime(self.program(program))
 
 
 class Server:
@@ -99,6 +103,11 @@ class Server:
                 if line.startswith(field + ":"):
                     return int(line.split()[1])
         raise BenchError(f"/proc/{self.pid}/status has no {field}")
+
+    def private_memory(self):
+        """The memory that only this process has and has written to, in KiB: without mapped files."""
+        with open(f"/proc/{self.pid}/smaps_rollup", encoding="ascii") as file:
+            return next(int(line.split()[1]) for line in file if line.startswith("Private_Dirty:"))
 
     def cpu_seconds(self):
         """Its processor time, in units of 10 ms."""
@@ -131,11 +140,13 @@ class Ideal(Server):
 
 
 class Katd(Server):
-    """katd in a home of its own, with a URL list and a domain list of this many items; 0: none."""
+    """katd in a home of its own, with a URL list and a domain list of this many items; 0: none. With a catalogue
+    it has the engine that answers from it, else the stand-in."""
 
     count = 0
 
-    def __init__(self, builds, items, bits=64, cores=None, level="error", engine_rules=None, url_items=None):
+    def __init__(self, builds, items, bits=64, cores=None, level="error", engine_rules=None, url_items=None,
+                 catalog=None):
         Katd.count += 1
         self.builds = builds
         self.home = tempfile.mkdtemp(prefix="katd-bench-")
@@ -151,6 +162,11 @@ class Katd(Server):
         self.env = in_environment(KATD_DIR=self.home)
         if engine_rules:
             self.env["ASAPSDK_RULES"] = engine_rules
+        if catalog:
+            engine = builds.program("engine/catalog/libasapsdk.so", bits)
+            self.env["LD_LIBRARY_PATH"] = os.path.dirname(os.path.abspath(engine))
+            with open(os.path.join(self.home, "conf/catalog.ini"), "w", encoding="ascii") as file:
+                file.write(f"[catalog]\ncatalog_path = {os.path.abspath(catalog)}\n")
         with open(os.path.join(self.home, "output"), "wb") as output:
             super().__init__([builds.program("daemon/katd", bits)], os.path.join(self.home, "s"),
                              ONE_CORE if cores is None else cores, self.env, output)

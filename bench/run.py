@@ -11,6 +11,7 @@ import subprocess
 import sys
 import time
 
+from catalog import run_catalog
 from http_bench import run_http
 from micro import run_load, run_log, run_lookup
 from programs import BenchError, Builds, Client, Ideal
@@ -19,7 +20,7 @@ from service import run_clients, run_engine, run_helper, run_reload
 from wire import run_wire
 
 BENCHES = {"wire": run_wire, "lookup": run_lookup, "load": run_load, "reload": run_reload,
-           "clients": run_clients, "engine": run_engine, "helper": run_helper, "log": run_log, "http": run_http}
+           "clients": run_clients, "engine": run_engine, "helper": run_helper, "log": run_log, "catalog": run_catalog, "http": run_http}
 
 
 class Bench:
