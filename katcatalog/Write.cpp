@@ -264,12 +264,14 @@ struct Change {
 std::vector<Change> compare(Update* update, Builder* wanted, const std::vector<Place>& places,
                             catalog::Sources* sources, SyncCounts* counts, bool* isComplete) {
     std::vector<Change> changes;
+    std::vector<std::uint64_t> entries(places.size());
     Builder::Item item;
     Builder::Result result;
     const auto next = [&] {
         while (wanted->next(&item, &result)) {
             if ((item.flags & catalog::isEntry) == 0) continue;
-            count(sources, item.pairs, true);
+            for (const Pair& pair : item.pairs)
+                ++entries[pair.source];
             return true;
         }
         return false;
@@ -292,9 +294,13 @@ std::vector<Change> compare(Update* update, Builder* wanted, const std::vector<P
         }
         const bool named = more && item.key == key;
         // Nearly all entries, if few lists have changed.
-        if (!named && value.pairCount == 1 && (value.flags & catalog::isInstead) == 0 &&
-            places[value.pair(0).source].stays)
-            return;
+        if (!named && value.pairCount > 0 && (value.flags & catalog::isInstead) == 0) {
+            bool isSame = true;
+            for (std::size_t i = 0; isSame && i < value.pairCount; ++i)
+                isSame = places[value.pair(i).source].stays &&
+                         (i == 0 || !isBefore(value.pair(i), value.pair(i - 1)));
+            if (isSame) return;
+        }
         before.instead = (value.flags & catalog::isInstead) != 0;
         before.pairs.clear();
         after.instead = named && (item.flags & catalog::isInstead) != 0;
@@ -305,8 +311,15 @@ std::vector<Change> compare(Update* update, Builder* wanted, const std::vector<P
         }
         const bool anyStays = !after.pairs.empty();
         if (named) after.pairs.insert(after.pairs.end(), item.pairs.begin(), item.pairs.end());
-        if (anyStays) std::stable_sort(after.pairs.begin(), after.pairs.end(), isBefore);
-        result.dropped += catalog::limitPairs(&after.pairs);
+        if (anyStays && !std::is_sorted(after.pairs.begin(), after.pairs.end(), isBefore))
+            std::stable_sort(after.pairs.begin(), after.pairs.end(), isBefore);
+        if (after.pairs.size() > catalog::maxEntryCategories) {
+            for (const Pair& pair : after.pairs)
+                --entries[pair.source];
+            result.dropped += catalog::limitPairs(&after.pairs);
+            for (const Pair& pair : after.pairs)
+                ++entries[pair.source];
+        }
         if (!named && after.pairs.empty()) {
             changes.push_back({std::string(key), true, {}});
             ++counts->removed;
@@ -318,6 +331,8 @@ std::vector<Change> compare(Update* update, Builder* wanted, const std::vector<P
     });
     for (; more; more = next())
         add();
+    for (auto& [number, source] : *sources)
+        source.entries += entries[number];
     *isComplete = result.dropped == 0;
     return changes;
 }
