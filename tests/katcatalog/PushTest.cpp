@@ -131,7 +131,7 @@ TEST_F(PushTest, leavesWhatTheListsSayWhateverWasThere) {
 
 TEST_F(PushTest, theNextOneRepairsWhatACutOneLeft) {
     const char* const longRun = std::getenv("KATD_TESTS_LONG");
-    const int rounds = longRun != nullptr && *longRun != '\0' ? 200 : 12;
+    const int rounds = longRun != nullptr && *longRun != '\0' ? 200 : 8;
     writeRandomList(20000);
     const auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(0, push("list"));
@@ -203,9 +203,8 @@ TEST_F(PushTest, twoAtOnceDoNotMix) {
         run(command + " 0=hosts & " + command + " 1=hosts; first=$?; wait $!; echo $first $?");
         ASSERT_THAT(output, testing::AnyOf("0 0\n", "0 3\n", "3 0\n"));
         const Contents state = contents();
-        ASSERT_TRUE((state == states[0] && output != "0 3\n") || state == states[1] || output == "3 0\n")
+        ASSERT_TRUE((state == states[0] && output != "0 3\n") || (state == states[1] && output != "3 0\n"))
             << output;
-        ASSERT_TRUE(state == states[0] || state == states[1]);
     }
 }
 
