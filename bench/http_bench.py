@@ -2,11 +2,12 @@
 
 import os
 import re
+import resource
 import subprocess
 import tempfile
 import time
 
-from programs import CORES, ONE_CORE, BenchError, Katd, Server, in_environment, run
+from programs import CORES, ONE_CORE, BenchError, Client, Katd, Server, in_environment, run
 from report import alternate
 
 SETTINGS = """[katd-http]
@@ -91,8 +92,17 @@ class Load:
                 "requests": int(re.search(r"(\d+) requests in", output).group(1)),
                 "p99_us": float(p99) * {"us": 1, "ms": 1e3, "s": 1e6}[unit]}
 
-    def ask(self, server, cores=None):
-        return self.result(run(self.command(server, ONE_CORE if cores is None else cores)))
+    def ask(self, server, cores=None, behind=()):
+        """The measurement; behind: the servers that the server asks, whose processor time counts with --cpu."""
+        def cpu():
+            used = resource.getrusage(resource.RUSAGE_CHILDREN)
+            return used.ru_utime + used.ru_stime + sum(each.cpu_seconds() for each in (server, *behind))
+
+        before = cpu()
+        result = self.result(run(self.command(server, ONE_CORE if cores is None else cores)))
+        if Client.by_cpu:
+            result["rate"] = result["requests"] * self.per_request / (cpu() - before)
+        return result
 
 
 def run_http(bench, report):
@@ -102,9 +112,9 @@ def run_http(bench, report):
     with Katd(bench.builds, bench.sizes["small"]) as katd, Http(bench.builds, katd) as http, \
             Http(bench.builds) as baseline:
         results = alternate("http", {
-            "auth": lambda: auth.ask(http)["rate"],
+            "auth": lambda: auth.ask(http, behind=[katd])["rate"],
             "baseline": lambda: auth.ask(baseline)["rate"],
-            "post": lambda: post.ask(http)["rate"],
+            "post": lambda: post.ask(http, behind=[katd])["rate"],
         }, bench.rounds)
     report.compare("64 connections, /v1/auth : the same server without a question", results, "auth", "baseline", 0.6,
                    judged=bench.judges)
