@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <ctime>
+#include <system_error>
 
 #include "Writer.h"
 
@@ -87,32 +88,35 @@ struct Builder::Record {
             if (shift > 0 && counts[byte] > 1) sortChunks(ends[byte] - counts[byte], ends[byte], shift - 8);
         }
     }
-    static void sort(Record* begin, Record* end, std::size_t depth) {
-        sortChunks(begin, end, 56);
-        while (begin != end) {
-            Record* const next =
-                std::find_if(begin, end, [&](const Record& r) { return r.chunk != begin->chunk; });
-            if (next - begin > 1) {
-                bool ended = next - begin <= 8;
-                for (Record* record = begin; record != next; ++record) {
-                    if (next - record > ahead) __builtin_prefetch(record[ahead].data);
-                    ended = ended || record->addition().keySize <= depth + 8;
-                    record->load(depth + 8);
-                }
-                // A key that ends within its chunk may have the same chunk as a longer one.
-                if (ended) {
-                    std::sort(begin, next, less);
-                } else {
-                    sort(begin, next, depth + 8);
-                }
-            }
-            begin = next;
+    // Sorts those that have the same chunk as the first one, which is at `depth` of the key; returns their
+    // end.
+    static Record* sortGroup(Record* begin, Record* end, std::size_t depth) {
+        Record* const next =
+            std::find_if(begin, end, [&](const Record& r) { return r.chunk != begin->chunk; });
+        if (next - begin == 1) return next;
+        bool ended = next - begin <= 8;
+        for (Record* record = begin; record != next; ++record) {
+            if (next - record > ahead) __builtin_prefetch(record[ahead].data);
+            ended = ended || record->addition().keySize <= depth + 8;
+            record->load(depth + 8);
         }
+        // A key that ends within its chunk may have the same chunk as a longer one.
+        if (ended) {
+            std::sort(begin, next, less);
+        } else {
+            sortChunks(begin, next, 56);
+            while (begin != next)
+                begin = sortGroup(begin, next, depth + 8);
+        }
+        return next;
     }
 };
 
 Builder::Builder() = default;
-Builder::~Builder() = default;
+
+Builder::~Builder() {
+    if (sorter_.joinable()) sorter_.join();
+}
 
 const char* entryKeys(const Url& entry, EntryKeys* keys) {
     keys->own = hostKey(entry);
@@ -187,17 +191,44 @@ void Builder::addRecord(char record, std::string_view rest, unsigned category, s
 }
 
 void Builder::sort() {
-    Record::sort(records_.data(), records_.data() + records_.size(), 0);
-    position_ = 0;
+    rewind();
+    usable_ = sorted_ = 0;
+    try {
+        sorter_ = std::thread([this] { sortRecords(); });
+    } catch (const std::system_error&) {
+        sortRecords();
+    }
+}
+
+void Builder::sortRecords() {
+    constexpr std::ptrdiff_t step = 65536;  // records that are worth a message to the other thread
+    Record* const begin = records_.data();
+    Record* const end = begin + records_.size();
+    Record::sortChunks(begin, end, 56);
+    Record* told = begin;
+    for (Record* group = begin; group != end;) {
+        group = Record::sortGroup(group, end, 0);
+        if (group - told < step && group != end) continue;
+        told = group;
+        const std::lock_guard<std::mutex> guard(sortedMutex_);
+        sorted_ = static_cast<std::size_t>(group - begin);
+        sortedMore_.notify_one();
+    }
 }
 
 bool Builder::next(Item* item, Result* result) {
     if (position_ == records_.size()) return false;
+    if (position_ == usable_) {
+        std::unique_lock<std::mutex> lock(sortedMutex_);
+        sortedMore_.wait(lock, [this] { return sorted_ > usable_; });
+        usable_ = sorted_;
+    }
     item->key = records_[position_].key();
     item->flags = 0;
     item->pairs.clear();
-    for (; position_ < records_.size() && records_[position_].key() == item->key; ++position_) {
-        if (records_.size() - position_ > static_cast<std::size_t>(ahead))
+    // All additions with one key are in one group.
+    for (; position_ < usable_ && records_[position_].key() == item->key; ++position_) {
+        if (usable_ - position_ > static_cast<std::size_t>(ahead))
             __builtin_prefetch(records_[position_ + ahead].data);
         const Addition head = records_[position_].addition();
         const bool had = (item->flags & head.flags) == head.flags;

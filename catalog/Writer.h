@@ -4,11 +4,14 @@
 
 #include <lmdb.h>
 
+#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "Catalog.h"
@@ -56,12 +59,13 @@ public:
         std::uint64_t compacted = 0;
     };
 
-    // Sorts the additions, for write() and next().
+    // Sorts the additions, for write() and next(), in a thread of its own: they wait for what they need.
+    // Call it once, after the last add().
     void sort();
     // Writes and syncs a new file at `path`, which must not exist. `compact` leaves out entries that add
-    // nothing to the entries above them. Update::memory() returns `memory`,
-    // unless categories were dropped. False with *failure set if it
-    // fails; the caller then removes the incomplete file. REQUIRES: sort() was called.
+    // nothing to the entries above them. Update::memory() returns `memory`, unless categories were dropped.
+    // False with *failure set if it fails; the caller then removes the incomplete file. REQUIRES: sort() was
+    // called.
     bool write(const std::string& path, bool compact, const Sources& sources, const CategoryNames& names,
                Result* result, std::string* failure, const std::string& memory = {});
 
@@ -71,7 +75,7 @@ public:
         unsigned char flags = 0;
         std::vector<Pair> pairs;
     };
-    // The next key in order; false at the end. REQUIRES: sort() was called after the last add().
+    // The next key in order; false at the end. REQUIRES: sort() was called.
     bool next(Item* item, Result* result);
     void rewind() { position_ = 0; }
 
@@ -82,6 +86,7 @@ private:
     // The same for a key in two pieces.
     void addRecord(char record, std::string_view rest, unsigned category, std::uint16_t source,
                    unsigned char flags);
+    void sortRecords();
 
     std::vector<std::unique_ptr<char[]>> blocks_;
     std::size_t used_ = 0;  // bytes in use of the last block
@@ -89,6 +94,12 @@ private:
     std::vector<Record> records_;
     std::size_t position_ = 0;
     std::string lastHost_;  // the host whose record was added for the last path
+
+    std::thread sorter_;
+    std::mutex sortedMutex_;
+    std::condition_variable sortedMore_;
+    std::size_t sorted_ = 0;  // records that are in their final order; guarded by sortedMutex_
+    std::size_t usable_ = 0;  // the value of sorted_ that next() knows
 };
 
 // One transaction on an existing file. Changes become visible with commit() and are dropped without it. The
