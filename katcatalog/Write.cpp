@@ -1,10 +1,9 @@
 #include "Write.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <nlohmann/json.hpp>
 
 #include "Inputs.h"
+#include "Summary.h"
 #include "listreader/OutputFile.h"
 
 namespace katcatalog {
@@ -16,47 +15,6 @@ using catalog::Update;
 using listreader::Failure;
 
 namespace {
-
-// Lines of the summary.
-class Summary {
-public:
-    Summary(const Arguments& arguments, const std::string& title) : arguments_(arguments) {
-        if (isTable()) std::printf("%s: %s\n", arguments.catalog.c_str(), title.c_str());
-        json_["catalog"] = arguments.catalog;
-    }
-    ~Summary() {
-        if (!arguments_.quiet && arguments_.json)
-            std::printf("%s\n", json_.dump(2, ' ', false, handler).c_str());
-    }
-    Summary(const Summary&) = delete;
-    Summary& operator=(const Summary&) = delete;
-
-    void line(const char* key, std::uint64_t number, const char* text, bool always = false) {
-        json_[key] = number;
-        if (isTable() && (always || number > 0))
-            std::printf("%12llu %s\n", static_cast<unsigned long long>(number), text);
-    }
-    void reading(const Counts& counts) {
-        line("lines", counts.read.lines, "lines read", true);
-        line("comments", counts.read.empty, "comments, empty lines and first lines of lists");
-        line("own_names", counts.read.ownNames, "names of hosts files about the machine itself left out");
-        line("folders_skipped", counts.foldersSkipped, "folders without a number left out");
-        line("bad_lines", counts.read.bad, "bad lines skipped", true);
-        line("public_suffixes", counts.suffixes, "of these public suffixes");
-        line("read_entries", counts.read.entries, "entries read", true);
-        line("exceptions", counts.exceptions, "of these exceptions");
-        line("below_only", counts.belowOnly, "for subdomains alone, taken for the host as well");
-        line("beyond_reply", counts.beyondReply,
-             "with a category above 255, of which katd's replies hold the low byte alone");
-    }
-
-private:
-    static constexpr auto handler = nlohmann::json::error_handler_t::replace;
-    bool isTable() const { return !arguments_.quiet && !arguments_.json; }
-
-    const Arguments& arguments_;
-    nlohmann::ordered_json json_;
-};
 
 std::unique_ptr<Update> open(const std::string& path) {
     std::string failure;
@@ -141,7 +99,7 @@ void import(const Arguments& arguments) {
                                               "; what was there before is as it was");
     file.commit();
     listreader::Progress::clear();
-    Summary summary(arguments, std::to_string(result.entries) + " entries");
+    Summary summary(arguments, arguments.catalog, std::to_string(result.entries) + " entries");
     summary.reading(inputs.counts());
     summary.line("repeated", result.repeated, "that said nothing new");
     summary.line("categories_dropped", result.dropped, "categories beyond the 256 of an entry dropped");
@@ -228,7 +186,7 @@ void update(const Arguments& arguments) {
         update->commit();
     });
     listreader::Progress::clear();
-    Summary summary(arguments, "updated");
+    Summary summary(arguments, arguments.catalog, "updated");
     summary.reading(inputs.counts());
     summary.line("remove_lines", goneInputs.counts().read.lines, "lines of what is to go read");
     summary.line("remove_bad_lines", goneInputs.counts().read.bad, "of these bad lines skipped");
@@ -416,7 +374,7 @@ void sync(const Arguments& arguments) {
         update->commit();
     });
     listreader::Progress::clear();
-    Summary summary(arguments, "in step with the lists");
+    Summary summary(arguments, arguments.catalog, "in step with the lists");
     summary.line("unchanged", counts.unchanged, "lists not read, because they have not changed");
     summary.reading(inputs.counts());
     summary.line("added", counts.added, "entries added", true);
