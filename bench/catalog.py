@@ -7,7 +7,7 @@ import re
 import shutil
 import sys
 
-from programs import CORES, ONE_CORE, BenchError, Client, Ideal, Katd, run
+from programs import CORES, BenchError, Client, Ideal, Katd, run
 from report import alternate
 from wire import plural
 
@@ -103,8 +103,11 @@ def run_catalog(bench, report):
 
 
 def compare_with_lmdb(bench, report, hosts):
-    """The library alone; each figure is the best of some rounds, by processor time."""
-    text = run(ONE_CORE + [bench.builds.program("bench/catalog_bench"), str(hosts), bench.data])
+    """The library alone; each figure is the best of some rounds, by processor time.
+
+    Not so the import, which uses two cores.
+    """
+    text = run([bench.builds.program("bench/catalog_bench"), str(hosts), bench.data])
 
     def add(what, pattern, aim, unit=""):
         found = re.search(pattern, text)
@@ -114,7 +117,7 @@ def compare_with_lmdb(bench, report, hosts):
                    bench.judges)
 
     add(f"{hosts:,} hosts, katcatalog import : the same records appended by LMDB alone",
-        r"import: ratio (?P<figure>[0-9.]+) of processor time", 4.0)
+        r"import: ratio [0-9.]+ of processor time, (?P<figure>[0-9.]+) in all", 4.0)
     add("the file : its names", r"file (?P<measured>.*): ratio (?P<figure>[0-9.]+)", 2.5)
     add("opening the file", r"opened in (?P<figure>[0-9.]+) ms", 20.0, " ms")
     add("look-up of a URL : mdb_get of a host", r"(?P<measured>mdb_get .*) \(.*: ratio (?P<figure>[0-9.]+)", 2.5)
