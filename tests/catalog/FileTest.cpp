@@ -1,6 +1,8 @@
 // Files that are damaged, cut, or changed while they are read.
 
+#include <algorithm>
 #include <atomic>
+#include <map>
 #include <random>
 #include <thread>
 
@@ -75,6 +77,31 @@ TEST_F(CatalogFileTest, whatIsNoCatalogueIsRefused) {
     mdb_env_close(environment);
     EXPECT_FALSE(Catalog::open(path, &failure));
     EXPECT_NE(failure.npos, failure.find("not a catalogue, of another version, or damaged")) << failure;
+}
+
+// A second thread sorts meanwhile.
+TEST(Builder, manyAreInOrderWhileTheyAreTaken) {
+    std::map<std::string, std::vector<Pair>> expected;
+    Builder builder;
+    std::mt19937 random(1);
+    Url url;
+    for (unsigned i = 0; i < 60000; ++i) {
+        const std::string name = std::to_string(random() % 30000);
+        readEntry(i % 2 == 0 ? name + ".net" : "x" + name + ".common.org", &url);
+        const Pair pair{1, static_cast<std::uint16_t>(i % 5)};
+        builder.add(url, pair.category, pair.source);
+        auto& pairs = expected[hostKey(url)];
+        if (std::find(pairs.begin(), pairs.end(), pair) == pairs.end()) pairs.push_back(pair);
+    }
+    builder.sort();
+    Builder::Item item;
+    Builder::Result result;
+    for (const auto& [key, pairs] : expected) {
+        ASSERT_TRUE(builder.next(&item, &result));
+        ASSERT_EQ(key, item.key);
+        ASSERT_EQ(pairs, item.pairs);
+    }
+    EXPECT_FALSE(builder.next(&item, &result));
 }
 
 TEST_F(CatalogFileTest, cutFilesAreRefused) {
