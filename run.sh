@@ -39,7 +39,7 @@ case "$#:${1:-}:${2:-}" in
 esac
 home=${build:-build}/demo-home
 folder=${build:-build/run}
-katd_command=(env "LD_LIBRARY_PATH=$folder/engine/catalog" "$folder/daemon/katd")
+katd_command=(env "LD_LIBRARY_PATH=$folder/engine/catalog${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}" "$folder/daemon/katd")
 katc_command=("$folder/client/katc")
 
 # A run that was killed could not stop its katd, which still holds the home directory.

@@ -115,7 +115,7 @@ done
 # By the catalogue, what is below an entry is refused too, and a change applies at once.
 if (($# > 2)); then
     stop_katd
-    katd_command=(env "LD_LIBRARY_PATH=${4%/*}" "$1")
+    katd_command=(env "LD_LIBRARY_PATH=${4%/*}${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}" "$1")
     echo shop.example | "$3" import --quiet --category 44 -o /run/home/data/catalog.mdb -
     start_katd /run/home
     start_squid 10-katd.conf "external_acl_type katd_block" '/^deny_info/d'

@@ -332,7 +332,10 @@ TEST_F(StoreTest, url1GetsTheLateAnswer) {
     StoreClient(server).push("a", {{"example.com", {5}}});
     settings("shared = " + server.address() + "\nshared_wait = 1\n");
     const katd_test::Home home(katd_test::Settings{{"query_retry_times", "60"}});
-    katd_test::Daemon daemon(home, {}, {{"LD_LIBRARY_PATH", KATD_CATALOG_ENGINE}});
+    // The other libraries are those of the test.
+    const char* const others = std::getenv("LD_LIBRARY_PATH");
+    const std::string libraries = std::string(KATD_CATALOG_ENGINE ":") + (others != nullptr ? others : "/");
+    katd_test::Daemon daemon(home, {}, {{"LD_LIBRARY_PATH", libraries}});
     ASSERT_TRUE(daemon.waitUntilServing()) << daemon.output();
     server.stop();
     katd_test::Client client(home.socketPath());
