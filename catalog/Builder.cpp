@@ -115,6 +115,10 @@ struct Builder::Record {
 Builder::Builder() = default;
 
 Builder::~Builder() {
+    joinSorter();
+}
+
+void Builder::joinSorter() {
     if (sorter_.joinable()) sorter_.join();
 }
 
@@ -217,7 +221,11 @@ void Builder::sortRecords() {
 }
 
 bool Builder::next(Item* item, Result* result) {
-    if (position_ == records_.size()) return false;
+    if (position_ == records_.size()) {
+        // The caller may want to be alone now, to block signals for instance.
+        joinSorter();
+        return false;
+    }
     if (position_ == usable_) {
         std::unique_lock<std::mutex> lock(sortedMutex_);
         sortedMore_.wait(lock, [this] { return sorted_ > usable_; });

@@ -87,6 +87,7 @@ private:
     void addRecord(char record, std::string_view rest, unsigned category, std::uint16_t source,
                    unsigned char flags);
     void sortRecords();
+    void joinSorter();
 
     std::vector<std::unique_ptr<char[]>> blocks_;
     std::size_t used_ = 0;  // bytes in use of the last block
