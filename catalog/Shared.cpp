@@ -55,7 +55,8 @@ public:
 
     static bool takeNumber(std::string_view* bytes, std::size_t* number) {
         if (bytes->size() < 2) return false;
-        *number = static_cast<unsigned char>((*bytes)[0]) | static_cast<unsigned char>((*bytes)[1]) << 8U;
+        *number = static_cast<unsigned char>((*bytes)[0]) +
+                  std::size_t{256} * static_cast<unsigned char>((*bytes)[1]);
         bytes->remove_prefix(2);
         return true;
     }
