@@ -30,7 +30,7 @@ qemu_lacks_tests=(
 )
 # What starts 32-bit programs itself.
 nested_programs=(process_tests fault_tests client_tests katclient_tests katlist_tests katcatalog_tests)
-nested_tests=(demo pages 'StoreTest\.url1GetsTheLateAnswer')
+nested_tests=(demo pages)
 
 binfmt=/proc/sys/fs/binfmt_misc
 qemu32=/usr/bin/qemu-i386-static

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <random>
 
 #include "StringList/StringList.h"
 #include "support/CapturedMessages.h"
@@ -134,44 +133,6 @@ TEST_F(ListFile, SearchComparesSignedBytesAndVisitsOnePath) {
         EXPECT_EQ(category == 77, c.found == nullptr);
         EXPECT_STREQ(list.find_sw(c.key, nullptr), c.foundPrefix) << c.key;
     }
-}
-
-// Small and large lists, sorted and not; many items are equal or have a common start.
-TEST_F(ListFile, IndexFindsWhatThePlainSearchFinds) {
-    std::mt19937 random(20);
-    int hits[2] = {};
-    for (int round = 0; round < 120; ++round) {
-        const std::string alphabets[] = {"ab\xC4", "\x01\x7F\x80\xFF", "a", "abcdefghijklmnopqrstuvwxyz.-/"};
-        const std::string& alphabet = alphabets[random() % 4];
-        Texts texts(1 + random() % (round % 10 == 0 ? 5000 : 100));
-        const auto newText = [&](std::size_t longest) {
-            std::string result = texts[random() % texts.size()].substr(0, random() % 30);
-            for (std::size_t more = random() % (longest + 1); more > 0; --more)
-                result += alphabet[random() % alphabet.size()];
-            return result;
-        };
-        std::generate(texts.begin(), texts.end(), [&] { return newText(9); });
-        const auto isLess = [](auto& a, auto& b) { return StringList::cmp(a.c_str(), b.c_str()) < 0; };
-        if (round % 4 != 0) std::sort(texts.begin(), texts.end(), isLess);
-        for (std::size_t i = 0; round % 4 == 1 && i < texts.size(); i += 10)
-            texts[i].swap(texts[random() % texts.size()]);
-        std::string lines;
-        for (const std::string& text : texts)
-            lines += std::to_string(100 + random() % 900) + "|" + text + "\n";
-        ASSERT_TRUE(load(std::to_string(texts.size()) + "|" + std::to_string(lines.size()) + "\n" + lines));
-        for (int i = 0; i < 200; ++i) {
-            const bool prefix = i % 2 != 0;
-            const std::string key = newText(7);
-            const int index = list.find_i(prefix ? list.cmp_sw : list.cmp, 0, list.count - 1, key.c_str());
-            std::uint32_t category = 0;
-            const char* found =
-                prefix ? list.find_sw(key.c_str(), &category) : list.find(key.c_str(), &category);
-            ASSERT_EQ(found, index < 0 ? nullptr : textAt(index)) << round << " [" << key << "]";
-            ASSERT_EQ(category, index < 0 ? 0 : list.entries[static_cast<std::size_t>(index)].category);
-            hits[prefix] += index >= 0;
-        }
-    }
-    EXPECT_TRUE(hits[0] > 1000 && hits[1] > 2000) << hits[0] << " " << hits[1];
 }
 
 }  // namespace

@@ -200,13 +200,6 @@ TEST_F(CatalogFileTest, readersNeverSeeTwoVersions) {
         reader.join();
     EXPECT_EQ(0U, mixed);
     EXPECT_EQ(0U, damagedCount);
-    Reader reader(catalog);
-    Url url;
-    readUrl("a.b.example/x/y", &url);
-    const auto answer = std::make_unique<Answer>();
-    EXPECT_EQ(Reader::done, reader.classify(url, answer.get()));
-    EXPECT_EQ(149U, answer->categories[0]);
-    EXPECT_TRUE(askAll(catalog));
 }
 
 // A look-up that is stopped while commits pass by.

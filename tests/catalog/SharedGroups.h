@@ -14,7 +14,11 @@ public:
     void add(const Url& entry, bool instead, const std::vector<std::uint16_t>& categories) {
         EntryKeys keys;
         entryKeys(entry, &keys);
-        const SharedPlace place = sharedPlace(keys.own);
+        add(keys.own, instead, categories);
+    }
+    // The same by the entry's key in a catalogue.
+    void add(std::string_view key, bool instead, const std::vector<std::uint16_t>& categories) {
+        const SharedPlace place = sharedPlace(key);
         groups_[place.group].push_back({place.port, place.rest, instead, categories});
         for (const std::string& above : place.above) {
             withBelow_.insert(above);

@@ -1,11 +1,9 @@
 // katcatalog push and a real redis-server.
 #ifdef KATD_HAVE_HIREDIS
 #include <random>
-#include <set>
 #include <thread>
 
-#include "catalog/Shared.h"
-#include "catalog/Writer.h"
+#include "catalog/SharedGroups.h"
 #include "katcatalog/Store.h"
 #include "listreader/Failure.h"
 #include "support/RedisServer.h"
@@ -48,29 +46,19 @@ protected:
         all.erase(std::string(catalog::sharedMetaKey));
         return all;
     }
-    // What it is to hold, found in a simpler way from the catalogue of the same
-    // list.
+    // What it is to hold, found in a simpler way from the catalogue of the same list.
     Contents wanted(const std::string& list) {
         EXPECT_EQ(0, run("katcatalog import -q -o c.mdb " + list)) << errors;
-        std::map<std::string, std::vector<catalog::SharedEntry>> groups;
-        std::set<std::string> withBelow;
+        catalog::SharedGroups groups;
         std::string failure;
         const auto catalogue = catalog::Update::open(dir / "c.mdb", &failure, catalog::Update::reading);
         catalogue->forEach([&](std::string_view key, const catalog::Value& value) {
-            const catalog::SharedPlace place = catalog::sharedPlace(key);
-            catalog::SharedEntry entry{place.port, place.rest, (value.flags & catalog::isInstead) != 0, {}};
+            std::vector<std::uint16_t> categories;
             for (std::size_t i = 0; i < value.pairCount; ++i)
-                entry.categories.push_back(value.pair(i).category);
-            groups[place.group].push_back(entry);
-            for (const std::string& above : place.above) {
-                withBelow.insert(above);
-                groups[above];
-            }
+                categories.push_back(value.pair(i).category);
+            groups.add(key, (value.flags & catalog::isInstead) != 0, categories);
         });
-        Contents all;
-        for (const auto& [key, entries] : groups)
-            all[key] = catalog::encodeGroup(entries, withBelow.count(key) != 0);
-        return all;
+        return groups.records();
     }
     void writeRandomList(unsigned size) {
         const auto upTo = [this](unsigned n) {
@@ -123,8 +111,7 @@ TEST_F(PushTest, leavesWhatTheListsSayWhateverWasThere) {
         ASSERT_FALSE(catalog::sharedVersion(changed).empty());
         ASSERT_NE(version, changed);
         ASSERT_EQ(0, push("--json list"));
-        ASSERT_THAT(output, HasSubstr("\"keys_added\": 0,\n  \"keys_changed\": "
-                                      "0,\n  \"keys_removed\": 0"));
+        ASSERT_THAT(output, HasSubstr("\"keys_added\": 0,\n  \"keys_changed\": 0,\n  \"keys_removed\": 0"));
         ASSERT_EQ(changed, get(catalog::sharedMetaKey));
     }
 }

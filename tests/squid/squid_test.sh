@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Debian's squid with its own squid.conf and the configurations of docs/squid.md, asked from its own machine and from its
 # LAN, while lists change and katd goes and comes back. Needs root, for namespaces. Usage: squid_test.sh KATD KATC
-# [KATCATALOG ENGINE [KATD_HTTP]]: ENGINE is the library of the catalogue engine.
+# [KATD_HTTP]
 set -euo pipefail
 # shellcheck source=scripts/lib.sh
 . "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
@@ -112,26 +112,11 @@ for edit in "" 's/ concurrency=64//; s/ --concurrency//'; do
     stop_squid
 done
 
-# By the catalogue, what is below an entry is refused too, and a change applies at once.
-if (($# > 2)); then
-    stop_katd
-    katd_command=(env "LD_LIBRARY_PATH=${4%/*}${LD_LIBRARY_PATH:+:$LD_LIBRARY_PATH}" "$1")
-    echo shop.example | "$3" import --quiet --category 44 -o /run/home/data/catalog.mdb -
-    start_katd /run/home
-    start_squid 10-katd.conf "external_acl_type katd_block" '/^deny_info/d'
-    expect "403 000 " www.shop.example
-    expect "000 403 " a.b.Shop.example.:443 -p
-    expect "200 000 " games.example
-    echo example | "$3" update --quiet --allow-suffixes --category 34 /run/home/data/catalog.mdb -
-    expect "403 000 " games.example
-    stop_squid
-fi
-
 # The block page of katd-http, to which squid redirects and which asks katd itself.
-if (($# > 4)); then
+if (($# > 2)); then
     awk '$0 == "```ini" { inside = 1; next } $0 == "```" { inside = 0 } inside' "$source_tree/docs/squid.md" |
         sed 's#/etc/katd/#/run/#' > /run/home/conf/katd-http.ini
-    KATD_DIR=/run/home "$5" > /run/http.out 2>&1 &
+    KATD_DIR=/run/home "$3" > /run/http.out 2>&1 &
     at_exit kill $!
     wait_until 30 curl -s -o /dev/null http://127.0.0.1:8480/healthz || fail "katd-http: $(< /run/http.out)"
     line=$(sed -n 's/^    \(deny_info.*policy=lan.*\)/\1/p' "$source_tree/docs/squid.md")

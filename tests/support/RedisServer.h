@@ -1,13 +1,13 @@
 // A redis-server of its own for a test.
 #pragma once
 
+#include <hiredis/hiredis.h>
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <memory>
 #include <vector>
 
 #include "support/TempDir.h"
@@ -40,7 +40,7 @@ public:
             _exit(127);
         }
         for (int i = 0; i < 3000; ++i) {
-            if (answers()) return;
+            if (!run({"PING"}).empty()) return;
             if (waitpid(pid_, nullptr, WNOHANG) != 0) {
                 pid_ = -1;
                 break;
@@ -57,10 +57,6 @@ public:
         waitpid(pid_, nullptr, 0);
         pid_ = -1;
     }
-    void restart() {
-        kill();
-        start();
-    }
     // Connections to it stay open, and it answers nothing until resume(). Returns when it has stopped.
     void stop() {
         ::kill(pid_, SIGSTOP);
@@ -68,23 +64,27 @@ public:
     }
     void resume() { ::kill(pid_, SIGCONT); }
 
+    // Sends it a command; the text of the reply, be it that of an error. Empty if there is none.
+    std::string run(const std::vector<std::string>& words) const {
+        std::vector<const char*> pointers;
+        std::vector<std::size_t> sizes;
+        for (const std::string& word : words) {
+            pointers.push_back(word.data());
+            sizes.push_back(word.size());
+        }
+        const std::unique_ptr<redisContext, void (*)(redisContext*)> context(
+            redisConnectUnix(socketPath().c_str()), redisFree);
+        const std::unique_ptr<redisReply, void (*)(void*)> reply(
+            static_cast<redisReply*>(redisCommandArgv(context.get(), static_cast<int>(words.size()),
+                                                      pointers.data(), sizes.data())),
+            freeReplyObject);
+        return reply && reply->str != nullptr ? std::string(reply->str, reply->len) : "";
+    }
+
     std::string socketPath() const { return dir_ / "redis.sock"; }
     std::string address() const { return "redis://" + socketPath(); }
 
 private:
-    // Whether it replies at all, be it that it wants a password.
-    bool answers() const {
-        const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        socketPath().copy(address.sun_path, sizeof address.sun_path - 1);
-        char reply = 0;
-        const bool replied = connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-                             send(fd, "PING\r\n", 6, MSG_NOSIGNAL) == 6 && read(fd, &reply, 1) == 1;
-        close(fd);
-        return replied;
-    }
-
     TempDir dir_;
     const std::vector<std::string> settings_;
     pid_t pid_ = -1;

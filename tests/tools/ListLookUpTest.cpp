@@ -1,4 +1,4 @@
-// A list that is scanned answers as one that is loaded.
+// A list that is scanned, by a plain search, answers as one that is loaded, by its index.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -15,16 +15,19 @@ using tools::ListLookUp;
 TEST(ListLookUpTest, ScannedListsAnswerAsLoadedOnes) {
     std::mt19937 random(1);
     const auto below = [&random](unsigned limit) { return static_cast<unsigned>(random() % limit); };
+    const char* alphabet = nullptr;
     const auto word = [&] {
         std::string text;
         for (unsigned size = 1 + below(4); size > 0; --size)
-            text += "ab./"[below(4)];
+            text += alphabet[below(4)];
         return text;
     };
     const tools::CategoryNames names;
     TempDir dir;
     std::size_t hits = 0;
-    for (int round = 0; round < 40; ++round) {
+    for (int round = 0; round < 60; ++round) {
+        const char* const alphabets[] = {"ab./", "a\xc4.-", "\x01\x7f\x80\xff"};
+        alphabet = alphabets[round % 3];
         std::string files[2];
         for (std::string& file : files) {
             if (below(8) == 0) continue;

@@ -1,13 +1,10 @@
 // The catalogue engine with a shared store.
 #ifdef KATD_HAVE_HIREDIS
 
-#include <hiredis/hiredis.h>
-
 #include <atomic>
 
 #include "catalog/SharedGroups.h"
 #include "engine/catalog/EngineFixture.h"
-#include "support/Client.h"
 #include "support/Daemon.h"
 #include "support/RedisServer.h"
 
@@ -20,26 +17,10 @@ using katd_test::readFile;
 using katd_test::RedisServer;
 using katd_test::writeFile;
 
-// What a client of the store does.
-class StoreClient {
+// A shared store.
+class StoreServer : public RedisServer {
 public:
-    explicit StoreClient(const RedisServer& server)
-        : context_(redisConnectUnix(server.socketPath().c_str()), redisFree) {}
-
-    // The text of the reply.
-    std::string run(const std::vector<std::string>& words) {
-        std::vector<const char*> pointers;
-        std::vector<std::size_t> sizes;
-        for (const std::string& word : words) {
-            pointers.push_back(word.data());
-            sizes.push_back(word.size());
-        }
-        const std::unique_ptr<redisReply, void (*)(void*)> reply(
-            static_cast<redisReply*>(redisCommandArgv(context_.get(), static_cast<int>(words.size()),
-                                                      pointers.data(), sizes.data())),
-            freeReplyObject);
-        return reply && reply->str != nullptr ? std::string(reply->str, reply->len) : "";
-    }
+    using RedisServer::RedisServer;
 
     struct Line {
         const char* entry;
@@ -65,9 +46,6 @@ public:
         const auto place = statistics.find("cmdstat_mget:calls=");
         return place == statistics.npos ? 0 : std::stoi(statistics.substr(place + 19));
     }
-
-private:
-    const std::unique_ptr<redisContext, void (*)(redisContext*)> context_;
 };
 
 class StoreTest : public katd_test::EngineFixture {
@@ -81,7 +59,7 @@ protected:
     }
 };
 
-const std::vector<StoreClient::Line> entries = {
+const std::vector<StoreServer::Line> entries = {
     {"example.com", {300, 5}},
     {"example.com:8080", {80}},
     {"local.test", {9}},
@@ -94,10 +72,9 @@ const std::vector<StoreClient::Line> entries = {
 };
 
 TEST_F(StoreTest, answersWhatTheCatalogueDoesNotCoverAndRemembersIt) {
-    const RedisServer server;
-    StoreClient store(server);
+    StoreServer store;
     store.push("a", entries);
-    use(server);
+    use(store);
     const std::pair<const char*, const char*> rows[] = {
         {"http://local.test/", "1"},
         {"http://example.com/", "300,5"},
@@ -127,10 +104,9 @@ TEST_F(StoreTest, answersWhatTheCatalogueDoesNotCoverAndRemembersIt) {
 }
 
 TEST_F(StoreTest, keepsToItsSizeAndToWhatIsUsed) {
-    const RedisServer server;
-    StoreClient store(server);
+    StoreServer store;
     store.push("a", entries);
-    settings("shared = " + server.address() + "\nshared_wait = 5000\n");
+    settings("shared = " + store.address() + "\nshared_wait = 5000\n");
     create("HttpConnPoolSize=1;WebSecCacheMaxEntries=100");
     ask("www.example.com");  // three records
     for (int i = 0; i < 500; ++i) {
@@ -146,7 +122,7 @@ TEST_F(StoreTest, keepsToItsSizeAndToWhatIsUsed) {
     EXPECT_EQ("300,5", ask("www.example.com"));
     EXPECT_EQ("300,5", ask("www.example.com"));
     EXPECT_EQ(503, store.questions());
-    settings("shared = " + server.address() + "\nshared_wait = 5000\nshared_ttl = 1\n");
+    settings("shared = " + store.address() + "\nshared_wait = 5000\nshared_ttl = 1\n");
     create();
     EXPECT_EQ("300,5", ask("www.example.com"));
     store.run({"DEL", "katd:hcom" + std::string(1, '\0') + "example"});
@@ -154,15 +130,15 @@ TEST_F(StoreTest, keepsToItsSizeAndToWhatIsUsed) {
 }
 
 TEST_F(StoreTest, theCacheFileKeepsItOverARestart) {
-    RedisServer server;
-    StoreClient(server).push("a", entries);
-    use(server);
+    StoreServer store;
+    store.push("a", entries);
+    use(store);
     EXPECT_EQ("300,5", ask("www.example.com"));
     EXPECT_EQ("final", ask("other.test"));
     const std::string cache = folder / "cache";
     EXPECT_EQ(0, CSDKMain_SaveWebSecCache(engine, cache.c_str()));
     const std::string good = readFile(cache);
-    server.kill();
+    store.kill();
     Messages messages(folder / "messages");
     create();
     ASSERT_TRUE(messages.waitFor("cannot connect: "));
@@ -182,8 +158,8 @@ TEST_F(StoreTest, theCacheFileKeepsItOverARestart) {
     }
     EXPECT_EQ("300,5", ask("www.example.com"));
     // The store comes back with another version: what was loaded is forgotten.
-    server.start();
-    StoreClient(server).push("b", {{"example.com", {6}}});
+    store.start();
+    store.push("b", {{"example.com", {6}}});
     EXPECT_EQ("6", askUntil("www.example.com", "6"));
     writeFile(cache, good);
     EXPECT_EQ(0, CSDKMain_LoadWebSecCache(engine, cache.c_str()));
@@ -191,54 +167,32 @@ TEST_F(StoreTest, theCacheFileKeepsItOverARestart) {
 }
 
 TEST_F(StoreTest, silenceCostsTheWaitAndADownStoreNothing) {
-    RedisServer server;
-    StoreClient(server).push("a", entries);
+    StoreServer store;
+    store.push("a", entries);
     Messages messages(folder / "messages");
-    use(server, "shared_wait = 1\n");
+    // What comes after the wait is remembered: without a wait, nothing else is an answer.
+    use(store, "shared_wait = 0\n");
     EXPECT_EQ("300,5", askUntil("example.com", "300,5"));
-    server.stop();
+    store.stop();
     // Each of these would wait for as long as it takes to find that the store is down.
     for (int i = 0; i < 5; ++i)
         EXPECT_EQ("unknown", ask("h" + std::to_string(i)));
     EXPECT_EQ("", messages.text());
-    ASSERT_TRUE(messages.waitFor(server.socketPath() + ": no reply; until it is back"));
+    ASSERT_TRUE(messages.waitFor(store.socketPath() + ": no reply; until it is back"));
     EXPECT_EQ("300,5", ask("example.com"));
-    server.resume();
+    store.resume();
     EXPECT_EQ("44,5,300", askUntil("www.example.com/ads", "44,5,300"));
     EXPECT_TRUE(messages.waitFor("answers again"));
 
     // While it is down, not one waits: a single wait would be longer than all of these may take.
-    use(server, "shared_wait = 5000\n");
+    use(store, "shared_wait = 5000\n");
     EXPECT_EQ("300,5", ask("example.com"));
-    server.kill();
+    store.kill();
     EXPECT_EQ("unknown", ask("h0"));
     const auto begin = std::chrono::steady_clock::now();
     for (int i = 0; i < 1000; ++i)
         EXPECT_EQ("unknown", ask("h" + std::to_string(i)));
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
-}
-
-TEST_F(StoreTest, lateAnswersAreRemembered) {
-    RedisServer server;
-    StoreClient store(server);
-    store.push("a", entries);
-    use(server, "shared_wait = 1\n");
-    EXPECT_EQ("300,5", askUntil("example.com", "300,5"));
-    // Again if it took so long that the engine gave the store up.
-    for (int i = 0, late = 0; late == 0; ++i) {
-        ASSERT_LT(i, 50);
-        const std::string url = "h" + std::to_string(i) + ".example.com";
-        ASSERT_EQ("300,5", askUntil(url + ".example.com", "300,5"));
-        const int questions = store.questions();
-        server.stop();
-        EXPECT_EQ("unknown", ask(url));
-        server.resume();
-        for (int wait = 0; wait < 100 && store.questions() == questions; ++wait)
-            usleep(1000);
-        usleep(100000);
-        const bool asked = store.questions() > questions;
-        late += asked && ask(url) == "300,5" && store.questions() == questions + 1 ? 1 : 0;
-    }
 }
 
 TEST_F(StoreTest, foreignDataAndOtherStoresAreNoAnswer) {
@@ -254,11 +208,10 @@ TEST_F(StoreTest, foreignDataAndOtherStoresAreNoAnswer) {
         EXPECT_EQ("unknown", ask("example.com"));
         EXPECT_EQ(std::string::npos, messages.text().find("secret"));
     }
-    const RedisServer server;
-    StoreClient store(server);
+    StoreServer store;
     store.push("a", entries);
     // The first of the hosts that answers.
-    settings("shared = " + server.address() + "x," + server.socketPath() + "\nshared_wait = 5000\n");
+    settings("shared = " + store.address() + "x," + store.socketPath() + "\nshared_wait = 5000\n");
     create();
     const auto key = [](const char* reversed) { return "katd:h" + std::string(reversed); };
     store.run({"SET", key("foreign"), "\x07value"});
@@ -279,10 +232,10 @@ TEST_F(StoreTest, foreignDataAndOtherStoresAreNoAnswer) {
 }
 
 TEST_F(StoreTest, outagesUnderLoad) {
-    RedisServer server;
-    StoreClient(server).push("a", entries);
+    StoreServer store;
+    store.push("a", entries);
     Messages messages(folder / "messages");
-    use(server, "shared_wait = 20\n");
+    use(store, "shared_wait = 20\n");
     ASSERT_EQ("300,5", askUntil("example.com", "300,5"));
     std::atomic<bool> end{false};
     std::atomic<unsigned> wrong{0};
@@ -308,15 +261,15 @@ TEST_F(StoreTest, outagesUnderLoad) {
         return true;
     };
     for (int round = 0; round < 2; ++round) {
-        server.stop();
+        store.stop();
         EXPECT_TRUE(allGoOn());
-        server.resume();
+        store.resume();
         EXPECT_TRUE(allGoOn());
-        server.kill();
+        store.kill();
         EXPECT_TRUE(allGoOn());
-        server.start();
+        store.start();
         EXPECT_TRUE(allGoOn());
-        StoreClient(server).push("a", entries);
+        store.push("a", entries);
         EXPECT_EQ("300,5", askUntil("r" + std::to_string(round) + ".example.com", "300,5"));
         EXPECT_TRUE(allGoOn());
     }
@@ -324,30 +277,6 @@ TEST_F(StoreTest, outagesUnderLoad) {
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_EQ(0U, wrong);
-}
-
-// katd's own retry gets what came after the first question's wait.
-TEST_F(StoreTest, url1GetsTheLateAnswer) {
-    RedisServer server;
-    StoreClient(server).push("a", {{"example.com", {5}}});
-    settings("shared = " + server.address() + "\nshared_wait = 1\n");
-    const katd_test::Home home(katd_test::Settings{{"query_retry_times", "60"}});
-    // The other libraries are those of the test.
-    const char* const others = std::getenv("LD_LIBRARY_PATH");
-    const std::string libraries = std::string(KATD_CATALOG_ENGINE ":") + (others != nullptr ? others : "/");
-    katd_test::Daemon daemon(home, {}, {{"LD_LIBRARY_PATH", libraries}});
-    ASSERT_TRUE(daemon.waitUntilServing()) << daemon.output();
-    server.stop();
-    katd_test::Client client(home.socketPath());
-    ASSERT_TRUE(
-        client.send(katd_test::request("url0late.example.com") + katd_test::request("url1late.example.com")));
-    const auto first = client.receive();
-    ASSERT_TRUE(first);
-    EXPECT_EQ(std::vector<unsigned>(), first->categories);
-    server.resume();
-    const auto reply = client.receive();
-    ASSERT_TRUE(reply);
-    EXPECT_EQ(std::vector<unsigned>{5}, reply->categories);
 }
 
 TEST_F(StoreTest, badSettingsAreSentences) {
