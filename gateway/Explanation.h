@@ -14,8 +14,8 @@ namespace gateway {
 // requests to answer. Thread-safe.
 class Explainer {
 public:
-    // The output of katc for the URL; or a sentence when it cannot be run, does not end in time, or runs for
-    // another caller already, so that callers never queue up.
+    // The output of katc for the URL, or a sentence: it cannot be run, does not end in time, or already runs
+    // for another caller. Callers never queue up.
     std::string ask(const std::string& url);
 
 private:

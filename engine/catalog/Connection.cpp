@@ -17,7 +17,7 @@ namespace engine {
 
 namespace {
 
-// More than the replies to a batch can have, unless the other side is no store of katd's.
+// The replies to a batch are smaller if the other side is a store of katd.
 constexpr std::size_t replyLimit = std::size_t{64} << 20U;
 
 std::string withError(const char* what, int error) {

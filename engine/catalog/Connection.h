@@ -33,7 +33,7 @@ public:
     // The functions below return false on failure and close the connection; failure() is then a phrase. Each
     // waits at most `limit`, open() for each address of the host, and as long as the name service takes.
     bool open(const catalog::SharedAddress::Host& host, std::chrono::milliseconds limit);
-    // Sends the commands together and stores their replies, in order. A reply that says an error is a reply.
+    // Sends the commands together and stores their replies, in order. An error from redis counts as a reply.
     using Command = std::vector<std::string>;
     bool exchange(const std::vector<Command>& commands, std::chrono::milliseconds limit,
                   std::vector<Reply>* replies);
@@ -41,7 +41,7 @@ public:
     // The host of the last open(), for messages.
     const std::string& host() const { return host_; }
     const std::string& failure() const { return failure_; }
-    // Whether the last failure was that the other side kept silent.
+    // Whether the last failure was that no reply came in time.
     bool timedOut() const { return timedOut_; }
 
 private:

@@ -16,7 +16,7 @@ namespace engine {
 
 // Records of a shared store by their keys; an empty value stands for a record that the store does not have.
 // Each is forgotten when its time is over, when the store has another version, and when there are too many:
-// then those go that were not used lately. Thread-safe.
+// then those that were not used lately go first. Thread-safe.
 class Remembered {
 public:
     // All records that were learnt from one version of the store.

@@ -31,7 +31,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds probeInterval{1000};
 constexpr milliseconds firstPause{100};  // between attempts to connect; then longer and longer
 constexpr milliseconds longestPause{5000};
-constexpr milliseconds leastReplyLimit{1000};  // the store is down if it keeps silent for longer
+constexpr milliseconds leastReplyLimit{1000};  // the store is down if a reply takes longer
 constexpr std::size_t batchLimit = 32;         // questions that one connection asks together
 constexpr std::size_t queueLimit = 1024;       // questions that wait for a connection
 constexpr std::chrono::seconds stopLimit{2};
@@ -399,7 +399,7 @@ void Store::Core::watch() {
         }
         lock.lock();
         if (changed_.wait_for(lock, probeInterval, [this] { return stop_ || state_ == down; })) {
-            // Another thread may have found it: a connection made after that has to prove the contrary.
+            // Another thread may have found that it is down: only a new connection proves that it is back.
             connection.close();
             if (Clock::now() - upSince > longestPause) pause = firstPause;
             const milliseconds jitter(random() % static_cast<unsigned>(pause.count() / 2));

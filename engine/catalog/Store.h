@@ -13,9 +13,9 @@
 
 namespace engine {
 
-// Asks a store and remembers what it said. When the store cannot be used, which is found out and ends without
-// help, questions are answered from what is remembered; one message to standard error says when that begins
-// and one when it ends. Thread-safe.
+// Asks a store and remembers its answers. While the store cannot be used, questions are answered from what is
+// remembered, and the store is tried again and again. One message to standard error says when that begins and
+// one when it ends. Thread-safe.
 class Store {
 public:
     // Starts the threads that connect; the store need not be there. Null on failure; *failure is then a
