@@ -4,9 +4,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <thread>
-
 #include "catalog/CatalogFixture.h"
+#include "support/Daemon.h"
 #include "support/Engine.h"
 
 namespace katd_test {
@@ -65,8 +64,7 @@ protected:
     // Asks until the answer is the expected one; the last one.
     std::string askUntil(const std::string& url, const std::string& expected) {
         std::string answer;
-        for (int i = 0; i < 3000 && (answer = ask(url)) != expected; ++i)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        eventually([&] { return (answer = ask(url)) == expected; });
         return answer;
     }
 
@@ -92,9 +90,7 @@ public:
     bool contain(const std::string& part) const { return text().find(part) != std::string::npos; }
     // Waits for a message with this part.
     bool waitFor(const std::string& part) const {
-        for (int i = 0; i < 3000 && !contain(part); ++i)
-            usleep(10000);
-        return contain(part);
+        return eventually([&] { return contain(part); });
     }
 
 private:

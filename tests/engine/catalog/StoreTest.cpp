@@ -2,10 +2,10 @@
 #ifdef KATD_HAVE_HIREDIS
 
 #include <atomic>
+#include <thread>
 
 #include "catalog/SharedGroups.h"
 #include "engine/catalog/EngineFixture.h"
-#include "support/Daemon.h"
 #include "support/RedisServer.h"
 
 using namespace catalog;
