@@ -206,7 +206,7 @@ TEST_F(KatcatalogEndsTest, killedAtAnyMomentItLeavesTheOldOrTheNewState) {
     const int rounds = longRun != nullptr && *longRun != '\0' ? 200 : 12;
     for (int i = 0; i < rounds; ++i) {
         const double delay = std::uniform_real_distribution<>(0.0001, 0.12)(random);
-        run("timeout -s KILL " + std::to_string(delay) + " katcatalog " +
+        run("timeout --foreground -s KILL " + std::to_string(delay) + " katcatalog " +
             (i % 2 == 0 ? "import -o" : "sync") + " c.mdb 2=many");
         ASSERT_NO_FATAL_FAILURE(expectOneOfBoth());
     }
