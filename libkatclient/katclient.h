@@ -104,7 +104,7 @@ const char *katclient_message(const katclient *client);
  * katclient_ask_many, and for katclient_open, which returns no client on failure. */
 const char *katclient_status_text(int status);
 
-/* The version of the library, such as "1.2.0.0". */
+/* The version of the library, such as "1.3.0.0". */
 const char *katclient_version(void);
 
 #ifdef __cplusplus

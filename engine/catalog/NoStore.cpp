@@ -12,7 +12,7 @@ std::unique_ptr<Store> Store::start(const StoreSettings&, std::string* failure) 
 
 Store::~Store() = default;
 
-bool Store::classify(catalog::SharedQuestion, catalog::Answer*) {
+bool Store::classify(catalog::SharedQuestion&&, catalog::Answer*) {
     return false;
 }
 

@@ -447,7 +447,7 @@ Store::~Store() {
     core_->stop();
 }
 
-bool Store::classify(SharedQuestion question, catalog::Answer* answer) {
+bool Store::classify(SharedQuestion&& question, catalog::Answer* answer) {
     return core_->classify(std::move(question), answer);
 }
 

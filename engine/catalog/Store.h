@@ -28,7 +28,7 @@ public:
 
     // Waits for the answer as long as the settings say, but not while the store is known to be down. False if
     // the answer is not there by then; it will be remembered when it comes. REQUIRES: *answer is empty.
-    bool classify(catalog::SharedQuestion question, catalog::Answer* answer);
+    bool classify(catalog::SharedQuestion&& question, catalog::Answer* answer);
 
     // Writes what is remembered to the file; false with errno set if that fails.
     bool save(std::FILE* file);

@@ -1,6 +1,7 @@
 // A daemon that answers as a test wants.
 #pragma once
 
+#include <cerrno>
 #include <csignal>
 #include <functional>
 #include <mutex>
@@ -53,7 +54,11 @@ public:
 
 private:
     void serve() {
-        for (int number = 1, fd = -1; (fd = accept(socket_, nullptr, nullptr)) >= 0; ++number) {
+        for (int number = 1;; ++number) {
+            int fd = -1;
+            while ((fd = accept(socket_, nullptr, nullptr)) < 0 && errno == EINTR) {
+            }
+            if (fd < 0) return;
             bool goesOn = setConnection(fd);
             while (goesOn)
                 goesOn = serveOne(fd, number);
