@@ -32,6 +32,7 @@ Answer callEngine(const char* url, int limitSec, unsigned char* categories, unsi
     }();
     if (result.failed()) {
         const EngineFailure failure;
+        client->send();  // the message may wait for the log
         ERR_MSG("ASAPSDK::CSDKMain_classify_url Failed: Type=%d, Code=%d, Desc=%s", failure.type,
                 failure.code, failure.description);
         return Answer::FAILED;

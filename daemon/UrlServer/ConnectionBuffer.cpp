@@ -84,6 +84,7 @@ std::int64_t ConnectionBuffer::beginCall(std::int64_t nowMs) {
 void ConnectionBuffer::callIsSlow() {
     quick = false;
     sendDueMs = 0;
+    if (outputStart == outputEnd) return;
     const ssize_t out =
         ::send(socket, output + outputStart, outputEnd - outputStart, MSG_DONTWAIT | MSG_NOSIGNAL);
     if (out > 0) outputStart += static_cast<unsigned>(out);

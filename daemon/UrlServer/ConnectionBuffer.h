@@ -11,9 +11,9 @@ namespace KATD_SPACE {
 // connection's thread, except callIsSlow(). Does not own the socket. Nothing throws.
 //
 // Replies are held back over calls of the engine too, for a write costs more than the answer of an engine
-// that takes microseconds. No reply waits for a slow call: while a call is under way, the thread of the
-// Watchdog sends what has been held back for holdMs, and before the call that follows a slow one all replies
-// are sent.
+// that takes microseconds (not at level debug, whose messages may wait for the log). No reply waits for a
+// slow call: while a call is under way, the thread of the Watchdog sends what has been held back for holdMs,
+// and before the call that follows a slow one all replies are sent.
 //
 // A list hit costs two system calls, one read and one write, instead of four: a server that makes these alone
 // answers 1.5 times as much on one connection. With 16 requests sent ahead katd answers 9.7 times what it

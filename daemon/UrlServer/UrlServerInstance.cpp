@@ -38,6 +38,7 @@ int UrlServerInstance::start() {
         while (result >= 0)
             result = handleRequests();
     } catch (const std::bad_alloc&) {
+        stream.send();
         ERR_MSG("In %s, fail to do strdup", "handleRequests");
         result = -1;
     }
@@ -138,8 +139,9 @@ unsigned UrlServerInstance::classify(const char* url, unsigned char* categories,
             return 1;
         }
     }
-    // Retries wait between their calls.
-    if ((withRetry || !stream.expectsQuickCall()) && !stream.send()) return 0;
+    // Retries wait between their calls, and a message may wait for the log.
+    const bool mayWait = withRetry || ops.logLevel == 3 || !stream.expectsQuickCall();
+    if (mayWait && !stream.send()) return 0;
     return askEngine(url, categories, size, withRetry, matched, stream);
 }
 

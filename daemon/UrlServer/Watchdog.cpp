@@ -22,6 +22,7 @@ namespace {
 
 constexpr unsigned watchingStackSize = 256 * 1024;  // bytes
 constexpr std::int64_t timerToleranceMs = 100;      // between the clock and the timer
+constexpr std::int64_t quietMs = 1000;  // without a call, until the watching thread sleeps for good
 
 // The call of this thread that has a timer.
 thread_local const Watchdog* timedCall = nullptr;
@@ -43,7 +44,8 @@ struct Watchdog::Queue {
     // there.
     void insert(Watchdog* watched) {
         Watchdog* before = last;
-        while (before != nullptr && before->dueMs > watched->dueMs)
+        while (before != nullptr && (before->dueMs > watched->dueMs ||
+                                     (before->dueMs == watched->dueMs && before->number > watched->number)))
             before = before->earlier;
         watched->earlier = before;
         watched->later = before != nullptr ? before->later : first;
@@ -66,6 +68,8 @@ struct Watchdog::WatchingThread {
     static inline pthread_cond_t changed;                             // on the monotonic clock
     static inline bool running = false;
     static inline std::int64_t wakeMs = never;     // when the thread looks next unless it is woken earlier
+    static inline bool isBusy = false;             // a call has come since the thread last found none
+    static inline std::uint64_t calls = 0;         // so far
     static inline Queue untold;                    // calls of which callIsSlow() is to be told
     static inline Queue limited;                   // the other calls, which are due at their limits
     static inline const Watchdog* late = nullptr;  // the call for which the process ends
@@ -96,11 +100,13 @@ struct Watchdog::WatchingThread {
         pthread_mutex_lock(&mutex);
         for (;;) {
             Watchdog* const next = nextDue();
-            if (next == nullptr) {
+            if (next == nullptr && !isBusy) {
                 wakeMs = never;
                 pthread_cond_wait(&changed, &mutex);
-            } else if (nowMs() < next->dueMs) {
-                wakeMs = next->dueMs;
+            } else if (next == nullptr || nowMs() < next->dueMs) {
+                // Quick calls are over before this thread sees them. None of them need wake it.
+                isBusy = isBusy && next != nullptr;
+                wakeMs = next != nullptr ? next->dueMs : nowMs() + quietMs;
                 timespec until{};
                 until.tv_sec = static_cast<time_t>(wakeMs / 1000);
                 until.tv_nsec = static_cast<long>(wakeMs % 1000 * 1000000);
@@ -141,6 +147,8 @@ Watchdog::Watchdog(int seconds, LateCall kind, const char* askedUrl, ConnectionB
         isListed = WatchingThread::running;
         if (isListed) {
             (dueMs < deadlineMs ? WatchingThread::untold : WatchingThread::limited).insert(this);
+            WatchingThread::isBusy = true;
+            number = ++WatchingThread::calls;
             if (dueMs < WatchingThread::wakeMs) pthread_cond_signal(&WatchingThread::changed);
         }
         pthread_mutex_unlock(&WatchingThread::mutex);

@@ -51,9 +51,10 @@ private:
     std::int64_t deadlineMs = 0;  // on the monotonic clock
     // With the watching thread.
     bool isListed = false;
-    // Guarded by its mutex: when it has to do something about the call, and the place in a queue of calls by
-    // that time.
+    // Guarded by its mutex: when it has to do something about the call, the number of the call, and the place
+    // in a queue of calls by both.
     std::int64_t dueMs = 0;
+    std::uint64_t number = 0;
     Queue* queue = nullptr;
     Watchdog* earlier = nullptr;
     Watchdog* later = nullptr;
