@@ -146,9 +146,9 @@ Watchdog::Watchdog(int seconds, LateCall kind, const char* askedUrl, ConnectionB
         if (!WatchingThread::running) WatchingThread::start();
         isListed = WatchingThread::running;
         if (isListed) {
+            number = ++WatchingThread::calls;
             (dueMs < deadlineMs ? WatchingThread::untold : WatchingThread::limited).insert(this);
             WatchingThread::isBusy = true;
-            number = ++WatchingThread::calls;
             if (dueMs < WatchingThread::wakeMs) pthread_cond_signal(&WatchingThread::changed);
         }
         pthread_mutex_unlock(&WatchingThread::mutex);
