@@ -27,7 +27,7 @@ qemu_lacks_tests=(
     # a timer's signals every millisecond: a thread made under them aborts
     'SocketPair\.SignalsInterruptNeitherReadingNorWriting'
     'KatclientTest\.NeitherSideWaitsForTheOther'
-    # hundreds of runs of katcatalog take minutes
+    # with a store or many runs of katcatalog, not over in a minute
     'PushTest\..*'
     'SyncTest\..*'
 )

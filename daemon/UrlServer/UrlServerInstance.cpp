@@ -140,7 +140,7 @@ unsigned UrlServerInstance::classify(const char* url, unsigned char* categories,
         }
     }
     // Retries wait between their calls, and a message may wait for the log.
-    const bool mayWait = withRetry || ops.logLevel == 3 || !stream.expectsQuickCall();
+    const bool mayWait = withRetry || ops.logLevel == 3 /* debug */ || !stream.expectsQuickCall();
     if (mayWait && !stream.send()) return 0;
     return askEngine(url, categories, size, withRetry, matched, stream);
 }

@@ -104,7 +104,7 @@ struct Watchdog::WatchingThread {
                 wakeMs = never;
                 pthread_cond_wait(&changed, &mutex);
             } else if (next == nullptr || nowMs() < next->dueMs) {
-                // Quick calls are over before this thread sees them. None of them need wake it.
+                // Quick calls are over before this thread sees them, and need not wake it again.
                 isBusy = isBusy && next != nullptr;
                 wakeMs = next != nullptr ? next->dueMs : nowMs() + quietMs;
                 timespec until{};

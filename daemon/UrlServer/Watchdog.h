@@ -23,8 +23,8 @@ class ConnectionBuffer;
 // (ConnectionBuffer::callIsSlow). Without the thread, or without a limit, the Watchdog sends what the
 // connection holds back before the call.
 //
-// Use it on the stack of the thread that makes the call. Cheap: two short critical sections, and no system
-// call but for the first watch after a quiet spell.
+// Use it on the stack of the thread that makes the call. Cheap: two short critical sections, and a system
+// call only for the first watch after a quiet second, or of a call over which replies are held back.
 class Watchdog {
 public:
     // seconds: the limit; 0 or less: none. askedUrl must live as long as the Watchdog; the report has its
