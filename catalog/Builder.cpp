@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 #include <system_error>
 
 #include "Writer.h"
@@ -18,11 +19,17 @@ constexpr std::uint64_t recordsPerCommit = 1000000;
 
 // The header of an addition; its key follows.
 struct Addition {
-    std::uint32_t sequence;
-    std::uint32_t category;
+    std::uint32_t position;  // of its list
+    std::uint32_t sequence;  // among those of one Builder
+    std::uint32_t categoryAndFlags;
     std::uint16_t source;
     std::uint16_t keySize;
-    unsigned char flags;
+
+    unsigned category() const { return categoryAndFlags >> 8U; }
+    unsigned char flags() const { return static_cast<unsigned char>(categoryAndFlags); }
+    bool isBefore(const Addition& other) const {
+        return position != other.position ? position < other.position : sequence < other.sequence;
+    }
 };
 constexpr std::size_t additionSize = sizeof(Addition);
 // Additions are in memory in the order of their arrival. Sorted access is random, so they are prefetched.
@@ -58,7 +65,7 @@ struct Builder::Record {
     }
     static bool less(const Record& a, const Record& b) {
         const int order = a.key().compare(b.key());
-        return order != 0 ? order < 0 : a.addition().sequence < b.addition().sequence;
+        return order != 0 ? order < 0 : a.addition().isBefore(b.addition());
     }
     // Sorts by the chunk's bits below `shift` + 8: first by their highest byte, then within each of its
     // values.
@@ -180,11 +187,11 @@ void Builder::addRecord(char record, std::string_view rest, unsigned category, s
     char* const data = blocks_.back().get() + used_;
     used_ += size;
     Addition head{};
+    head.position = position_;
     head.sequence = static_cast<std::uint32_t>(records_.size());
-    head.category = category;
+    head.categoryAndFlags = category << 8U | flags;
     head.source = source;
     head.keySize = static_cast<std::uint16_t>(keySize);
-    head.flags = flags;
     std::memcpy(data, &head, additionSize);
     data[additionSize] = record;
     std::memcpy(data + additionSize + 1, rest.data(), rest.size());
@@ -192,6 +199,18 @@ void Builder::addRecord(char record, std::string_view rest, unsigned category, s
     Record added{0, data};
     added.load(0);
     records_.push_back(added);
+}
+
+void Builder::take(Builder* other) {
+    // The last block is the one that addRecord() fills.
+    blocks_.insert(blocks_.begin(), std::make_move_iterator(other->blocks_.begin()),
+                   std::make_move_iterator(other->blocks_.end()));
+    if (used_ == 0) used_ = blockSize;
+    records_.insert(records_.end(), other->records_.begin(), other->records_.end());
+    keyBytes_ += other->keyBytes_;
+    other->blocks_.clear();
+    other->records_.clear();
+    other->keyBytes_ = 0;
 }
 
 void Builder::sort() {
@@ -221,29 +240,29 @@ void Builder::sortRecords() {
 }
 
 bool Builder::next(Item* item, Result* result) {
-    if (position_ == records_.size()) {
+    if (next_ == records_.size()) {
         // The caller may want to be alone now, to block signals for instance.
         joinSorter();
         return false;
     }
-    if (position_ == usable_) {
+    if (next_ == usable_) {
         std::unique_lock<std::mutex> lock(sortedMutex_);
         sortedMore_.wait(lock, [this] { return sorted_ > usable_; });
         usable_ = sorted_;
     }
-    item->key = records_[position_].key();
+    item->key = records_[next_].key();
     item->flags = 0;
     item->pairs.clear();
     // All additions with one key are in one group.
-    for (; position_ < usable_ && records_[position_].key() == item->key; ++position_) {
-        if (usable_ - position_ > static_cast<std::size_t>(ahead))
-            __builtin_prefetch(records_[position_ + ahead].data);
-        const Addition head = records_[position_].addition();
-        const bool had = (item->flags & head.flags) == head.flags;
-        item->flags = static_cast<unsigned char>(item->flags | head.flags);
-        if ((head.flags & isEntry) == 0) continue;
-        const Pair pair{static_cast<std::uint16_t>(head.category), head.source};
-        const bool known = head.category == noCategory ||
+    for (; next_ < usable_ && records_[next_].key() == item->key; ++next_) {
+        if (usable_ - next_ > static_cast<std::size_t>(ahead))
+            __builtin_prefetch(records_[next_ + ahead].data);
+        const Addition head = records_[next_].addition();
+        const bool had = (item->flags & head.flags()) == head.flags();
+        item->flags = static_cast<unsigned char>(item->flags | head.flags());
+        if ((head.flags() & isEntry) == 0) continue;
+        const Pair pair{static_cast<std::uint16_t>(head.category()), head.source};
+        const bool known = head.category() == noCategory ||
                            std::find(item->pairs.begin(), item->pairs.end(), pair) != item->pairs.end();
         if (known && had) ++result->repeated;
         if (!known) item->pairs.push_back(pair);
@@ -390,7 +409,7 @@ bool Builder::write(const std::string& path, bool compact, const Sources& source
         Ancestors ancestors;
         Item item;
         std::vector<std::uint64_t> bySource(65536);
-        for (position_ = 0; next(&item, result);) {
+        for (rewind(); next(&item, result);) {
             ancestors.descend(item.key);
             if (compact && (item.flags & isEntry) != 0 && ancestors.makeRedundant(item)) {
                 ++result->compacted;

@@ -51,6 +51,12 @@ public:
     // Adds a category, or none, to an entry. An entry keeps each category once for each source. Null on
     // success, else a phrase that says why the catalogue cannot hold the entry.
     const char* add(const Url& entry, unsigned category, std::uint16_t source, bool instead = false);
+    // The additions that follow rank behind those of lists with lower positions, whatever is added first. Of
+    // one position, they rank in the order of their calls. Initially 0.
+    void beginList(std::uint32_t position) { position_ = position; }
+    // Adds what `other` has, which is empty then. For threads that read lists with a Builder each. REQUIRES:
+    // the two have no positions in common.
+    void take(Builder* other);
 
     struct Result {
         std::uint64_t entries = 0;
@@ -77,7 +83,7 @@ public:
     };
     // The next key in order; false at the end. REQUIRES: sort() was called.
     bool next(Item* item, Result* result);
-    void rewind() { position_ = 0; }
+    void rewind() { next_ = 0; }
 
 private:
     struct Record;
@@ -93,8 +99,9 @@ private:
     std::size_t used_ = 0;  // bytes in use of the last block
     std::uint64_t keyBytes_ = 0;
     std::vector<Record> records_;
-    std::size_t position_ = 0;
-    std::string lastHost_;  // the host whose record was added for the last path
+    std::uint32_t position_ = 0;  // of the list at hand
+    std::size_t next_ = 0;        // what next() returns
+    std::string lastHost_;        // the host whose record was added for the last path
 
     std::thread sorter_;
     std::mutex sortedMutex_;

@@ -31,7 +31,7 @@ void addReading(tools::Command* command, Arguments* arguments, std::string* cate
     command->flag("--allow-suffixes", &arguments->allowSuffixes,
                   "Take whole public suffixes such as com or co.uk");
     command->flag("--strict", &arguments->strict, "End at the first bad line");
-    command->flag("-q,--quiet", &arguments->quiet, "Print no summary");
+    command->flag("-q,--quiet", &arguments->quiet, "Print no summary and no progress");
     command->flag("--json", &arguments->json, "Print the summary as one JSON object");
     command->number("--show", 0, 1000000000, &arguments->show, "Notes of each kind to show")
         .showDefault("10");

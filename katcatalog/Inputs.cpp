@@ -1,10 +1,16 @@
 #include "Inputs.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bitset>
+#include <deque>
+#include <exception>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <set>
+#include <system_error>
+#include <thread>
 
 #include "listreader/Failure.h"
 
@@ -23,7 +29,8 @@ using listreader::Failure;
 
 namespace {
 
-constexpr unsigned replyLimit = 255;  // a reply of katd has one byte for each category
+constexpr std::size_t mostReaders = 4;  // threads: one that writes the catalogue cannot keep up with more
+constexpr unsigned replyLimit = 255;    // a reply of katd has one byte for each category
 
 #ifdef KATD_HAVE_PSL
 constexpr const char* suffixFile = "/usr/share/publicsuffix/public_suffix_list.dat";
@@ -78,6 +85,73 @@ bool isPublicSuffix(const Url& url) {
 #else
     return url.host.find('\0') == url.host.npos;
 #endif
+}
+
+// One list: reading it, and what came of that.
+class ListReading {
+public:
+    // Adds the list's entries to `builder`; all that is wrong is in the results. Gives up when isInVain()
+    // returns true.
+    void read(const Arguments& arguments, const Inputs::File& file, bool remember, Builder* builder,
+              listreader::Progress* progress, const std::function<bool()>& isInVain) {
+        listreader::Reader reader(
+            {highestCategory, arguments.strict, arguments.show, &badLines},
+            [&](listreader::Entry& entry) {
+                if (isInVain()) throw Failure(listreader::failed, "another list cannot be read");
+                return take(entry, arguments.allowSuffixes, file.source, builder);
+            },
+            progress);
+        try {
+            const bool isKnown = remember && examine(file.file.path, &known);
+            reader.read(file.file);
+            known.isWhole = isKnown && isAsBefore(file.file.path, known) ? 1 : 0;
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        counts.read = reader.counts();
+        known.bad = counts.read.bad;
+        known.category = file.file.category;
+        known.source = file.source;
+    }
+
+    std::vector<std::string> badLines;  // those to be shown
+    Counts counts;
+    KnownList known{};
+    std::exception_ptr failure;
+
+private:
+    const char* take(const listreader::Entry& entry, bool allowSuffixes, std::uint16_t source,
+                     Builder* builder) {
+        const char* const reason = entry.kind == listreader::EntryKind::url
+                                       ? catalog::readUrl(entry.text, &url_)
+                                       : catalog::readEntry(entry.text, &url_);
+        if (reason != nullptr) return reason;
+        if (!allowSuffixes && !entry.isException && isPublicSuffix(url_)) {
+            ++counts.suffixes;
+            return "a public suffix: everybody's hosts lie below it (--allow-suffixes takes it)";
+        }
+        if (entry.isException) ++counts.exceptions;
+        if (entry.scope == listreader::Scope::below) ++counts.belowOnly;
+        const bool hasCategory = !entry.isException && entry.category != noCategory;
+        const unsigned category = hasCategory ? static_cast<unsigned>(entry.category) : Builder::noCategory;
+        if (!hasCategory) known.hasUnclaimed = 1;
+        if (hasCategory && category > replyLimit) ++counts.beyondReply;
+        return builder->add(url_, category, source, entry.isException);
+    }
+
+    Url url_;
+};
+
+void addCounts(const Counts& more, Counts* counts) {
+    counts->read.lines += more.read.lines;
+    counts->read.empty += more.read.empty;
+    counts->read.ownNames += more.read.ownNames;
+    counts->read.bad += more.read.bad;
+    counts->read.entries += more.read.entries;
+    counts->exceptions += more.exceptions;
+    counts->belowOnly += more.belowOnly;
+    counts->suffixes += more.suffixes;
+    counts->beyondReply += more.beyondReply;
 }
 
 }  // namespace
@@ -154,54 +228,53 @@ std::string Inputs::rules() const {
 
 void Inputs::read(const Files& files, Builder* builder, listreader::Progress* progress,
                   std::vector<KnownList>* memory) {
-    listreader::Reader reader(
-        {highestCategory, arguments_.strict, arguments_.show},
-        [&](listreader::Entry& entry) { return take(entry, builder); }, progress);
-    const bool repeats = memory != nullptr && hasRepeats(files);
-    for (const File& file : files) {
-        source_ = file.source;
-        hasUnclaimed_ = false;
-        KnownList list{};
-        const bool isKnown = memory != nullptr && !repeats && examine(file.file.path, &list);
-        const listreader::Reader::Counts before = reader.counts();
-        reader.read(file.file);
-        const listreader::Reader::Counts after = reader.counts();
-        catalog::Source& source = sources_[source_];
-        source.name = file.file.path;
-        source.lines += after.lines - before.lines;
-        if (memory == nullptr) continue;
-        list.isWhole = isKnown && isAsBefore(file.file.path, list) ? 1 : 0;
-        list.hasUnclaimed = hasUnclaimed_ ? 1 : 0;
-        list.bad = after.bad - before.bad;
-        list.category = file.file.category;
-        list.source = source_;
-        memory->push_back(list);
+    const bool repeats = hasRepeats(files);
+    std::vector<ListReading> lists(files.size());
+    std::atomic<std::size_t> next{0};
+    std::atomic<std::size_t> failed{files.size()};  // the first list that could not be read
+    const auto readLists = [&](Builder* own) {
+        for (std::size_t i = next++; i < failed; i = next++) {
+            own->beginList(static_cast<std::uint32_t>(i));
+            lists[i].read(arguments_, files[i], memory != nullptr && !repeats, own, progress,
+                          [&] { return failed < i; });
+            if (!lists[i].failure) continue;
+            std::size_t first = failed;
+            while (i < first && !failed.compare_exchange_weak(first, i)) {
+            }
+        }
+    };
+    // A list that is named twice, standard input for instance, is not read by two threads at once.
+    const std::size_t readers =
+        repeats ? 1 : std::min<std::size_t>({files.size(), std::thread::hardware_concurrency(), mostReaders});
+    std::deque<Builder> builders;
+    std::vector<std::future<void>> threads;
+    try {
+        while (threads.size() + 1 < readers)
+            threads.push_back(std::async(std::launch::async, readLists, &builders.emplace_back()));
+    } catch (const std::system_error&) {
+        // Those that run read all lists.
     }
-    reader.end();
-    const listreader::Reader::Counts counts = reader.counts();
-    counts_.read.lines += counts.lines;
-    counts_.read.empty += counts.empty;
-    counts_.read.ownNames += counts.ownNames;
-    counts_.read.bad += counts.bad;
-    counts_.read.entries += counts.entries;
-}
+    readLists(builder);
+    for (std::future<void>& thread : threads)
+        thread.get();
 
-const char* Inputs::take(const listreader::Entry& entry, Builder* builder) {
-    const char* const reason = entry.kind == listreader::EntryKind::url
-                                   ? catalog::readUrl(entry.text, &url_)
-                                   : catalog::readEntry(entry.text, &url_);
-    if (reason != nullptr) return reason;
-    if (!arguments_.allowSuffixes && !entry.isException && isPublicSuffix(url_)) {
-        ++counts_.suffixes;
-        return "a public suffix: everybody's hosts lie below it (--allow-suffixes takes it)";
+    listreader::Notes bad(stderr, arguments_.show);
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const ListReading& list = lists[i];
+        for (const std::string& line : list.badLines)
+            bad.add(line);
+        if (list.failure) std::rethrow_exception(list.failure);
+        for (std::uint64_t shown = list.badLines.size(); shown < list.counts.read.bad; ++shown)
+            bad.add();
+        addCounts(list.counts, &counts_);
+        catalog::Source& source = sources_[files[i].source];
+        source.name = files[i].file.path;
+        source.lines += list.counts.read.lines;
+        if (memory != nullptr) memory->push_back(list.known);
     }
-    if (entry.isException) ++counts_.exceptions;
-    if (entry.scope == listreader::Scope::below) ++counts_.belowOnly;
-    const bool hasCategory = !entry.isException && entry.category != noCategory;
-    const unsigned category = hasCategory ? static_cast<unsigned>(entry.category) : Builder::noCategory;
-    hasUnclaimed_ = hasUnclaimed_ || !hasCategory;
-    if (hasCategory && category > replyLimit) ++counts_.beyondReply;
-    return builder->add(url_, category, source_, entry.isException);
+    bad.end("bad lines");
+    for (Builder& other : builders)
+        builder->take(&other);
 }
 
 }  // namespace katcatalog

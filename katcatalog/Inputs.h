@@ -39,7 +39,8 @@ public:
     // `known` are the sources that the catalogue has: those of the same name keep their number; the others
     // are new. Where `otherwise` is given, it is the category of inputs that have none.
     Files find(const std::vector<std::string>& inputs, const catalog::Sources& known, std::int32_t otherwise);
-    // Adds to `memory`, if it is given, what the files were when they were read.
+    // Reads several files at a time if there are processors for it; the result is the same. Adds to `memory`,
+    // if it is given, what the files were when they were read.
     void read(const Files& files, catalog::Builder* builder, listreader::Progress* progress,
               std::vector<KnownList>* memory = nullptr);
     void read(const std::vector<std::string>& inputs, const catalog::Sources& known, std::int32_t otherwise,
@@ -58,16 +59,11 @@ public:
     const catalog::CategoryNames& names() const { return names_; }
 
 private:
-    const char* take(const listreader::Entry& entry, catalog::Builder* builder);
-
     const Arguments& arguments_;
     tools::CategoryNames map_{static_cast<std::uint32_t>(highestCategory)};
     catalog::CategoryNames names_;
     catalog::Sources sources_;
     Counts counts_;
-    std::uint16_t source_ = 0;
-    bool hasUnclaimed_ = false;  // the file at hand has entries without a category
-    catalog::Url url_;
 };
 
 }  // namespace katcatalog

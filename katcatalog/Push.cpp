@@ -272,7 +272,7 @@ void push(const Arguments& arguments) {
     // Fail early if the store is out of reach or of another format.
     Store store(arguments);
     Push::storeVersion(&store);
-    listreader::Progress progress;
+    listreader::Progress progress(arguments.quiet);
     Inputs inputs(arguments);
     auto builder = std::make_unique<Builder>();
     inputs.read(arguments.inputs, {}, arguments.category, builder.get(), &progress);

@@ -79,7 +79,7 @@ void refuseTooFew(const Arguments& arguments, std::uint64_t before, std::uint64_
 }  // namespace
 
 void import(const Arguments& arguments) {
-    listreader::Progress progress;
+    listreader::Progress progress(arguments.quiet);
     // Fail early if the catalogue cannot be written.
     listreader::OutputFile file(arguments.catalog);
     Builder builder;
@@ -109,7 +109,7 @@ void import(const Arguments& arguments) {
 
 void update(const Arguments& arguments) {
     const auto update = open(arguments.catalog);
-    listreader::Progress progress;
+    listreader::Progress progress(arguments.quiet);
     const catalog::Sources before = update->sources();
     Inputs inputs(arguments);
     Builder added;
@@ -299,7 +299,7 @@ std::vector<Change> compare(Update* update, Builder* wanted, const std::vector<P
 
 void sync(const Arguments& arguments) {
     const auto update = open(arguments.catalog);
-    listreader::Progress progress;
+    listreader::Progress progress(arguments.quiet);
     const catalog::Sources before = update->sources();
     Inputs inputs(arguments);
     const Inputs::Files files = inputs.find(arguments.inputs, before, arguments.category);

@@ -68,7 +68,7 @@ void addBuild(tools::Command* build, BuildOptions* options, std::string* nested,
     build->number("--max-shrink", 0, 100, &options->maxShrink,
                   "Refuse a list with so many per cent fewer items than\nthe one that it replaces");
     build->flag("--strict", &options->strict, "Stop at the first bad line");
-    build->flag("-q,--quiet", &options->quiet, "Print no summary");
+    build->flag("-q,--quiet", &options->quiet, "Print no summary and no progress");
     build->number("--show", 0, showLimit, &options->show, "Notes of each kind to show")
         .showDefault(std::to_string(options->show));
     build->operands("INPUT", &options->inputs, "Where to read from");

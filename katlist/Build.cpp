@@ -28,6 +28,7 @@ public:
     // Creates the output file first: if it cannot be written, that shows before the work.
     explicit Builder(const BuildOptions& options)
         : options_(options),
+          progress_(options.quiet),
           reader_(
               Reader::Options{categoryLimit, options.strict, options.show},
               [this](Entry& entry) { return takeEntry(&entry); }, &progress_),

@@ -93,7 +93,7 @@ private:
     const std::string path_;
     KindOption kind_;
     Notes findings_;
-    Progress progress_;
+    Progress progress_{false};
     StringList list_;  // as katd loads it
     std::int64_t headerCount_ = 0;
     std::int64_t headerSize_ = 0;

@@ -30,7 +30,9 @@ std::string printable(std::string_view text) {
 }
 
 void Notes::add(const std::string& text) {
-    if (shows()) {
+    if (shows() && kept_ != nullptr) {
+        kept_->push_back(text);
+    } else if (shows()) {
         Progress::clear();
         std::fprintf(stream_, "%s\n", text.c_str());
     }
@@ -44,8 +46,8 @@ void Notes::end(const std::string& what) const {
                  static_cast<unsigned long long>(count_ - limit_), what.c_str());
 }
 
-Progress::Progress()
-    : terminal_(isatty(STDERR_FILENO) != 0), next_(std::chrono::steady_clock::now() + pause) {}
+Progress::Progress(bool quiet)
+    : terminal_(!quiet && isatty(STDERR_FILENO) != 0), next_(std::chrono::steady_clock::now() + pause) {}
 
 void Progress::begin(const char* what) {
     if (!terminal_) return;
@@ -57,6 +59,12 @@ void Progress::begin(const char* what) {
 void Progress::clear() {
     if (lineIsShown) std::fputs("\r\033[K", stderr);
     lineIsShown = false;
+}
+
+void Progress::addShared(const char* what) {
+    const std::lock_guard<std::mutex> guard(sharedMutex_);
+    shared_ += everySteps;
+    show(what, shared_);
 }
 
 void Progress::show(const char* what, std::uint64_t done) {

@@ -77,7 +77,10 @@ bool isOneOf(std::string_view word, std::initializer_list<std::string_view> word
 }  // namespace
 
 Reader::Reader(const Options& options, Take take, Progress* progress)
-    : options_(options), take_(std::move(take)), progress_(progress), bad_(stderr, options.show) {}
+    : options_(options),
+      take_(std::move(take)),
+      progress_(progress),
+      bad_(options.kept != nullptr ? Notes(options.kept, options.show) : Notes(stderr, options.show)) {}
 
 Reader::Counts Reader::counts() const {
     Counts counts = counts_;
@@ -93,7 +96,7 @@ void Reader::read(const Source& source) {
     isInRecord_ = false;
     origin_.clear();
     while (file.next()) {
-        progress_->step("lines read", ++counts_.lines);
+        progress_->sharedStep("lines read", ++counts_.lines);
         takeLine(&file);
     }
     file_ = nullptr;

@@ -75,6 +75,31 @@ TEST_F(KatcatalogTest, badLinesAreShownAndSkipped) {
     EXPECT_THAT(dump(), HasSubstr("co.uk\t5"));
 }
 
+// The first list takes longest: where there are several processors, the others are read meanwhile.
+TEST_F(KatcatalogTest, listsRankInTheirOrderWhicheverIsReadFirst) {
+    std::string first;
+    for (int i = 0; i < 50000; ++i)
+        first += "host" + std::to_string(i) + ".example\n";
+    std::string inputs;
+    std::string categories;
+    for (int i = 1; i <= 20; ++i) {
+        const std::string number = std::to_string(i);
+        write("list" + number, (i == 1 ? first : "") + "a bad line\nshared.example\n");
+        inputs += " " + number + "=list" + number;
+        categories += (i == 1 ? "" : ",") + number;
+    }
+    ASSERT_EQ(0, run("katcatalog import --show 2 -o c.mdb" + inputs));
+    EXPECT_THAT(output, HasSubstr("20 bad lines"));
+    EXPECT_THAT(errors,
+                testing::MatchesRegex("list1:50001: [^\n]*\nlist2:1: [^\n]*\n\\.\\.\\. and 18 more .*"));
+    EXPECT_THAT(dump(), HasSubstr("\nshared.example\t" + categories + "\t"));
+    for (const char* const list : {"list2", "list20"})
+        write(list, "\x1f\x8b");
+    EXPECT_EQ(1, run("katcatalog import --show 2 -o c.mdb" + inputs));
+    EXPECT_THAT(errors,
+                testing::MatchesRegex("list1:50001: [^\n]*\nkatcatalog: list2 is compressed[^\n]*\n"));
+}
+
 #ifdef KATD_HAVE_PSL
 // It asks libpsl only about some of the hosts.
 TEST_F(KatcatalogTest, refusesThePublicSuffixesOfLibpsl) {

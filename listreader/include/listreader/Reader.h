@@ -19,6 +19,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "listreader/Console.h"
 #include "listreader/Entry.h"
@@ -27,13 +28,14 @@
 
 namespace listreader {
 
-// One Reader reads any number of sources. One thread.
+// One Reader reads any number of sources, in one thread. Readers in several threads may share `progress`.
 class Reader {
 public:
     struct Options {
         std::int32_t highestCategory = 255;
-        bool strict = false;      // the first bad line throws Failure
-        std::uint64_t show = 10;  // bad lines to print
+        bool strict = false;                       // the first bad line throws Failure
+        std::uint64_t show = 10;                   // bad lines to print
+        std::vector<std::string>* kept = nullptr;  // where to put these lines instead of printing them
     };
     struct Counts {
         std::uint64_t lines = 0;
