@@ -54,7 +54,7 @@ make_packages() {
     cd "$1/katd"
     sed -i "s/^ -- .*<>/ -- $(sed -n 's/^Maintainer: //p' debian/control)/" debian/changelog
     [[ $architecture == "$native" ]] || export KATD_LIBRARIES_32=$libraries32
-    DEB_BUILD_OPTIONS="${DEB_BUILD_OPTIONS:-} parallel=$(nproc)" dpkg-buildpackage -b -us -uc -d "-a$architecture"
+    DEB_BUILD_OPTIONS="${DEB_BUILD_OPTIONS:+$DEB_BUILD_OPTIONS }parallel=$(nproc)" dpkg-buildpackage -b -us -uc -d "-a$architecture"
 }
 
 for architecture in "${architectures[@]}"; do

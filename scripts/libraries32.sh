@@ -18,7 +18,7 @@ END
     exit 2
 fi
 
-packages=(libhiredis0.14 libhiredis-dev libidn2-0 libidn2-dev liblmdb0 liblmdb-dev libpsl5 libpsl-dev libunistring2)
+packages=(libhiredis-dev libidn2-0 libidn2-dev liblmdb0 liblmdb-dev libpsl5 libpsl-dev libunistring2)
 folder=$PWD/build/i386
 libraries=$folder/usr/lib/i386-linux-gnu
 [[ ! -e $folder/complete ]] || { echo "$libraries" && exit 0; }
