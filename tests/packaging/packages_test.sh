@@ -60,10 +60,21 @@ for architecture; do
     check_installed
     check <<< 'katd@katd@libasapsdk.so: cannot open shared object file'
     inside useradd -G katd asker
+    # The packages' scripts find a running systemd; it records each start of katd with the lists of that moment.
+    mkdir -p "$system/run/systemd/system"
+    cat > "$system/usr/bin/systemctl" << 'END'
+#!/bin/sh
+case "$*" in
+    *is-enabled*) echo enabled ;;
+    *"start katd.service") echo start $(ls /var/lib/katd/lists) >> /starts ;;
+esac
+END
     if has katd-engine-catalog; then
-        install /packages/katc_* /packages/katd-engine-catalog_*
+        inside apt-get purge -y katd
+        install /packages/katd_* /packages/katc_* /packages/katd-engine-catalog_*
         start_katd "$system"
         check << 'END'
+root@[ "$(cat /starts)" = "start catalog.mdb" ] && echo once@once
 asker@katc http://www.shop.example/ | grep 'known	$'@known
 root@umask 077 && printf 'shop.example\ngames.example\n' > /two && katcatalog import -o /var/lib/katd/lists/catalog.mdb 7=/two@2 entries
 asker@timeout 20 sh -c 'until katc http://www.shop.example/ | grep "known	7"; do sleep 0.1; done'@known	7
@@ -114,8 +125,10 @@ END
     done
     echo "; of the administrator" >> "$system/etc/katd/katd.ini"
     chown root:root "$system/etc/katd/katd.ini" # as some editors leave a file
+    rm "$system/starts"
     install '/higher/*.deb'
     check_installed
+    check <<< 'root@wc -l < /starts@1'
     start_katd "$system"
     check << END
 root@dpkg-query -W katd && cat /etc/katd/katd.ini | xargs -d '\n'@$version+1
