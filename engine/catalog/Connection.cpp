@@ -78,8 +78,17 @@ bool Connection::openTo(int family, const void* address, unsigned size, Time end
         getsockopt(fd_, SOL_SOCKET, SO_ERROR, &error, &errorSize);
     }
     if (error != 0) return fail(withError("cannot connect", error));
-    const int on = 1;
-    if (family != AF_UNIX) setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    if (family != AF_UNIX) {
+        const auto set = [this](int level, int option, int value) {
+            setsockopt(fd_, level, option, &value, sizeof value);
+        };
+        set(IPPROTO_TCP, TCP_NODELAY, 1);
+        // A firewall does not forget the connection while it is idle; if it does, the kernel finds it out.
+        set(SOL_SOCKET, SO_KEEPALIVE, 1);
+        set(IPPROTO_TCP, TCP_KEEPIDLE, 20);
+        set(IPPROTO_TCP, TCP_KEEPINTVL, 5);
+        set(IPPROTO_TCP, TCP_KEEPCNT, 3);
+    }
     reader_.reset(redisReaderCreate());
     return reader_ ? true : fail("out of memory");
 }

@@ -111,6 +111,7 @@ public:
     explicit Core(const StoreSettings& settings)
         : settings_(settings),
           replyLimit_(std::max(leastReplyLimit, settings.wait)),
+          silenceLimit_(probeInterval + 2 * replyLimit_),
           remembered(settings.records, settings.lifetime) {}
     ~Core() {
         if (stopEvent_ >= 0) close(stopEvent_);
@@ -128,19 +129,20 @@ private:
     void startThread(void (Core::*body)());
     void ask();
     void watch();
-    bool take(Batch* batch);
-    void askBatch(Connection* connection, const Batch& batch);
+    bool take(Batch* batch, std::uint64_t* breaks);
+    void askBatch(Connection* connection, const Batch& batch, std::uint64_t breaks);
     bool exchangeBatch(Connection* connection, const Batch& batch, std::string* failure);
     bool readAnswer(const redisReply& reply, Lookup* lookup, std::string* failure);
     bool connect(Connection* connection, std::string* failure);
     bool greet(Connection* connection, std::string* failure);
     bool readVersion(const redisReply& reply, Remembered::Generation* generation, std::string* failure);
-    void setUp(std::uint64_t downs);
-    void setDown(const std::string& failure);
+    void setUp(std::uint64_t breaks, bool isRenewed);
+    void setDown(const std::string& failure, std::uint64_t breaks);
     void finish(const std::shared_ptr<Lookup>& lookup, Lookup::State state);
 
     const StoreSettings settings_;
     const milliseconds replyLimit_;
+    const milliseconds silenceLimit_;        // the store is down if nothing has come for longer
     int stopEvent_ = -1;                     // readable when the threads are to end
     std::atomic<std::size_t> firstHost_{0};  // the host that was last connected to
     std::atomic<Remembered::Generation> damageReported_{0};
@@ -152,7 +154,8 @@ private:
     std::condition_variable ended_;    // a thread has ended
     std::deque<std::shared_ptr<Lookup>> queue_;
     State state_ = starting;
-    std::uint64_t downs_ = 0;  // how often it went down
+    std::uint64_t breaks_ = 0;  // how often the connections there were could no longer be trusted
+    Clock::time_point lastReply_ = Clock::now();
     bool stop_ = false;
     std::size_t threads_ = 0;
 
@@ -221,7 +224,13 @@ bool Store::Core::classify(SharedQuestion question, catalog::Answer* answer) {
         queue_.push_back(lookup);
         work_.notify_one();
         lookup->changed.wait_until(lock, end, [&] { return lookup->state != Lookup::waiting; });
-        if (lookup->state != Lookup::answered) return false;
+        const Lookup::State state = lookup->state;
+        const std::uint64_t breaks = breaks_;
+        // The other threads do not find this out while they hang in the name service.
+        const bool isSilent = state == Lookup::waiting && Clock::now() - lastReply_ > silenceLimit_;
+        lock.unlock();
+        if (isSilent) setDown(settings_.address.hosts[firstHost_].text() + ": no reply", breaks);
+        if (state != Lookup::answered) return false;
     }
     lookup->evaluate(answer);
     return true;
@@ -231,13 +240,15 @@ void Store::Core::finish(const std::shared_ptr<Lookup>& lookup, Lookup::State st
     const std::lock_guard<std::mutex> guard(mutex_);
     lookup->state = state;
     lookup->changed.notify_all();
+    if (state == Lookup::answered) lastReply_ = Clock::now();
 }
 
-bool Store::Core::take(Batch* batch) {
+bool Store::Core::take(Batch* batch, std::uint64_t* breaks) {
     batch->clear();
     std::unique_lock<std::mutex> lock(mutex_);
     work_.wait(lock, [this] { return stop_ || !queue_.empty(); });
     if (stop_) return false;
+    *breaks = breaks_;
     while (!queue_.empty() && batch->size() < batchLimit) {
         batch->push_back(std::move(queue_.front()));
         queue_.pop_front();
@@ -250,9 +261,14 @@ void Store::Core::ask() {
     Connection connection(stopEvent_);
     Batch batch;
     batch.reserve(batchLimit);
-    while (take(&batch)) {
+    std::uint64_t openedAt = 0;
+    std::uint64_t breaks = 0;
+    while (take(&batch, &breaks)) {
+        // A connection from before may be dead without a word, although the store answers.
+        if (breaks != openedAt) connection.close();
+        openedAt = breaks;
         try {
-            askBatch(&connection, batch);
+            askBatch(&connection, batch, breaks);
         } catch (const std::exception&) {
             // Out of memory: these questions stay without an answer.
             connection.close();
@@ -263,7 +279,7 @@ void Store::Core::ask() {
     }
 }
 
-void Store::Core::askBatch(Connection* connection, const Batch& batch) {
+void Store::Core::askBatch(Connection* connection, const Batch& batch, std::uint64_t breaks) {
     std::string failure;
     // A connection that was idle may have been closed by the store, or the store was restarted.
     const bool wasOpen = connection->isOpen();
@@ -273,7 +289,7 @@ void Store::Core::askBatch(Connection* connection, const Batch& batch) {
         if (again && connect(connection, &failure) && exchangeBatch(connection, batch, &failure)) return;
     }
     connection->close();
-    setDown(failure);
+    setDown(failure, breaks);
 }
 
 bool Store::Core::exchangeBatch(Connection* connection, const Batch& batch, std::string* failure) {
@@ -385,14 +401,17 @@ void Store::Core::watch() {
     Clock::time_point upSince = Clock::now();
     std::unique_lock<std::mutex> lock(mutex_);
     while (!stop_) {
-        const std::uint64_t downs = downs_;
+        const std::uint64_t breaks = breaks_;
         lock.unlock();
         try {
             std::string failure;
-            if ((connection.isOpen() && greet(&connection, &failure)) || connect(&connection, &failure)) {
-                setUp(downs);
+            const bool wasOpen = connection.isOpen();
+            if (wasOpen && greet(&connection, &failure)) {
+                setUp(breaks, false);
+            } else if (connect(&connection, &failure)) {
+                setUp(breaks, wasOpen);
             } else {
-                setDown(failure);
+                setDown(failure, breaks);
             }
         } catch (const std::exception&) {
             connection.close();  // out of memory
@@ -410,20 +429,26 @@ void Store::Core::watch() {
     }
 }
 
-// `downs` is the value of downs_ before the connection proved that the store can be used.
-void Store::Core::setUp(std::uint64_t downs) {
+// `breaks` is the value of breaks_ before the connection proved that the store can be used, `isRenewed`
+// whether it took the place of one that was lost.
+void Store::Core::setUp(std::uint64_t breaks, bool isRenewed) {
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        if (state_ == up || downs_ != downs) return;
+        lastReply_ = Clock::now();
+        if (breaks_ != breaks) return;
+        breaks_ += isRenewed ? 1 : 0;
+        if (state_ == up) return;
         state_ = up;
-        if (downs == 0) return;
+        if (breaks == 0) return;
     }
     report(settings_.address.hosts[firstHost_].text() + " answers again");
 }
 
-void Store::Core::setDown(const std::string& failure) {
+// `breaks` is the value of breaks_ before what failed was begun: an older connection proves nothing.
+void Store::Core::setDown(const std::string& failure, std::uint64_t breaks) {
     {
         const std::lock_guard<std::mutex> guard(mutex_);
+        if (breaks_ != breaks) return;
         for (const auto& lookup : queue_) {
             lookup->state = Lookup::failed;
             lookup->changed.notify_all();
@@ -431,7 +456,7 @@ void Store::Core::setDown(const std::string& failure) {
         queue_.clear();
         if (state_ == down || stop_) return;
         state_ = down;
-        ++downs_;
+        ++breaks_;
         changed_.notify_all();
     }
     report(failure + "; until it is back, URLs that only the store knows are Unknown");

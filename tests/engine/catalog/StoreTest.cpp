@@ -1,6 +1,12 @@
 // The catalogue engine with a shared store.
 #ifdef KATD_HAVE_HIREDIS
 
+#include <netdb.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+
 #include <atomic>
 #include <thread>
 
@@ -10,23 +16,44 @@
 
 using namespace catalog;
 
+// In place of the name service.
+static std::atomic<bool> nameServiceIsSilent{false};
+extern "C" int getaddrinfo(const char*, const char*, const addrinfo*, addrinfo**) {
+    while (nameServiceIsSilent)
+        usleep(1000);
+    return EAI_AGAIN;
+}
+
 namespace {
 
+using katd_test::eventually;
 using katd_test::Messages;
 using katd_test::readFile;
 using katd_test::RedisServer;
 using katd_test::writeFile;
 
-// A shared store.
+struct Line {
+    const char* entry;
+    std::vector<std::uint16_t> categories;
+    bool instead = false;
+};
+const std::vector<Line> entries = {
+    {"example.com", {300, 5}},
+    {"example.com:8080", {80}},
+    {"local.test", {9}},
+    {"www.example.com/ads", {44, 5}},
+    {"www.example.com/ads/a/b?c", {45}},
+    {"good.www.example.com", {}, true},
+    {"203.0.113.0/24", {7}},
+    {"203.0.113.9/x", {8}},
+    {"known.test", {}},
+};
+
+// A shared store with these entries in its version "a".
 class StoreServer : public RedisServer {
 public:
-    using RedisServer::RedisServer;
+    StoreServer() { push("a", entries); }
 
-    struct Line {
-        const char* entry;
-        std::vector<std::uint16_t> categories;
-        bool instead = false;
-    };
     void push(const std::string& version, const std::vector<Line>& lines) {
         SharedGroups groups;
         for (const Line& line : lines) {
@@ -41,39 +68,33 @@ public:
     }
 
     // How many questions engines have asked.
-    int questions() {
+    int questions() { return calls("cmdstat_mget:calls="); }
+    // How often they have looked whether it is there.
+    int probes() { return calls("cmdstat_get:calls="); }
+
+private:
+    int calls(const std::string& key) {
         const std::string statistics = run({"INFO", "commandstats"});
-        const auto place = statistics.find("cmdstat_mget:calls=");
-        return place == statistics.npos ? 0 : std::stoi(statistics.substr(place + 19));
+        const auto place = statistics.find(key);
+        return place == statistics.npos ? 0 : std::stoi(statistics.substr(place + key.size()));
     }
 };
 
 class StoreTest : public katd_test::EngineFixture {
 protected:
-    StoreTest() { replace({{"local.test", 1}}); }
+    StoreTest() : messages(folder / "messages") { replace({{"local.test", 1}}); }
 
     // A wait that is long enough on any machine, unless a test says otherwise.
     void use(const RedisServer& server, const std::string& more = "shared_wait = 5000\n") {
         settings("shared = " + server.address() + "\n" + more);
         create();
     }
-};
 
-const std::vector<StoreServer::Line> entries = {
-    {"example.com", {300, 5}},
-    {"example.com:8080", {80}},
-    {"local.test", {9}},
-    {"www.example.com/ads", {44, 5}},
-    {"www.example.com/ads/a/b?c", {45}},
-    {"good.www.example.com", {}, true},
-    {"203.0.113.0/24", {7}},
-    {"203.0.113.9/x", {8}},
-    {"known.test", {}},
+    Messages messages;
 };
 
 TEST_F(StoreTest, answersWhatTheCatalogueDoesNotCoverAndRemembersIt) {
     StoreServer store;
-    store.push("a", entries);
     use(store);
     const std::pair<const char*, const char*> rows[] = {
         {"http://local.test/", "1"},
@@ -105,7 +126,6 @@ TEST_F(StoreTest, answersWhatTheCatalogueDoesNotCoverAndRemembersIt) {
 
 TEST_F(StoreTest, keepsToItsSizeAndToWhatIsUsed) {
     StoreServer store;
-    store.push("a", entries);
     settings("shared = " + store.address() + "\nshared_wait = 5000\n");
     create("HttpConnPoolSize=1;WebSecCacheMaxEntries=100");
     ask("www.example.com");  // three records
@@ -131,7 +151,6 @@ TEST_F(StoreTest, keepsToItsSizeAndToWhatIsUsed) {
 
 TEST_F(StoreTest, theCacheFileKeepsItOverARestart) {
     StoreServer store;
-    store.push("a", entries);
     use(store);
     EXPECT_EQ("300,5", ask("www.example.com"));
     EXPECT_EQ("final", ask("other.test"));
@@ -139,7 +158,6 @@ TEST_F(StoreTest, theCacheFileKeepsItOverARestart) {
     EXPECT_EQ(0, CSDKMain_SaveWebSecCache(engine, cache.c_str()));
     const std::string good = readFile(cache);
     store.kill();
-    Messages messages(folder / "messages");
     create();
     ASSERT_TRUE(messages.waitFor("cannot connect: "));
     EXPECT_EQ("unknown", ask("www.example.com"));
@@ -168,8 +186,6 @@ TEST_F(StoreTest, theCacheFileKeepsItOverARestart) {
 
 TEST_F(StoreTest, silenceCostsTheWaitAndADownStoreNothing) {
     StoreServer store;
-    store.push("a", entries);
-    Messages messages(folder / "messages");
     // What comes after the wait is remembered: without a wait, nothing else is an answer.
     use(store, "shared_wait = 0\n");
     EXPECT_EQ("300,5", askUntil("example.com", "300,5"));
@@ -195,8 +211,56 @@ TEST_F(StoreTest, silenceCostsTheWaitAndADownStoreNothing) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
 }
 
+// The descriptors that are connected to the socket.
+std::vector<int> connectionsTo(const std::string& path) {
+    std::vector<int> found;
+    for (int fd = 3; fd < 256; ++fd) {
+        sockaddr_un peer{};
+        socklen_t size = sizeof peer;
+        if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &size) == 0 && peer.sun_path == path)
+            found.push_back(fd);
+    }
+    return found;
+}
+
+TEST_F(StoreTest, connectionsThatDiedUnnoticedCostNoQuestion) {
+    StoreServer store;
+    settings("shared = " + store.address() + "\nshared_wait = 1000\n");
+    create("HttpConnPoolSize=1;WebSecCacheMaxEntries=1000");
+    EXPECT_EQ("300,5", ask("example.com"));
+    ASSERT_TRUE(eventually([&] { return connectionsTo(store.socketPath()).size() == 2; }));
+    // What is written to them from now on stays unread.
+    int ends[2][2];
+    for (auto& pair : ends) {
+        ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, pair));
+        // Not dup3(), for which the thread sanitizer wants a lock.
+        syscall(SYS_dup3, pair[0], connectionsTo(store.socketPath()).back(), O_CLOEXEC);
+    }
+    const int probes = store.probes();
+    ASSERT_TRUE(eventually([&] { return store.probes() >= probes + 2; }));
+    EXPECT_EQ("300,5", askUntil("x.example.com", "300,5"));
+    int unread = 0;  // one of them got a probe, the other one nothing
+    for (const auto& pair : ends) {
+        int bytes = 0;
+        ioctl(pair[1], FIONREAD, &bytes);
+        unread += bytes > 0 ? 1 : 0;
+        close(pair[0]);
+        close(pair[1]);
+    }
+    EXPECT_LE(unread, 1);
+    EXPECT_EQ("", messages.text());
+}
+
+TEST_F(StoreTest, aSilentNameServiceIsADownStore) {
+    nameServiceIsSilent = true;
+    settings("shared = redis://store.test\nshared_wait = 0\n");
+    create();
+    EXPECT_TRUE(
+        eventually([&] { return ask("h0") == "unknown" && messages.contain("store.test:6379: no reply"); }));
+    nameServiceIsSilent = false;
+}
+
 TEST_F(StoreTest, foreignDataAndOtherStoresAreNoAnswer) {
-    Messages messages(folder / "messages");
     {
         const RedisServer server({"--requirepass", "secret"});
         use(server);
@@ -209,7 +273,6 @@ TEST_F(StoreTest, foreignDataAndOtherStoresAreNoAnswer) {
         EXPECT_EQ(std::string::npos, messages.text().find("secret"));
     }
     StoreServer store;
-    store.push("a", entries);
     // The first of the hosts that answers.
     settings("shared = " + store.address() + "x," + store.socketPath() + "\nshared_wait = 5000\n");
     create();
@@ -233,8 +296,6 @@ TEST_F(StoreTest, foreignDataAndOtherStoresAreNoAnswer) {
 
 TEST_F(StoreTest, outagesUnderLoad) {
     StoreServer store;
-    store.push("a", entries);
-    Messages messages(folder / "messages");
     use(store, "shared_wait = 20\n");
     ASSERT_EQ("300,5", askUntil("example.com", "300,5"));
     std::atomic<bool> end{false};
@@ -256,7 +317,7 @@ TEST_F(StoreTest, outagesUnderLoad) {
     const auto allGoOn = [&] {
         for (const auto& count : answers) {
             const unsigned before = count;
-            if (!katd_test::eventually([&] { return count > before + 2; })) return false;
+            if (!eventually([&] { return count > before + 2; })) return false;
         }
         return true;
     };
