@@ -6,6 +6,8 @@
 #include "catalog/SharedGroups.h"
 #include "katcatalog/Store.h"
 #include "listreader/Failure.h"
+#include "support/Client.h"
+#include "support/Daemon.h"
 #include "support/RedisServer.h"
 #include "support/ShellTest.h"
 
@@ -193,6 +195,30 @@ TEST_F(PushTest, twoAtOnceDoNotMix) {
         ASSERT_TRUE((state == states[0] && output != "0 3\n") || (state == states[1] && output != "3 0\n"))
             << output;
     }
+}
+
+TEST_F(PushTest, katdGetsALateAnswerByItsOwnRetry) {
+    write("list", "300|example.com\n5|example.com\n");
+    ASSERT_EQ(0, push("list")) << errors;
+    const Home home({{"query_retry_times", "3000"}, {"query_retry_interval", "10"}});
+    ASSERT_EQ(0, run("katcatalog import -q -o " + home / "data/catalog.mdb /dev/null")) << errors;
+    writeFile(home / "conf/catalog.ini", "[catalog]\nshared = " + redis.address() + "\nshared_wait = 1\n");
+    const char* const libraries = std::getenv("LD_LIBRARY_PATH");
+    Daemon katd(home, {},
+                {{"LD_LIBRARY_PATH",
+                  std::string(CATALOG_ENGINE_FOLDER ":") + (libraries != nullptr ? libraries : "")}});
+    ASSERT_TRUE(katd.waitUntilServing());
+    Client patient(home.socketPath());
+    Client client(home.socketPath());
+    using Categories = std::vector<unsigned>;
+    redis.stop();
+    ASSERT_TRUE(patient.send(request("url1y.example.com")));
+    EXPECT_EQ(Categories(), client.ask("x.example.com").value().categories);
+    redis.resume();
+    EXPECT_EQ((Categories{300 % 256, 5}), patient.receive().value().categories);
+    redis.kill();
+    EXPECT_EQ((Categories{300 % 256, 5}), client.ask("y.example.com").value().categories);
+    EXPECT_EQ(Categories(), client.ask("z.example.com").value().categories);
 }
 
 TEST_F(PushTest, whatIsWrongWithTheStoreHasASentence) {
