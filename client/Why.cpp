@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -16,6 +15,7 @@
 #include "engine/catalog/Settings.h"
 #include "tools/CategoryNames.h"
 #include "tools/Child.h"
+#include "tools/Json.h"
 #include "tools/ListLookUp.h"
 #include "tools/Options.h"
 
@@ -25,7 +25,7 @@ namespace {
 
 using KATD_SPACE::ConfReader;
 using KATD_SPACE::IniUtils;
-using Json = nlohmann::ordered_json;
+using tools::Json;
 
 constexpr const char* serviceHome = "/var/lib/katd";
 
@@ -91,7 +91,7 @@ Json catalogJson(const std::string& url) {
     std::string problem;
     Json json = Json::object();
     if (askCatalog(url, true, &path, &output, &problem)) {
-        json = Json::parse(output, nullptr, false);
+        json = tools::parseJson(output);
         if (!json.is_object()) json = {{"error", "katcatalog could not read it"}};
     } else {
         json["error"] = problem;
@@ -113,7 +113,7 @@ void printJson(const std::string& url, const tools::ListAnswer& answer, const to
         json["match"] = answer.isPrefix ? "prefix" : "host";
         json["list"] = answer.file;
     }
-    std::printf("%s\n", json.dump(-1, ' ', false, Json::error_handler_t::replace).c_str());
+    std::printf("%s\n", tools::jsonText(json).c_str());
 }
 
 }  // namespace

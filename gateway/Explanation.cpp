@@ -1,17 +1,17 @@
 #include "Explanation.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "Html.h"
 #include "tools/Child.h"
+#include "tools/Json.h"
 
 namespace gateway {
 
 namespace {
 
-using Json = nlohmann::json;
+using tools::Json;
 
 constexpr tools::ChildLimits limits{std::chrono::seconds(10), 1 << 20};
 
@@ -89,7 +89,7 @@ std::string explanationHtml(const std::string& output, const katclient_answer& a
     std::string html;
     std::istringstream lines(output);
     for (std::string line; std::getline(lines, line);) {
-        const Json object = Json::parse(line, nullptr, false);
+        const Json object = tools::parseJson(line);
         if (!object.is_object()) {
             html += row("Note", escaped(line));
             continue;

@@ -3,19 +3,18 @@
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
-#include <nlohmann/json.hpp>
 
 #include "Html.h"
 #include "Pages.h"
 #include "RequestUrl.h"
 #include "tools/AnswerJson.h"
+#include "tools/Json.h"
 
 namespace gateway {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Json = nlohmann::json;
 
 constexpr char jsonType[] = "application/json";
 constexpr char htmlType[] = "text/html; charset=utf-8";
@@ -32,8 +31,7 @@ void reply(httplib::Response& response, int status, const std::string& body, con
 }
 
 void replyProblem(httplib::Response& response, int status, const std::string& sentence) {
-    reply(response, status,
-          Json({{"error", sentence}}).dump(-1, ' ', false, Json::error_handler_t::replace) + "\n", jsonType);
+    reply(response, status, tools::jsonText({{"error", sentence}}) + "\n", jsonType);
 }
 
 void replyPage(httplib::Response& response, int status, const Page& page) {
@@ -178,12 +176,13 @@ void Service::oneUrl(const httplib::Request& request, httplib::Response& respons
 }
 
 void Service::manyUrls(const httplib::Request& request, httplib::Response& response) {
-    const Json body = Json::parse(request.body, nullptr, false);
+    // Not tools::Json, which searches the members of an object one by one.
+    const auto body = nlohmann::json::parse(request.body, nullptr, false);
     if (!body.is_array() || body.size() > mostUrls)
         return replyProblem(response, 400, "the body must be a JSON array of at most 1000 URLs");
     std::vector<std::string> urls;
     std::vector<std::string> asked;
-    for (const Json& item : body) {
+    for (const auto& item : body) {
         urls.push_back(item.is_string() ? item.get<std::string>() : std::string());
         asked.push_back(askedUrl(urls.back()));
         if (asked.back().empty())

@@ -11,8 +11,7 @@ Summary::Summary(const Arguments& arguments, const std::string& name, const std:
 }
 
 Summary::~Summary() {
-    constexpr auto handler = nlohmann::json::error_handler_t::replace;
-    if (!arguments_.quiet && arguments_.json) std::printf("%s\n", json_.dump(2, ' ', false, handler).c_str());
+    if (!arguments_.quiet && arguments_.json) std::printf("%s\n", tools::jsonText(json_, 2).c_str());
 }
 
 void Summary::line(const char* key, std::uint64_t number, const char* text, bool always) {

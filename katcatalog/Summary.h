@@ -2,10 +2,10 @@
 #ifndef KATCATALOG_SUMMARY_H
 #define KATCATALOG_SUMMARY_H
 
-#include <nlohmann/json.hpp>
 #include <string>
 
 #include "Inputs.h"
+#include "tools/Json.h"
 
 namespace katcatalog {
 
@@ -26,7 +26,7 @@ private:
     bool isTable() const { return !arguments_.quiet && !arguments_.json; }
 
     const Arguments& arguments_;
-    nlohmann::ordered_json json_;
+    tools::Json json_;
 };
 
 }  // namespace katcatalog

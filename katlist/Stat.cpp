@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
-#include <nlohmann/json.hpp>
 
 #include "Shared.h"
 #include "StringList/StringList.h"
+#include "tools/Json.h"
 
 namespace katlist {
 
@@ -34,19 +34,18 @@ Shares sharesOf(const StringList& list) {
 
 void printJson(const std::string& file, std::int32_t items, std::uint64_t bytes, const Shares& shares,
                const tools::CategoryNames& names) {
-    nlohmann::ordered_json categories = nlohmann::ordered_json::array();
+    tools::Json categories = tools::Json::array();
     for (const auto& [category, share] : shares) {
-        nlohmann::ordered_json one = {{"category", category}};
+        tools::Json one = {{"category", category}};
         const std::string& name = names.nameOf(static_cast<std::uint32_t>(category));
         if (!name.empty()) one["name"] = name;
         one["items"] = share.items;
         one["bytes"] = share.bytes;
         categories.push_back(one);
     }
-    const nlohmann::ordered_json all = {
-        {"file", file}, {"items", items}, {"bytes", bytes}, {"categories", categories}};
+    const tools::Json all = {{"file", file}, {"items", items}, {"bytes", bytes}, {"categories", categories}};
     // A path or name may contain bytes that are not UTF-8.
-    std::printf("%s\n", all.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
+    std::printf("%s\n", tools::jsonText(all, 2).c_str());
 }
 
 void printTable(std::int32_t items, std::uint64_t bytes, const Shares& shares,

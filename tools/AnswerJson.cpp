@@ -1,18 +1,8 @@
 #include "tools/AnswerJson.h"
 
-#include <nlohmann/json.hpp>
+#include "tools/Json.h"
 
 namespace tools {
-
-namespace {
-
-using Json = nlohmann::ordered_json;
-
-std::string dump(const Json& object) {
-    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
-}  // namespace
 
 std::string answerJson(std::string_view url, const katclient_answer& answer, const CategoryNames* names) {
     Json object = {{"url", url}, {"known", answer.known != 0}, {"categories", Json::array()}};
@@ -25,11 +15,11 @@ std::string answerJson(std::string_view url, const katclient_answer& answer, con
             list.push_back(name.empty() ? Json() : Json(name));
         }
     }
-    return dump(object);
+    return jsonText(object);
 }
 
 std::string failureJson(std::string_view url, std::string_view reason) {
-    return dump({{"url", url}, {"error", reason}});
+    return jsonText({{"url", url}, {"error", reason}});
 }
 
 }  // namespace tools
