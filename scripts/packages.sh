@@ -21,7 +21,8 @@ done
 
 as_root=()
 if [[ $EUID -ne 0 ]]; then
-    if ! sudo -n true 2> /dev/null; then
+    # On a terminal sudo may ask for the password.
+    if ! sudo -n true 2> /dev/null && ! { [[ -t 0 ]] && sudo -v; }; then
         echo "Packages are missing. Please run: sudo apt-get install ${missing[*]}" >&2
         exit 1
     fi
