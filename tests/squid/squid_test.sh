@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Debian's squid with its own squid.conf and the configurations of docs/squid.md, asked from its own machine and from its
 # LAN, while lists change and katd goes and comes back. Needs root, for namespaces. Usage: squid_test.sh KATD KATC
-# [KATD_HTTP]
+# [KATD_HTTP]. The catalogue's engine and katcatalog are those of KATD's build, if it has them.
 set -euo pipefail
 # shellcheck source=scripts/lib.sh
 . "$(dirname "${BASH_SOURCE[0]}")/../../scripts/lib.sh"
@@ -130,6 +130,24 @@ if (($# > 2)); then
         problem "a forged link claims a block"
     [[ $(page_of http://192.168.7.1:8480/) == *"no such page"* ]] || problem "the LAN sees the administrator's page"
     stop_squid
+fi
+
+# By a catalogue, which covers what is below its entries.
+build=$(dirname "$1")/..
+if [[ -x $build/katcatalog/katcatalog ]]; then
+    stop_katd
+    "$build/katcatalog/katcatalog" import -q -o /run/home/data/catalog.mdb - <<< '44|both.example'
+    katd_command=(env "LD_LIBRARY_PATH=$build/engine/catalog" "$1")
+    start_katd /run/home
+    start_squid 10-katd.conf "external_acl_type katd_block"
+    blocked="${page}category=advertising&*"
+    expect "$blocked" www.both.example
+    expect "$blocked" both.example
+    expect "200 000 " games.example
+    stop_squid
+    stop_katd
+    katd_command=("$1")
+    start_katd /run/home
 fi
 
 # A helper that was configured otherwise than squid refuses, and does not bring squid down.
