@@ -133,6 +133,7 @@ const char* entryKeys(const Url& entry, EntryKeys* keys) {
     keys->own = hostKey(entry);
     keys->host.clear();
     if (entry.path.empty() && !entry.portGiven) return nullptr;
+    if (entry.portGiven && entry.port == 0) return "its port is 0, which no URL has";
     keys->host.swap(keys->own);
     keys->own = pathKey(entry, entry.portGiven ? entry.port : 0);
     return keys->own.size() <= maxKey ? nullptr : "host and path are longer than the catalogue holds";

@@ -1,7 +1,8 @@
 #!/usr/bin/perl
-# The documents against the sources and programs. Usage: pages_test.pl TREE PROGRAM... (katd, katc, katlist, katd-syslog, katd-update, katd-http)
+# The documents against the sources and programs. Usage: pages_test.pl TREE PROGRAM... (katd, katc, katlist, katcatalog, katd-syslog, katd-update, katd-http)
 use strict;
 use warnings;
+use File::Temp 'tempdir';
 
 my ($root, %program) = (shift, map { m{([^/]+)$} => $_ } @ARGV);
 my $wrong = 0;
@@ -35,11 +36,12 @@ my %times;
 wrong("docs/messages.md has it twice: $_") for grep { $times{$_}++ == 1 } @explained;
 
 # Every option that --help shows is described in the manual page, and no other. katd shows its usage only in a valid home.
-mkdir $_ for $ENV{KATD_DIR} = "pages_test.home", "pages_test.home/conf";
+mkdir(($ENV{KATD_DIR} = tempdir(CLEANUP => 1)) . "/conf");
 system('cp', "$root/demo/conf/katd.ini", "$ENV{KATD_DIR}/conf");
 my %commands = ('katd.8' => ['katd -h'], 'katd-syslog.8' => ['katd-syslog --help'], 'katd-update.8' => ['katd-update --help'], 'katd-http.8' => ['katd-http --help'],
     'katc.1' => [map { "katc $_ --help" } '', 'ctl', map { "ctl $_" } qw(log_level timeout save_cache urls_stat reload)],
-    'katc-helper.1' => ['katc helper --help'], 'katlist.1' => [map { "katlist $_ --help" } '', qw(build check find stat)]);
+    'katc-helper.1' => ['katc helper --help'], 'katlist.1' => [map { "katlist $_ --help" } '', qw(build check find stat)],
+    'katcatalog.1' => [map { "katcatalog $_ --help" } '', qw(import update sync push find stat check dump)]);
 for my $page (grep { $program{(split / /, $commands{$_}[0])[0]} } sort keys %commands) {
     my (@shown, @described);
     for (@{$commands{$page}}) {

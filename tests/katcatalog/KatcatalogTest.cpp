@@ -64,9 +64,9 @@ TEST_F(KatcatalogTest, importsWhatPeopleHave) {
 
 TEST_F(KatcatalogTest, badLinesAreShownAndSkipped) {
     write("bad", "good.example\ncom\nco.uk\nblogspot.com\na b.example\n" + std::string(600, 'x') + "\n" +
-                     "a.example/" + std::string(600, 'x') + "\n");
+                     "a.example/" + std::string(600, 'x') + "\na.example:0/x\n");
     EXPECT_EQ(0, run("katcatalog import -o c.mdb 5=bad"));
-    EXPECT_THAT(output, HasSubstr("5 bad lines skipped\n           2 of these public suffixes"));
+    EXPECT_THAT(output, HasSubstr("6 bad lines skipped\n           2 of these public suffixes"));
     EXPECT_THAT(errors, HasSubstr("bad:3: skipped, a public suffix"));
     EXPECT_EQ("blogspot.com\t5\tbad\ngood.example\t5\tbad\n", dump());
     EXPECT_EQ(0, run("katcatalog import -q --allow-suffixes -o c.mdb 5=bad"));
