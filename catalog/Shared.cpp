@@ -42,7 +42,7 @@ public:
         if ((flags & entryRest) != 0 && !takeNumber(&left, &size)) return false;
         if (size > left.size()) return false;
         instead = (flags & entryInstead) != 0;
-        port = static_cast<unsigned>(number);
+        port = static_cast<std::uint16_t>(number);
         rest = left.substr(0, size);
         left.remove_prefix(size);
         if (!takeNumber(&left, &number) || number > maxEntryCategories || 2 * number > left.size())
@@ -62,7 +62,7 @@ public:
     }
 
     bool instead = false;
-    unsigned port = 0;
+    std::uint16_t port = 0;
     std::string_view rest;
     std::string_view categories;  // two bytes each
 
@@ -152,6 +152,35 @@ bool isGroup(std::string_view value) {
     return cursor.atEnd();
 }
 
+std::vector<SharedEntry> decodeGroup(std::string_view value) {
+    std::vector<SharedEntry> entries;
+    GroupCursor cursor(value);
+    while (cursor.next()) {
+        SharedEntry& entry = entries.emplace_back();
+        entry.port = cursor.port;
+        entry.rest = cursor.rest;
+        entry.instead = cursor.instead;
+        std::size_t category = 0;
+        while (GroupCursor::takeNumber(&cursor.categories, &category))
+            entry.categories.push_back(static_cast<std::uint16_t>(category));
+    }
+    return entries;
+}
+
+std::string sharedEntryKey(std::string_view group, const SharedEntry& entry) {
+    std::string key(group.substr(sharedPrefix.size()));
+    if (entry.port == 0 && entry.rest.empty()) return key;
+    // A network whose entries have ports is a single address.
+    if (key[0] == networkRecord) key = std::string("\0\0", 2) + key.substr(1, key.size() - 2);
+    const std::size_t base = key[0] == pathRecord ? pathBase(key) : key.size();
+    key[0] = pathRecord;
+    if (entry.port != 0) {
+        const char port[] = {keyPort, static_cast<char>(entry.port >> 8U), static_cast<char>(entry.port)};
+        key.insert(base, port, sizeof port);
+    }
+    return key + entry.rest;
+}
+
 bool groupHasBelow(std::string_view value) {
     return !value.empty() && (static_cast<unsigned char>(value[0]) & groupBelow) != 0;
 }
@@ -188,15 +217,17 @@ std::string SharedQuestion::key(std::size_t candidate, std::size_t level) const 
     return key.size() <= sharedPrefix.size() + maxKey ? key : std::string();
 }
 
+bool SharedQuestion::isCoveredBy(std::size_t level, std::uint16_t port, std::string_view rest) const {
+    const std::string_view asked = std::string_view(path_).substr(ends_[level]);
+    return (port == 0 || port == port_) && asked.substr(0, rest.size()) == rest &&
+           (rest.empty() || endsAtBoundary(asked.data(), asked.size(), rest.size()));
+}
+
 bool SharedQuestion::add(const Values& values, Answer* answer) const {
     for (std::size_t level = sharedLevels; level-- > 0;) {
-        const std::string_view rest = std::string_view(path_).substr(ends_[level]);
         GroupCursor entry(values[level]);
         while (entry.next()) {
-            const std::size_t size = entry.rest.size();
-            if ((entry.port != 0 && entry.port != port_) || rest.substr(0, size) != entry.rest ||
-                (size > 0 && !endsAtBoundary(rest.data(), rest.size(), size)))
-                continue;
+            if (!isCoveredBy(level, entry.port, entry.rest)) continue;
             answer->covered = true;
             std::size_t category = 0;
             while (GroupCursor::takeNumber(&entry.categories, &category))

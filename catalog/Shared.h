@@ -55,6 +55,10 @@ struct SharedEntry {
 // The value of a group. `hasBelow` marks a group that has groups of the next level below it. The order of the
 // entries makes no difference. REQUIRES: no two entries have the same port and rest.
 std::string encodeGroup(std::vector<SharedEntry> entries, bool hasBelow);
+// The entries of a group. REQUIRES: isGroup(value), or it is empty.
+std::vector<SharedEntry> decodeGroup(std::string_view value);
+// The key that an entry of the group has in a catalogue.
+std::string sharedEntryKey(std::string_view group, const SharedEntry& entry);
 // Whether the value is one that encodeGroup() can make. If not, treat it as absent.
 bool isGroup(std::string_view value);
 // REQUIRES: isGroup(value), or it is empty.
@@ -73,6 +77,8 @@ public:
     // one of the level before it has groups below.
     std::string key(std::size_t candidate, std::size_t level) const;
 
+    // Whether an entry of a group of that level covers the URL.
+    bool isCoveredBy(std::size_t level, std::uint16_t port, std::string_view rest) const;
     // Adds the categories of the entries that cover the URL. The values are those of a candidate's groups,
     // empty if absent or not needed. False if an entry marked "instead" ends the union: the candidates after
     // this one do not count. REQUIRES: each value is empty or isGroup(value).

@@ -17,6 +17,9 @@ constexpr const char* statuses =
     "no entry covers a URL; 2 bad usage; 3 a file or store cannot be read or written, or\n"
     "memory is short.";
 
+constexpr const char* passwordText = "The store's password is the first line";
+constexpr const char* readText = "The catalogue, or redis://... of a shared store, as for push";
+
 constexpr const char* inputFooter =
     "An INPUT is a file, - for standard input, CATEGORY=FILE for a file of one category,\n"
     "or a folder with a folder for each category that holds a file \"urls\" or \"domains\".\n"
@@ -73,18 +76,20 @@ bool parseArguments(int argc, const char* const* argv, Arguments* arguments, int
         line.command("push", "Make a shared store say what the lists say, while it is used");
     push.operand("STORE", &arguments->catalog, "redis://[USER@]HOST[:PORT], or redis:///PATH of a socket")
         .required();
-    push.text("--password-file", "FILE", &arguments->passwordFile, "The store's password is the first line");
+    push.text("--password-file", "FILE", &arguments->passwordFile, passwordText);
     push.number("--min-items", 1, 1000000000, &arguments->minItems, "Refuse lists with fewer entries");
     addReading(&push, arguments, &category);
 
     tools::Command& find =
         line.command("find", "Say what the catalogue has for URLs, and where it came from");
-    find.operand("CATALOG", &arguments->catalog, "The catalogue").required();
+    find.operand("CATALOG", &arguments->catalog, readText).required();
+    find.text("--password-file", "FILE", &arguments->passwordFile, passwordText);
     find.operands("URL", &arguments->inputs, "What to look up; - reads URLs from standard input, one a line");
     find.flag("--json", &arguments->json, "Print one JSON object a URL");
 
     tools::Command& stat = line.command("stat", "Print the entries by category and by list");
-    stat.operand("CATALOG", &arguments->catalog, "The catalogue").required();
+    stat.operand("CATALOG", &arguments->catalog, readText).required();
+    stat.text("--password-file", "FILE", &arguments->passwordFile, passwordText);
     stat.flag("--json", &arguments->json, "Print one JSON object");
 
     tools::Command& check = line.command("check", "Read all of a catalogue and say what is wrong with it");

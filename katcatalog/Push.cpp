@@ -18,7 +18,6 @@ using listreader::Failure;
 
 namespace {
 
-constexpr std::string_view pageKeys = "2000";    // of one SCAN: redis answers nobody else meanwhile
 constexpr std::size_t batchBytes = 128U << 10U;  // of one MSET
 
 // The groups that the store is to hold.
@@ -158,7 +157,7 @@ public:
     void run() {
         progress_.begin("waiting for another push");
         store_.lock();
-        const std::string version = storeVersion(&store_);
+        const std::string version = store_.version();
         const bool wasCut = store_.ask({"EXISTS", catalog::sharedUnfinishedKey})->integer != 0;
         compare();
         write();
@@ -171,48 +170,22 @@ public:
                        {"DEL", catalog::sharedUnfinishedKey}});
     }
 
-    // The version of the store; empty if it has none. Throws Failure if something else wrote it.
-    static std::string storeVersion(Store* store) {
-        const Reply meta = store->ask({"GET", catalog::sharedMetaKey});
-        const std::string version(catalog::sharedVersion(textOf(*meta)));
-        if (version.empty() && meta->type != REDIS_REPLY_NIL) {
-            throw Failure(
-                listreader::failed,
-                "store " + store->name() + ": the key " + std::string(catalog::sharedMetaKey) +
-                    " is not that of a catalogue of this version: delete it to have all keys below " +
-                    std::string(catalog::sharedPrefix) + " replaced");
-        }
-        return version;
-    }
-
     std::uint64_t added() const { return added_; }
     std::uint64_t changed() const { return changed_; }
     std::uint64_t removed() const { return removed_; }
     bool hasChanged() const { return hasChanged_; }
 
 private:
-    static bool isOwn(std::string_view key) {
-        return key == catalog::sharedMetaKey || key == catalog::sharedLockKey ||
-               key == catalog::sharedUnfinishedKey;
-    }
-
     // Reads all that the store holds, and removes what it should not.
     void compare() {
-        const std::string pattern = std::string(catalog::sharedPrefix) + "*";
-        std::string cursor = "0";
         std::uint64_t read = 0;
         std::vector<std::size_t> wanted;
-        do {
-            const Reply page = store_.ask({"SCAN", cursor, "MATCH", pattern, "COUNT", pageKeys});
-            cursor = textOf(*page->element[0]);
-            const redisReply& keys = *page->element[1];
+        store_.forEachKeys([&](const std::vector<std::string_view>& keys) {
             Words get{"MGET", catalog::sharedMetaKey};
             Words remove{"UNLINK"};
             wanted.clear();
-            for (std::size_t i = 0; i < keys.elements; ++i) {
+            for (const std::string_view key : keys) {
                 progress_.step("comparing", ++read);
-                const std::string_view key = textOf(*keys.element[i]);
-                if (isOwn(key)) continue;
                 const std::size_t group = groups_.find(key);
                 if (group == Groups::none) {
                     remove.push_back(key);
@@ -230,7 +203,7 @@ private:
                     value.type == REDIS_REPLY_STRING && textOf(value) == groups_.value(wanted[i]);
                 groups_.states[wanted[i]] = isSame ? Groups::same : Groups::differs;
             }
-        } while (cursor != "0");
+        });
     }
 
     void write() {
@@ -271,7 +244,7 @@ private:
 void push(const Arguments& arguments) {
     // Fail early if the store is out of reach or of another format.
     Store store(arguments);
-    Push::storeVersion(&store);
+    store.version();
     listreader::Progress progress(arguments.quiet);
     Inputs inputs(arguments);
     auto builder = std::make_unique<Builder>();

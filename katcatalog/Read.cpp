@@ -6,7 +6,9 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
+#include "StoreReader.h"
 #include "catalog/Writer.h"
+#include "listreader/Console.h"
 #include "listreader/LineFile.h"
 #include "tools/Text.h"
 
@@ -20,11 +22,14 @@ using tools::printable;
 
 namespace {
 
+constexpr const char* foreignRecords =
+    ": it has foreign or damaged records, which are ignored; katcatalog push replaces them";
 constexpr auto replaceBadUtf8 = nlohmann::json::error_handler_t::replace;
 
 // The names of categories and sources, by number.
 class Names {
 public:
+    Names() = default;
     explicit Names(Update* update) : sources_(update->sources()), categories_(update->categoryNames()) {}
 
     // Empty if it has none.
@@ -44,8 +49,8 @@ public:
     const catalog::Sources& sources() const { return sources_; }
 
 private:
-    const catalog::Sources sources_;
-    const catalog::CategoryNames categories_;
+    catalog::Sources sources_;
+    catalog::CategoryNames categories_;
 };
 
 std::unique_ptr<Update> openForReading(const std::string& path) {
@@ -55,7 +60,7 @@ std::unique_ptr<Update> openForReading(const std::string& path) {
     return update;
 }
 
-// An entry that covers a URL, copied from the file.
+// An entry that covers a URL, copied from the file or the store.
 struct Found {
     char key[catalog::maxKey];
     std::size_t keySize;
@@ -70,24 +75,39 @@ struct AllFound {
     std::size_t count = 0;
 
     static bool add(void* context, const catalog::Covering& covering) {
-        auto* const all = static_cast<AllFound*>(context);
-        if (all->count == all->entries.size()) return false;
-        Found& found = all->entries[all->count++];
-        found.keySize = std::min(covering.key.size(), sizeof found.key);
-        std::memcpy(found.key, covering.key.data(), found.keySize);
-        found.instead = (covering.value->flags & catalog::isInstead) != 0;
-        found.pairCount = covering.value->pairCount;
-        for (std::size_t i = 0; i < found.pairCount; ++i)
-            found.pairs[i] = covering.value->pair(i);
-        return true;
+        const catalog::Value& value = *covering.value;
+        Found* const found = static_cast<AllFound*>(context)->next(
+            covering.key, (value.flags & catalog::isInstead) != 0, value.pairCount);
+        for (std::size_t i = 0; found != nullptr && i < found->pairCount; ++i)
+            found->pairs[i] = value.pair(i);
+        return found != nullptr;
+    }
+    void add(std::string_view key, const catalog::SharedEntry& entry) {
+        Found* const found = next(key, entry.instead, entry.categories.size());
+        for (std::size_t i = 0; found != nullptr && i < found->pairCount; ++i)
+            found->pairs[i] = {entry.categories[i], 0};
+    }
+    // Null if there are too many.
+    Found* next(std::string_view key, bool instead, std::size_t pairCount) {
+        if (count == entries.size()) return nullptr;
+        Found& found = entries[count++];
+        found.keySize = std::min(key.size(), sizeof found.key);
+        std::memcpy(found.key, key.data(), found.keySize);
+        found.instead = instead;
+        found.pairCount = std::min(pairCount, catalog::maxEntryCategories);
+        return &found;
     }
     static void restart(void* context) { static_cast<AllFound*>(context)->count = 0; }
 };
 
 class Finder {
 public:
-    explicit Finder(const Arguments& arguments)
-        : arguments_(arguments), names_(openForReading(arguments.catalog).get()) {
+    explicit Finder(const Arguments& arguments) : arguments_(arguments) {
+        if (StoreReader::isMeant(arguments)) {
+            store_ = std::make_unique<StoreReader>(arguments);
+            return;
+        }
+        names_ = Names(openForReading(arguments.catalog).get());
         std::string failure;
         auto file = catalog::Catalog::open(arguments.catalog, &failure);
         if (!file) throw Failure(listreader::failed, failure);
@@ -98,7 +118,12 @@ public:
         catalog::Url url;
         all_.count = 0;
         const char* const reason = catalog::readUrl(text, &url);
-        if (reason == nullptr && reader_->visit(url, AllFound::add, AllFound::restart, &all_) != Reader::done)
+        if (reason == nullptr && store_) {
+            store_->find(url, [this](std::string_view key, const catalog::SharedEntry& entry) {
+                all_.add(key, entry);
+            });
+        } else if (reason == nullptr &&
+                   reader_->visit(url, AllFound::add, AllFound::restart, &all_) != Reader::done)
             throw Failure(listreader::failed,
                           "catalogue " + arguments_.catalog +
                               ": the file is damaged; recreate it with katcatalog import");
@@ -127,6 +152,9 @@ private:
         std::string table = printable(text) + "\n";
         table += reason == nullptr ? "  looked up as  " + printable(lookedUp) + "\n"
                                    : std::string("  not looked up: ") + reason + "\n";
+        if (store_)
+            table +=
+                "  asked         " + store_->name() + ", which keeps no lists and no names of categories\n";
         std::vector<unsigned> answer;
         bool ended = false;
         json["entries"] = nlohmann::ordered_json::array();
@@ -140,14 +168,19 @@ private:
             table += ended ? ", does not count: below an exception\n" : "\n";
             for (std::size_t n = 0; n < found.pairCount; ++n) {
                 const Pair pair = found.pairs[n];
-                const catalog::Source& source = names_.source(pair.source);
-                nlohmann::ordered_json category{
-                    {"category", pair.category}, {"list", source.name}, {"lines", source.lines}};
+                nlohmann::ordered_json category{{"category", pair.category}};
+                table += "    category    " + names_.category(pair.category);
+                if (!store_) {
+                    const catalog::Source& source = names_.source(pair.source);
+                    category["list"] = source.name;
+                    category["lines"] = source.lines;
+                    table +=
+                        ", from " + printable(source.name) + " (" + std::to_string(source.lines) + " lines)";
+                }
                 if (const std::string itsName = names_.name(pair.category); !itsName.empty())
                     category["name"] = itsName;
                 entry["categories"].push_back(category);
-                table += "    category    " + names_.category(pair.category) + ", from " +
-                         printable(source.name) + " (" + std::to_string(source.lines) + " lines)\n";
+                table += "\n";
                 if (!ended && std::find(answer.begin(), answer.end(), pair.category) == answer.end())
                     answer.push_back(pair.category);
             }
@@ -155,6 +188,7 @@ private:
             json["entries"].push_back(entry);
             ended = ended || found.instead;
         }
+        if (store_ && store_->foreign() > 0) listreader::tell("store " + store_->name() + foreignRecords);
         json["answer"] = answer;
         table += "  answer        ";
         for (const unsigned category : answer)
@@ -166,8 +200,9 @@ private:
     }
 
     const Arguments& arguments_;
-    const Names names_;
+    Names names_;  // none of a store
     std::unique_ptr<Reader> reader_;
+    std::unique_ptr<StoreReader> store_;  // or else a file is read
     AllFound all_;
     bool coveredAll_ = true;
 };
@@ -179,6 +214,73 @@ std::string timeText(std::uint64_t seconds) {
     localtime_r(&time, &parts);
     std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
     return text;
+}
+
+void printJson(const nlohmann::ordered_json& json) {
+    std::printf("%s\n", json.dump(2, ' ', false, replaceBadUtf8).c_str());
+}
+
+void printLine(std::uint64_t number, const std::string& text) {
+    std::printf("%12llu %s\n", static_cast<unsigned long long>(number), text.c_str());
+}
+
+// Counts entries.
+class Statistics {
+public:
+    void add(std::string_view key, bool instead, const std::vector<std::uint16_t>& categories) {
+        ++kinds_[key[0] == catalog::hostRecord      ? "hosts"
+                 : key[0] == catalog::networkRecord ? "addresses and networks"
+                                                    : "paths and ports"];
+        if (instead) ++kinds_["exceptions among them"];
+        if (categories.empty()) ++kinds_["without a category among them"];
+        for (const std::uint16_t category : categories)
+            ++byCategory_[category];
+    }
+    void write(nlohmann::ordered_json* json) const {
+        (*json)["kinds"] = kinds_;
+        for (const auto& [category, count] : byCategory_)
+            (*json)["categories"][std::to_string(category)] = count;
+    }
+    void print(std::uint64_t entries, const Names& names) const {
+        printLine(entries, "entries");
+        for (const auto& [kind, count] : kinds_)
+            printLine(count, kind);
+        std::printf("By category:\n");
+        for (const auto& [category, count] : byCategory_)
+            printLine(count, names.category(category));
+    }
+
+private:
+    std::map<unsigned, std::uint64_t> byCategory_;
+    std::map<std::string, std::uint64_t> kinds_;
+};
+
+void statStore(const Arguments& arguments) {
+    StoreReader store(arguments);
+    listreader::Progress progress(false);
+    Statistics statistics;
+    std::uint64_t entries = 0;
+    store.forEach([&](std::string_view key, const catalog::SharedEntry& entry) {
+        progress.step("reading", ++entries);
+        statistics.add(key, entry.instead, entry.categories);
+    });
+    const bool isUnfinished = store.isUnfinished();
+    listreader::Progress::clear();
+    if (store.foreign() > 0) listreader::tell("store " + store.name() + foreignRecords);
+    if (arguments.json) {
+        nlohmann::ordered_json json{{"catalog", store.name()},
+                                    {"entries", entries},
+                                    {"version", store.version()},
+                                    {"unfinished", isUnfinished},
+                                    {"foreign", store.foreign()}};
+        statistics.write(&json);
+        printJson(json);
+        return;
+    }
+    std::printf("%s: version %s%s; it keeps no lists and no names of categories\n", store.name().c_str(),
+                printable(store.version()).c_str(),
+                isUnfinished ? ", with changes of a push that runs or was cut" : "");
+    statistics.print(entries, Names());
 }
 
 }  // namespace
@@ -196,51 +298,41 @@ listreader::ExitStatus find(const Arguments& arguments) {
 }
 
 void stat(const Arguments& arguments) {
+    if (StoreReader::isMeant(arguments)) {
+        statStore(arguments);
+        return;
+    }
     const auto update = openForReading(arguments.catalog);
     const Names names(update.get());
-    std::map<unsigned, std::uint64_t> byCategory;
-    std::map<std::string, std::uint64_t> kinds;
+    Statistics statistics;
     std::vector<Pair> pairs;
     update->forEach([&](std::string_view key, const catalog::Value& value) {
-        ++kinds[key[0] == catalog::hostRecord      ? "hosts"
-                : key[0] == catalog::networkRecord ? "addresses and networks"
-                                                   : "paths and ports"];
-        if ((value.flags & catalog::isInstead) != 0) ++kinds["exceptions among them"];
-        if (value.pairCount == 0) ++kinds["without a category among them"];
         pairs.clear();
         for (std::size_t i = 0; i < value.pairCount; ++i)
             pairs.push_back(value.pair(i));
-        for (const std::uint16_t category : catalog::categoriesOf(pairs))
-            ++byCategory[category];
+        statistics.add(key, (value.flags & catalog::isInstead) != 0, catalog::categoriesOf(pairs));
     });
     const catalog::Header header = update->header();
     if (arguments.json) {
-        nlohmann::ordered_json json{{"catalog", arguments.catalog}, {"entries", header.entries},
-                                    {"created", header.created},    {"changed", header.changed},
-                                    {"changes", header.changes},    {"kinds", kinds}};
-        for (const auto& [category, count] : byCategory)
-            json["categories"][std::to_string(category)] = count;
+        nlohmann::ordered_json json{{"catalog", arguments.catalog},
+                                    {"entries", header.entries},
+                                    {"created", header.created},
+                                    {"changed", header.changed},
+                                    {"changes", header.changes}};
+        statistics.write(&json);
         for (const auto& [number, source] : names.sources())
             json["lists"].push_back(
                 {{"name", source.name}, {"lines", source.lines}, {"entries", source.entries}});
-        std::printf("%s\n", json.dump(2, ' ', false, replaceBadUtf8).c_str());
+        printJson(json);
         return;
     }
-    const auto line = [](std::uint64_t number, const std::string& text) {
-        std::printf("%12llu %s\n", static_cast<unsigned long long>(number), text.c_str());
-    };
     std::printf("%s: made %s, changed %llu times, last %s\n", arguments.catalog.c_str(),
                 timeText(header.created).c_str(), static_cast<unsigned long long>(header.changes),
                 timeText(header.changed).c_str());
-    line(header.entries, "entries");
-    for (const auto& [kind, count] : kinds)
-        line(count, kind);
-    std::printf("By category:\n");
-    for (const auto& [category, count] : byCategory)
-        line(count, names.category(category));
+    statistics.print(header.entries, names);
     std::printf("By list:\n");
     for (const auto& [number, source] : names.sources())
-        line(source.entries, printable(source.name) + " (" + std::to_string(source.lines) + " lines)");
+        printLine(source.entries, printable(source.name) + " (" + std::to_string(source.lines) + " lines)");
 }
 
 listreader::ExitStatus check(const Arguments& arguments) {

@@ -28,6 +28,7 @@ constexpr timeval replyWait = {60, 0};
 constexpr long long lockMilliseconds = 30000;
 constexpr std::string_view lockWords = "30000";
 constexpr long long lookPause = 200;
+constexpr std::string_view pageKeys = "2000";  // of one SCAN: redis answers nobody else meanwhile
 constexpr std::string_view lockKey = catalog::sharedLockKey;
 constexpr const char* lockLost = "another push has begun, or the store was out of reach for too long";
 
@@ -106,6 +107,37 @@ Reply Store::receive() {
 Reply Store::ask(const Words& command) {
     send(command);
     return receive();
+}
+
+std::string Store::version() {
+    const Reply meta = ask({"GET", catalog::sharedMetaKey});
+    std::string version(catalog::sharedVersion(textOf(*meta)));
+    if (version.empty() && meta->type != REDIS_REPLY_NIL) {
+        fail(
+            "the key " + std::string(catalog::sharedMetaKey) +
+            " is not that of a catalogue of this version: delete it to have katcatalog push replace all keys "
+            "below " +
+            std::string(catalog::sharedPrefix));
+    }
+    return version;
+}
+
+void Store::forEachKeys(const std::function<void(const std::vector<std::string_view>&)>& use) {
+    const std::string pattern = std::string(catalog::sharedPrefix) + "*";
+    std::string cursor = "0";
+    std::vector<std::string_view> keys;
+    do {
+        const Reply page = ask({"SCAN", cursor, "MATCH", pattern, "COUNT", pageKeys});
+        cursor = textOf(*page->element[0]);
+        keys.clear();
+        for (std::size_t i = 0; i < page->element[1]->elements; ++i) {
+            const std::string_view key = textOf(*page->element[1]->element[i]);
+            if (key != catalog::sharedMetaKey && key != catalog::sharedLockKey &&
+                key != catalog::sharedUnfinishedKey)
+                keys.push_back(key);
+        }
+        use(keys);
+    } while (cursor != "0");
 }
 
 void Store::lock() {

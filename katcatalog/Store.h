@@ -4,19 +4,18 @@
 
 #include <hiredis/hiredis.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "Arguments.h"
+#include "catalog/SharedReply.h"
 
 namespace katcatalog {
 
-struct FreeReply {
-    void operator()(redisReply* reply) const { freeReplyObject(reply); }
-};
-using Reply = std::unique_ptr<redisReply, FreeReply>;
+using catalog::Reply;
 // A command; the words may hold any bytes.
 using Words = std::vector<std::string_view>;
 
@@ -37,6 +36,12 @@ public:
     std::string name() const { return "redis://" + host_; }
 
     Reply ask(const Words& command);
+
+    // The version of the catalogue in it; empty if it has none. Throws if something else wrote it.
+    std::string version();
+    // Calls use(keys) for some of the keys of the catalogue at a time. What changes meanwhile may be missed
+    // or come twice.
+    void forEachKeys(const std::function<void(const std::vector<std::string_view>&)>& use);
 
     // Takes the lock. If another push has it but shows no life, waits until the lock expires.
     void lock();

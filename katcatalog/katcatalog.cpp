@@ -41,12 +41,8 @@ listreader::ExitStatus run(const katcatalog::Arguments& arguments) {
             katcatalog::sync(arguments);
             break;
         case Command::push:
-#ifdef KATD_HAVE_HIREDIS
             katcatalog::push(arguments);
             break;
-#else
-            throw listreader::Failure(listreader::failed, "push is left out: this build has no hiredis");
-#endif
         case Command::find:
             return katcatalog::find(arguments);
         case Command::stat:

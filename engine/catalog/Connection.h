@@ -10,13 +10,11 @@
 #include <vector>
 
 #include "catalog/SharedAddress.h"
+#include "catalog/SharedReply.h"
 
 namespace engine {
 
-struct FreeReply {
-    void operator()(redisReply* reply) const { freeReplyObject(reply); }
-};
-using Reply = std::unique_ptr<redisReply, FreeReply>;
+using catalog::Reply;
 
 // Not thread-safe.
 class Connection {

@@ -28,7 +28,7 @@ protected:
         store = std::make_unique<katcatalog::Store>(arguments);
     }
     int push(const std::string& arguments) {
-        return run("katcatalog push " + redis.address() + " " + arguments);
+        return run("katcatalog push --category none " + redis.address() + " " + arguments);
     }
     std::string get(std::string_view key) {
         return std::string(katcatalog::textOf(*store->ask({"GET", key})));
@@ -50,7 +50,7 @@ protected:
     }
     // What it is to hold, found in a simpler way from the catalogue of the same list.
     Contents wanted(const std::string& list) {
-        EXPECT_EQ(0, run("katcatalog import -q -o c.mdb " + list)) << errors;
+        EXPECT_EQ(0, run("katcatalog import -q --category none -o c.mdb " + list)) << errors;
         catalog::SharedGroups groups;
         std::string failure;
         const auto catalogue = catalog::Update::open(dir / "c.mdb", &failure, catalog::Update::reading);
@@ -70,24 +70,16 @@ protected:
         for (unsigned i = 0; i < size; ++i) {
             const std::string host = "h" + std::to_string(upTo(size / 4)) + ".example";
             const std::string category = std::to_string(upTo(2)) + "|";
-            switch (upTo(5)) {
-                case 0:
-                    text += "@@||" + host + "^\n";
-                    break;
-                case 1:
-                    text += category + "10.0." + std::to_string(upTo(size / 9)) +
-                            (upTo(1) == 0 ? ".0/24\n" : ".1/x\n");
-                    break;
-                case 2:
-                case 3:
-                    text += category + host + (upTo(3) == 0 ? ":8080" : "") + (upTo(1) == 0 ? "/a" : "/b/c");
-                    text += upTo(2) == 0   ? "?q\n"
-                            : upTo(1) == 0 ? "\n"
-                                           : "/d" + std::to_string(upTo(3)) + "\n";
-                    break;
-                default:
-                    text += category + (upTo(1) == 0 ? "www." : "") + host + "\n";
-            }
+            const std::string address = category + "10.0." + std::to_string(upTo(size / 9));
+            const char* const paths[] = {"/a", "/b/c", "/a?q", "/b/c?q", "/a/d1", "/b/c/d2"};
+            const std::string path = category + host + (upTo(3) == 0 ? ":8080" : "") + paths[upTo(5)];
+            const std::string lines[] = {"@@||" + host + "^",
+                                         address + (upTo(1) == 0 ? ".0/24" : ".1/x"),
+                                         path,
+                                         path,
+                                         category + host,
+                                         category + "www." + host};
+            text += lines[upTo(5)] + "\n";
         }
         write("list", text);
     }
@@ -118,6 +110,34 @@ TEST_F(PushTest, leavesWhatTheListsSayWhateverWasThere) {
     }
 }
 
+TEST_F(PushTest, findAndStatSayOfTheStoreWhatTheySayOfAFile) {
+    writeRandomList(2998);
+    run("printf '%s\\n' '@@||www.h1.example^' '1|h1.example' >>list");
+    ASSERT_EQ(0, push("list")) << errors;
+    ASSERT_EQ(0, run("katcatalog import -q --category none -o c.mdb list")) << errors;
+    run("sed -E 's/^@@..|^.[|]//; s/\\^//; p; s/^h/x.h/; s#$#/d1#' list >urls; echo '2001:db8::1/x' >>urls");
+    // Without what a store does not have.
+    const auto found = [&](const std::string& catalogue, const std::string& more) {
+        run("katcatalog find --json " + catalogue + " - <urls" + more);
+        return output;
+    };
+    const std::string expected = found("c.mdb", "| sed -E 's/,\"list\":\"list\",\"lines\":3000//g'");
+    EXPECT_THAT(expected, HasSubstr("\"counts\":false"));
+    EXPECT_EQ(expected, found(redis.address(), ""));
+    const auto counts = [&](const std::string& catalogue) {
+        EXPECT_EQ(0, run("katcatalog stat --json " + catalogue)) << errors;
+        return output.substr(output.find("  \"kinds\""), output.rfind("  }") - output.find("  \"kinds\""));
+    };
+    EXPECT_EQ(counts("c.mdb").substr(0, counts(redis.address()).size()), counts(redis.address()));
+    store->ask({"SET", "katd:hexample", "foreign"});
+    EXPECT_EQ(1, run("katcatalog find " + redis.address() + " host.example"));
+    EXPECT_EQ("host.example\n  looked up as  host.example\n  asked         " + redis.address() +
+                  ", which keeps no lists and no names of categories\n"
+                  "  answer        none: no entry covers it\n",
+              output);
+    EXPECT_THAT(errors, HasSubstr("it has foreign or damaged records"));
+}
+
 TEST_F(PushTest, theNextOneRepairsWhatACutOneLeft) {
     const char* const longRun = std::getenv("KATD_TESTS_LONG");
     const int rounds = longRun != nullptr && *longRun != '\0' ? 200 : 8;
@@ -137,7 +157,7 @@ TEST_F(PushTest, theNextOneRepairsWhatACutOneLeft) {
             redis.kill();
         });
         const int status = run((killsStore ? "" : "timeout -s KILL " + std::to_string(delay)) +
-                               " katcatalog push " + redis.address() + " list");
+                               " katcatalog push --category none " + redis.address() + " list");
         end.join();
         if (killsStore) {
             ASSERT_TRUE(status == 0 || (status == 3 && errors.find("store ") != errors.npos)) << errors;
@@ -234,6 +254,10 @@ TEST_F(PushTest, whatIsWrongWithTheStoreHasASentence) {
     const std::string here = "katcatalog push -q " + redis.address() + " list";
     const std::tuple<std::string, int, const char*> rows[] = {
         {"katcatalog push -q " + locked.address() + " list", 3, "NOAUTH"},
+        {"katcatalog stat --password-file password " + locked.address(), 0, ""},
+        {"katcatalog stat " + locked.address(), 3, "NOAUTH"},
+        {"katcatalog find " + redis.address() + " a", 3,
+         "it holds no catalogue; make one with katcatalog push"},
         {"katcatalog push -q --password-file wrong " + locked.address() + " list", 3, "WRONGPASS"},
         {"katcatalog push -q http://store.example list", 2, "the store's address is wrong"},
         {"katcatalog push -q redis://a.example,b.example list", 2, "name one host"},

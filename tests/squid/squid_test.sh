@@ -132,6 +132,16 @@ if (($# > 2)); then
     stop_squid
 fi
 
+# A helper that was configured otherwise than squid refuses, and does not bring squid down.
+start_squid 10-katd.conf "external_acl_type katd_block" 's/ --concurrency//; /^deny_info/d'
+expect "403 000 " good.example
+stop_squid
+# The reason for the file's name: a rule behind those of Debian's file does not reach the LAN.
+start_squid katd.conf "external_acl_type katd_block" '/^deny_info/d'
+clients=lan expect "200 000 " ads.example
+clients=self expect "403 000 " ads.example
+stop_squid
+
 # By a catalogue, which covers what is below its entries.
 build=$(dirname "$1")/..
 if [[ -x $build/katcatalog/katcatalog ]]; then
@@ -145,18 +155,5 @@ if [[ -x $build/katcatalog/katcatalog ]]; then
     expect "$blocked" both.example
     expect "200 000 " games.example
     stop_squid
-    stop_katd
-    katd_command=("$1")
-    start_katd /run/home
 fi
-
-# A helper that was configured otherwise than squid refuses, and does not bring squid down.
-start_squid 10-katd.conf "external_acl_type katd_block" 's/ --concurrency//; /^deny_info/d'
-expect "403 000 " good.example
-stop_squid
-# The reason for the file's name: a rule behind those of Debian's file does not reach the LAN.
-start_squid katd.conf "external_acl_type katd_block" '/^deny_info/d'
-clients=lan expect "200 000 " ads.example
-clients=self expect "403 000 " ads.example
-stop_squid
 end_of_test
