@@ -13,6 +13,7 @@
 
 #include "catalog/Shared.h"
 #include "catalog/SharedAddress.h"
+#include "listreader/Console.h"
 #include "listreader/Failure.h"
 #include "listreader/LineFile.h"
 
@@ -31,6 +32,20 @@ constexpr long long lookPause = 200;
 constexpr std::string_view pageKeys = "2000";  // of one SCAN: redis answers nobody else meanwhile
 constexpr std::string_view lockKey = catalog::sharedLockKey;
 constexpr const char* lockLost = "another push has begun, or the store was out of reach for too long";
+
+volatile std::sig_atomic_t endSignal = 0;
+
+// A signal that is ignored, as in the background of a shell, stays so.
+void catchEndSignals() {
+    for (const int signal : {SIGINT, SIGTERM}) {
+        struct sigaction action {};
+        sigaction(signal, nullptr, &action);
+        if (action.sa_handler == SIG_IGN) continue;
+        action.sa_handler = [](int number) { endSignal = number; };
+        action.sa_flags = SA_RESTART | SA_RESETHAND;
+        sigaction(signal, &action, nullptr);
+    }
+}
 
 std::string readPassword(const std::string& path) {
     listreader::LineFile file(path);
@@ -141,7 +156,9 @@ void Store::forEachKeys(const std::function<void(const std::vector<std::string_v
 }
 
 void Store::lock() {
+    catchEndSignals();
     for (long long before = lockMilliseconds + lookPause;;) {
+        endIfAsked();
         if (ask({"SET", lockKey, token_, "NX", "PX", lockWords})->type != REDIS_REPLY_NIL) break;
         const long long left = ask({"PTTL", lockKey})->integer;
         constexpr long long gone = -2;
@@ -156,6 +173,14 @@ void Store::lock() {
     receiveWatch();
 }
 
+void Store::endIfAsked() {
+    if (endSignal == 0) return;
+    if (hasLock_) unlock({});
+    listreader::tell("stopped" + std::string(hasLock_ ? "; push again: that completes what was begun" : ""));
+    std::signal(endSignal, SIG_DFL);
+    std::raise(endSignal);
+}
+
 // From here on the next transaction fails if somebody else takes the lock, or it expires.
 void Store::sendWatch() {
     send({"WATCH", lockKey});
@@ -165,6 +190,11 @@ void Store::sendWatch() {
 void Store::receiveWatch() {
     receive();
     if (textOf(*receive()) != token_) fail(lockLost);
+}
+
+Reply Store::change(const std::vector<Words>& commands) {
+    endIfAsked();
+    return transact(commands, true);
 }
 
 Reply Store::transact(const std::vector<Words>& commands, bool keepsLock) {

@@ -43,11 +43,13 @@ public:
     // or come twice.
     void forEachKeys(const std::function<void(const std::vector<std::string_view>&)>& use);
 
-    // Takes the lock. If another push has it but shows no life, waits until the lock expires.
+    // Takes the lock. If another push has it but shows no life, waits until the lock expires. From then on
+    // SIGINT and SIGTERM end the process in change(), which gives the lock back first; a second one ends it
+    // at once.
     void lock();
     // Runs the commands as one transaction if the lock is still held, and prolongs it. Element i of the reply
     // is that of command i. REQUIRES: lock() was called.
-    Reply change(const std::vector<Words>& commands) { return transact(commands, true); }
+    Reply change(const std::vector<Words>& commands);
     // The same, but gives the lock back.
     void unlock(const std::vector<Words>& commands) { transact(commands, false); }
 
@@ -57,6 +59,7 @@ private:
     void sendWatch();
     void receiveWatch();
     Reply transact(const std::vector<Words>& commands, bool keepsLock);
+    void endIfAsked();
     [[noreturn]] void fail(const std::string& reason) const;
 
     struct FreeContext {

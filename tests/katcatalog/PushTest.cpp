@@ -148,6 +148,7 @@ TEST_F(PushTest, theNextOneRepairsWhatACutOneLeft) {
     for (int round = 0; round < rounds; ++round) {
         writeRandomList(20000);
         const bool killsStore = round % 4 == 3;
+        const bool interrupts = round % 4 == 1;
         const double delay = std::uniform_real_distribution<>(whole.count() / 2, 1.1 * whole.count())(random);
         const Contents before = contents();
         const std::string version = get(catalog::sharedMetaKey);
@@ -156,14 +157,18 @@ TEST_F(PushTest, theNextOneRepairsWhatACutOneLeft) {
             std::this_thread::sleep_for(std::chrono::duration<double>(delay));
             redis.kill();
         });
-        const int status = run((killsStore ? "" : "timeout -s KILL " + std::to_string(delay)) +
-                               " katcatalog push --category none " + redis.address() + " list");
+        const int status =
+            run((killsStore ? ""
+                            : std::string(interrupts ? "timeout -s INT " : "timeout -s KILL ") +
+                                  std::to_string(delay)) +
+                " katcatalog push --category none " + redis.address() + " list");
         end.join();
         if (killsStore) {
             ASSERT_TRUE(status == 0 || (status == 3 && errors.find("store ") != errors.npos)) << errors;
             redis.start();
             connect();
         }
+        ASSERT_TRUE(!interrupts || get(catalog::sharedLockKey).empty());
         store->ask({"DEL", catalog::sharedLockKey});  // as if half a minute had passed
         const Contents left = contents();
         const bool isTouched = left != before;
