@@ -42,7 +42,7 @@ void catchEndSignals() {
         sigaction(signal, nullptr, &action);
         if (action.sa_handler == SIG_IGN) continue;
         action.sa_handler = [](int number) { endSignal = number; };
-        action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
+        action.sa_flags = SA_RESTART;
         sigaction(signal, &action, nullptr);
     }
 }

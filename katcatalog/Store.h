@@ -44,8 +44,7 @@ public:
     void forEachKeys(const std::function<void(const std::vector<std::string_view>&)>& use);
 
     // Takes the lock. If another push has it but shows no life, waits until the lock expires. From then on
-    // SIGINT and SIGTERM end the process in change(), which gives the lock back first; a second one ends it
-    // at once.
+    // SIGINT and SIGTERM end the process in change(), which gives the lock back first.
     void lock();
     // Runs the commands as one transaction if the lock is still held, and prolongs it. Element i of the reply
     // is that of command i. REQUIRES: lock() was called.
