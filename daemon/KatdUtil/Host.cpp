@@ -58,6 +58,12 @@ void Utils::sleepn(int seconds) {
     }
 }
 
+std::int64_t Utils::nowMs() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
 bool Utils::checkTime(int hour, int minute) {
     const std::time_t now = std::time(nullptr);
     std::tm local{};

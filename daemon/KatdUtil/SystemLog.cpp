@@ -46,20 +46,14 @@ int spawnWithFreshSignals(pid_t* child, const char* const* argv) {
     return error;
 }
 
-time_t monotonicSeconds() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec;
-}
-
 // Waits for the end of the child; kills it, with the processes that it has started, when its time is over.
 void awaitEnd(pid_t child, int limitSec) {
     const timespec step{0, 10 * 1000000L};
-    const time_t deadline = monotonicSeconds() + limitSec;
+    const std::int64_t endMs = Utils::nowMs() + limitSec * std::int64_t{1000};
     for (;;) {
         const pid_t ended = waitpid(child, nullptr, WNOHANG);
         if (ended != 0 && !(ended < 0 && errno == EINTR)) return;
-        if (monotonicSeconds() >= deadline) break;
+        if (Utils::nowMs() >= endMs) break;
         nanosleep(&step, nullptr);
     }
     kill(-child, SIGKILL);

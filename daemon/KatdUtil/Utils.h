@@ -105,6 +105,8 @@ public:
     // Sleeps, also if signals interrupt it; each may shorten the sleep by up to a second (sleep(3) returns
     // whole seconds). Returns at once if seconds <= 0.
     static void sleepn(int seconds);
+    // Milliseconds on the monotonic clock. Async-signal-safe.
+    static std::int64_t nowMs();
     // True during that minute of that hour, or of any hour for -1, in local time. Always false for minute -1.
     static bool checkTime(int hour, int minute);
     // Runs the program named by the environment variable WRITE_SYSLOG with `text` as its only argument and waits for

@@ -5,7 +5,6 @@
 
 #include <climits>
 #include <cstring>
-#include <ctime>
 
 #include "KatdUtil/Utils.h"
 
@@ -14,12 +13,6 @@ namespace KATD_SPACE {
 namespace {
 
 constexpr const char* logModule = "UrlServer";
-
-std::int64_t nowMs() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
 
 }  // namespace
 
@@ -74,10 +67,10 @@ bool ConnectionBuffer::send() {
     return false;
 }
 
-std::int64_t ConnectionBuffer::beginCall(std::int64_t nowMs) {
+std::int64_t ConnectionBuffer::beginCall(std::int64_t now) {
     if (quick && outputStart == outputEnd) return noCallDue;
     quick = true;
-    if (sendDueMs == 0) sendDueMs = nowMs + holdMs;
+    if (sendDueMs == 0) sendDueMs = now + holdMs;
     return sendDueMs;
 }
 
@@ -91,12 +84,12 @@ void ConnectionBuffer::callIsSlow() {
 }
 
 bool ConnectionBuffer::waitForHangUp(std::uint32_t milliseconds) const {
-    const std::int64_t endMs = nowMs() + milliseconds;
+    const std::int64_t endMs = Utils::nowMs() + milliseconds;
     std::int64_t leftMs = milliseconds;
     do {
         pollfd peer{socket, 0, 0};  // a hang-up is always reported
         if (poll(&peer, 1, leftMs < INT_MAX ? static_cast<int>(leftMs) : INT_MAX) > 0) return true;
-        leftMs = endMs - nowMs();  // something is left after a signal, or of a long pause
+        leftMs = endMs - Utils::nowMs();  // something is left after a signal, or of a long pause
     } while (leftMs > 0);
     return false;
 }

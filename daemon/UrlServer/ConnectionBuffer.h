@@ -42,9 +42,9 @@ public:
     // Whether replies may be held back over the next call of the engine: false after a slow one.
     bool expectsQuickCall() const { return quick; }
 
-    // A call of the engine begins, at nowMs on the clock of the Watchdog. Returns the time at which
+    // A call of the engine begins now (Utils::nowMs). Returns the time at which
     // callIsSlow() is due if the call is still under way then, or noCallDue.
-    std::int64_t beginCall(std::int64_t nowMs);
+    std::int64_t beginCall(std::int64_t now);
 
     // Sends as much of what is held back as the socket takes without waiting. For another thread; the
     // caller keeps the connection's thread in its call meanwhile. A failure is left to send().

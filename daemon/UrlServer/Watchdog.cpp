@@ -10,6 +10,7 @@
 #include <limits>
 
 #include "KatdUtil/DetachedThread.h"
+#include "KatdUtil/Utils.h"
 #include "UrlServer/ConnectionBuffer.h"
 
 #ifndef sigev_notify_thread_id
@@ -26,12 +27,6 @@ constexpr std::int64_t quietMs = 1000;  // without a call, until the watching th
 
 // The call of this thread that has a timer.
 thread_local const Watchdog* timedCall = nullptr;
-
-std::int64_t nowMs() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
 
 }  // namespace
 
@@ -103,10 +98,10 @@ struct Watchdog::WatchingThread {
             if (next == nullptr && !isBusy) {
                 wakeMs = never;
                 pthread_cond_wait(&changed, &mutex);
-            } else if (next == nullptr || nowMs() < next->dueMs) {
+            } else if (next == nullptr || Utils::nowMs() < next->dueMs) {
                 // Quick calls are over before this thread sees them, and need not wake it again.
                 isBusy = isBusy && next != nullptr;
-                wakeMs = next != nullptr ? next->dueMs : nowMs() + quietMs;
+                wakeMs = next != nullptr ? next->dueMs : Utils::nowMs() + quietMs;
                 timespec until{};
                 until.tv_sec = static_cast<time_t>(wakeMs / 1000);
                 until.tv_nsec = static_cast<long>(wakeMs % 1000 * 1000000);
@@ -139,7 +134,7 @@ struct Watchdog::WatchingThread {
 Watchdog::Watchdog(int seconds, LateCall kind, const char* askedUrl, ConnectionBuffer* waiting)
     : limitSec(seconds), call(kind), url(askedUrl), client(waiting) {
     if (limitSec > 0) {
-        const std::int64_t now = nowMs();
+        const std::int64_t now = Utils::nowMs();
         deadlineMs = now + static_cast<std::int64_t>(limitSec) * 1000;
         dueMs = std::min(deadlineMs, client != nullptr ? client->beginCall(now) : deadlineMs);
         pthread_mutex_lock(&WatchingThread::mutex);
@@ -193,7 +188,7 @@ void Watchdog::startTimer() {
 
 void Watchdog::endIfLate() {
     const Watchdog* const watched = timedCall;
-    if (watched != nullptr && nowMs() >= watched->deadlineMs - timerToleranceMs)
+    if (watched != nullptr && Utils::nowMs() >= watched->deadlineMs - timerToleranceMs)
         watched->timer->report.execute();
 }
 
