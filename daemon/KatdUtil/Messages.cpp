@@ -47,11 +47,15 @@ void Utils::errMsg(const char* format, ...) {
 }
 
 void Utils::dbgMsg(const char* format, ...) {
-    if (ops.output == nullptr || ops.logLevel.load(std::memory_order_relaxed) < debugLevel) return;
+    if (!showsDebug()) return;
     va_list arguments;
     va_start(arguments, format);
     emitMessage("DBG", format, arguments);
     va_end(arguments);
+}
+
+bool Utils::showsDebug() {
+    return ops.output != nullptr && ops.logLevel.load(std::memory_order_relaxed) >= debugLevel;
 }
 
 }  // namespace KATD_SPACE

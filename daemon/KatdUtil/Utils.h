@@ -41,6 +41,7 @@ public:
     static void errMsg(const char* format, ...)
         __attribute__((format(printf, 1, 2)));  // shown at level 1 and above
     static void dbgMsg(const char* format, ...) __attribute__((format(printf, 1, 2)));  // shown at level 3
+    static bool showsDebug();  // whether dbgMsg shows its messages
     // `text`, or "(null)" for a null pointer, which "%s" does not accept.
     static const char* shown(const char* text) { return text == nullptr ? "(null)" : text; }
 
@@ -109,10 +110,11 @@ public:
     static std::int64_t nowMs();
     // True during that minute of that hour, or of any hour for -1, in local time. Always false for minute -1.
     static bool checkTime(int hour, int minute);
-    // Runs the program named by the environment variable WRITE_SYSLOG with `text` as its only argument and waits for
-    // its end, whatever its status; after sysLogLimitSec seconds the program and what it has started are killed. Does
-    // nothing if the variable or text is missing or the variable does not name a regular file. `started`, unless
-    // null, is called right before the program is started: until then a message may have to wait for the log.
+    // Runs the program named by the environment variable WRITE_SYSLOG with `text` as its only argument and
+    // waits for its end, whatever its status; after sysLogLimitSec seconds the program and what it has
+    // started are killed. Does nothing if the variable or text is missing or the variable does not name a
+    // regular file. `started`, unless null, is called right before the program is started: until then a
+    // message may have to wait for the log.
     static constexpr int sysLogLimitSec = 60;
     static void writeSysLog(const char* text, void (*started)());
     static void writeSysLog(const char* text) { writeSysLog(text, nullptr); }

@@ -47,10 +47,7 @@ Answer callEngine(const char* url, int limitSec, unsigned char* categories, unsi
 Listed lookUpLists(const char* url, unsigned length, char* workspace, unsigned char* category) {
     char* const text =
         workspace != nullptr ? workspace : static_cast<char*>(std::malloc(length + std::size_t{1}));
-    if (text == nullptr) {
-        ERR_MSG("In %s, fail to do strdup", "scanOneUrl");
-        return Listed::NO_MEMORY;
-    }
+    if (text == nullptr) return Listed::NO_MEMORY;
     std::uint32_t number = notListed;
     const bool answered = urlSvr->urlManager.getUrlCategory(url, length, text, &number);
     if (text != workspace) std::free(text);

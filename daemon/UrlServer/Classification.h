@@ -9,8 +9,7 @@ class ConnectionBuffer;
 enum class Listed { YES, NO, NO_MEMORY };
 
 // Looks the URL up in the local lists. YES: *category is its category. workspace: at least length + 1 bytes,
-// which the look-up overwrites, or null: then memory is allocated. NO_MEMORY (reported): it could not be.
-// Thread-safe.
+// which the look-up overwrites, or null: then memory is allocated. NO_MEMORY: it could not be. Thread-safe.
 Listed lookUpLists(const char* url, unsigned length, char* workspace, unsigned char* category);
 
 // Asks the engine, with the limit and the retries that the settings give; at most size bytes go to

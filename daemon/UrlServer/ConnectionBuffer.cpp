@@ -3,6 +3,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstring>
 
@@ -36,7 +37,7 @@ bool ConnectionBuffer::reply(const ReplyHeader& header, const unsigned char* cat
     std::memcpy(output + outputEnd, &header, sizeof(header));
     std::memcpy(output + outputEnd + sizeof(header), categories, header.length);
     outputEnd += static_cast<unsigned>(sizeof(header)) + header.length;
-    if (outputEnd + largestReply <= outputSize && holdsWholeQuery()) return true;
+    if (outputEnd + largestReply <= outputSize && holdsWholeQuery() && !Utils::showsDebug()) return true;
     return send();
 }
 
@@ -74,13 +75,15 @@ std::int64_t ConnectionBuffer::beginCall(std::int64_t now) {
     return sendDueMs;
 }
 
-void ConnectionBuffer::callIsSlow() {
+std::int64_t ConnectionBuffer::callIsSlow() {
     quick = false;
     sendDueMs = 0;
-    if (outputStart == outputEnd) return;
+    if (outputStart == outputEnd) return noCallDue;
     const ssize_t out =
         ::send(socket, output + outputStart, outputEnd - outputStart, MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (out < 0 && errno != EAGAIN) return noCallDue;
     if (out > 0) outputStart += static_cast<unsigned>(out);
+    return outputStart != outputEnd ? Utils::nowMs() + resendMs : noCallDue;
 }
 
 bool ConnectionBuffer::waitForHangUp(std::uint32_t milliseconds) const {

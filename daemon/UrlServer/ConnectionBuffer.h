@@ -11,9 +11,9 @@ namespace KATD_SPACE {
 // connection's thread, except callIsSlow(). Does not own the socket. Nothing throws.
 //
 // Replies are held back over calls of the engine too, for a write costs more than the answer of an engine
-// that takes microseconds (not at level debug, whose messages may wait for the log). No reply waits for a
-// slow call: while a call is under way, the thread of the Watchdog sends what has been held back for holdMs,
-// and before the call that follows a slow one all replies are sent.
+// that takes microseconds. No reply waits for a slow call: the thread of the Watchdog sends what has been
+// held back for holdMs, and all replies are sent before the call that follows. At level debug nothing is held
+// back: even a list hit has a message, which may wait for the log.
 //
 // A list hit costs two system calls, one read and one write, instead of four: a server that makes these alone
 // answers 1.5 times as much on one connection. With 16 requests sent ahead katd answers 9.7 times what it
@@ -31,7 +31,8 @@ public:
     unsigned readn(void* to, unsigned n);
 
     // Takes a reply. It is held back while the next request is a query that has been read ahead completely
-    // and the buffer has space; otherwise all replies are sent. True unless sending failed, now or before.
+    // and the buffer has space, except at level debug; otherwise all replies are sent. True unless sending
+    // failed, now or before.
     bool reply(const ReplyHeader& header, const unsigned char* categories);
 
     // Sends the replies that are held back; true if all were sent. A failure is reported once, for the reply
@@ -39,19 +40,21 @@ public:
     // which reply() has sent everything, and calls of the engine that this object's Watchdog watches.
     bool send();
 
-    // Whether replies may be held back over the next call of the engine: false after a slow one.
+    // Whether replies may be held back over the next call of the engine: false if replies were due during the
+    // last one, because it was slow or because quick ones in a row took holdMs. A slow call that began with
+    // nothing held back is not noticed: its reply may be held back too.
     bool expectsQuickCall() const { return quick; }
 
-    // A call of the engine begins now (Utils::nowMs). Returns the time at which
-    // callIsSlow() is due if the call is still under way then, or noCallDue.
+    // A call of the engine begins now (Utils::nowMs). Returns the time at which callIsSlow() is due if the
+    // call is still under way then, or noCallDue.
     std::int64_t beginCall(std::int64_t now);
 
-    // Sends as much of what is held back as the socket takes without waiting. For another thread; the
-    // caller keeps the connection's thread in its call meanwhile. A failure is left to send().
-    void callIsSlow();
+    // Sends as much of what is held back as the socket takes without waiting. Returns the time at which it is
+    // due again, for the rest, or noCallDue. For another thread; the caller keeps the connection's thread in
+    // its call meanwhile. A failure is left to send().
+    std::int64_t callIsSlow();
 
     static constexpr std::int64_t noCallDue = INT64_MAX;
-    static constexpr std::int64_t holdMs = 2;  // bound of the time that a reply is held back over calls
 
     // Waits that long. Returns true, early, if the client has closed the connection. One that has only shut
     // down its writing side can still take its answers: it counts as connected.
@@ -61,6 +64,8 @@ private:
     bool holdsWholeQuery() const;
     void reportUnsent(unsigned out) const;
 
+    static constexpr std::int64_t holdMs = 2;     // until replies that are held back over calls are due
+    static constexpr std::int64_t resendMs = 50;  // until a client that did not read is tried again
     static constexpr unsigned inputSize = 4096;
     static constexpr unsigned outputSize = 2048;  // bound of what is held back
     static constexpr unsigned largestReply = sizeof(ReplyHeader) + maxCategories;

@@ -8,8 +8,7 @@ namespace KATD_SPACE {
 enum class LateCall { NETWORK_CHECK, QUERY };
 
 // Reports the call and ends the process with status 1: after a query within a second, after the network check
-// as endForNetwork() does. Not for signal handlers, and not for the
-// thread that makes the call.
+// as endForNetwork() does. Not for signal handlers, and not for the thread that makes the call.
 [[noreturn]] void endForLateCall(LateCall call, const char* url, int limitSec);
 
 // The same where no thread can be created to watch the call, and the late call is interrupted by a signal:

@@ -133,14 +133,17 @@ unsigned UrlServerInstance::classify(const char* url, unsigned char* categories,
         const std::size_t length = std::strlen(url);
         const Listed listed =
             lookUpLists(url, static_cast<unsigned>(length), lookUpWorkspace(length + 1), categories);
-        if (listed == Listed::NO_MEMORY) return 0;
+        if (listed == Listed::NO_MEMORY) {
+            stream.send();  // the message may wait for the log
+            ERR_MSG("In %s, fail to do strdup", "scanOneUrl");
+            return 0;
+        }
         if (listed == Listed::YES) {
             *matched = true;
             return 1;
         }
     }
-    // Retries wait between their calls, and a message may wait for the log.
-    const bool mayWait = withRetry || ops.logLevel == 3 /* debug */ || !stream.expectsQuickCall();
+    const bool mayWait = withRetry || !stream.expectsQuickCall();  // retries wait between their calls
     if (mayWait && !stream.send()) return 0;
     return askEngine(url, categories, size, withRetry, matched, stream);
 }

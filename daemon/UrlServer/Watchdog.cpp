@@ -85,6 +85,12 @@ struct Watchdog::WatchingThread {
         if (!running) pthread_cond_destroy(&changed);
     }
 
+    // slowMs: when callIsSlow() is due.
+    static void insert(Watchdog* watched, std::int64_t slowMs) {
+        watched->dueMs = std::min(slowMs, watched->deadlineMs);
+        (watched->dueMs < watched->deadlineMs ? untold : limited).insert(watched);
+    }
+
     static Watchdog* nextDue() {
         Watchdog* const a = untold.first;
         Watchdog* const b = limited.first;
@@ -110,10 +116,9 @@ struct Watchdog::WatchingThread {
                 expire(*next);
             } else {
                 // The mutex keeps the call from returning meanwhile.
-                next->client->callIsSlow();
+                const std::int64_t againMs = next->client->callIsSlow();
                 untold.remove(next);
-                next->dueMs = next->deadlineMs;
-                limited.insert(next);
+                insert(next, againMs);
             }
         }
     }
@@ -122,6 +127,9 @@ struct Watchdog::WatchingThread {
     // well: its URL is copied before.
     [[noreturn]] static void expire(const Watchdog& watched) {
         late = &watched;
+        // This thread does not come back to the other calls; new ones are not listed.
+        for (Watchdog* told = untold.first; told != nullptr; told = told->later)
+            told->client->callIsSlow();
         char url[1024];
         std::snprintf(url, sizeof(url), "%s", watched.url);
         const LateCall call = watched.call;
@@ -136,13 +144,13 @@ Watchdog::Watchdog(int seconds, LateCall kind, const char* askedUrl, ConnectionB
     if (limitSec > 0) {
         const std::int64_t now = Utils::nowMs();
         deadlineMs = now + static_cast<std::int64_t>(limitSec) * 1000;
-        dueMs = std::min(deadlineMs, client != nullptr ? client->beginCall(now) : deadlineMs);
+        const std::int64_t slowMs = client != nullptr ? client->beginCall(now) : ConnectionBuffer::noCallDue;
         pthread_mutex_lock(&WatchingThread::mutex);
         if (!WatchingThread::running) WatchingThread::start();
-        isListed = WatchingThread::running;
+        isListed = WatchingThread::running && WatchingThread::late == nullptr;
         if (isListed) {
             number = ++WatchingThread::calls;
-            (dueMs < deadlineMs ? WatchingThread::untold : WatchingThread::limited).insert(this);
+            WatchingThread::insert(this, slowMs);
             WatchingThread::isBusy = true;
             if (dueMs < WatchingThread::wakeMs) pthread_cond_signal(&WatchingThread::changed);
         }
@@ -172,6 +180,7 @@ Watchdog::~Watchdog() {
 // Without memory for a timer the call is not watched.
 void Watchdog::startTimer() {
     sigevent event{};
+    deadlineMs = Utils::nowMs() + static_cast<std::int64_t>(limitSec) * 1000;
     event.sigev_notify = SIGEV_THREAD_ID;  // no other thread can tell which call is late
     event.sigev_signo = SIGALRM;
     event.sigev_notify_thread_id = static_cast<pid_t>(syscall(SYS_gettid));

@@ -20,11 +20,12 @@ class ConnectionBuffer;
 // signal call endIfLate().
 //
 // The thread also tells the connection that waits for the call when the call is slow
-// (ConnectionBuffer::callIsSlow). Without the thread, or without a limit, the Watchdog sends what the
-// connection holds back before the call.
+// (ConnectionBuffer::callIsSlow). Without the thread, without a limit, or while the process ends for a late
+// call, the Watchdog sends what the connection holds back before the call.
 //
 // Use it on the stack of the thread that makes the call. Cheap: two short critical sections, and a system
-// call only for the first watch after a quiet second, or of a call over which replies are held back.
+// call only for the first watch after a quiet second, of a call over which replies are held back, or after a
+// call that was found to be slow.
 class Watchdog {
 public:
     // seconds: the limit; 0 or less: none. askedUrl must live as long as the Watchdog; the report has its

@@ -1,5 +1,3 @@
-#include <sys/stat.h>
-
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
@@ -58,7 +56,7 @@ TEST_F(Host, SystemLogProgramGetsTheEventAsOneWordAndFreshSignals) {
                                       "\nprintf '%s:%s\\n' $# \"$1\"\n"
                                       "while read -r line; do\ncase $line in SigBlk*|SigIgn*) echo "
                                       "\"$line\";; esac\ndone < /proc/$$/status\nexit 3\n");
-    chmod(program.c_str(), 0755);
+    std::filesystem::permissions(program, std::filesystem::perms::owner_all);
     for (const char* variable : {program.c_str(), dir.path().c_str()}) {
         setenv("WRITE_SYSLOG", variable, 1);
         Utils::writeSysLog("Check; $HOME");

@@ -7,8 +7,6 @@ namespace {
 
 class ControlRequests : public ServerFixture {
 protected:
-    ~ControlRequests() override { ops.logLevel = 3; }
-
     Connection connection;
 };
 

@@ -2,11 +2,15 @@
 #include <malloc.h>
 #include <sys/resource.h>
 
+#include <atomic>
+
 #include "UrlServer/ServerFixture.h"
 #include "UrlServer/Watchdog.h"
 
 using namespace katd_test;
+using KATD_SPACE::LateCall;
 using KATD_SPACE::UrlServerInstance;
+using KATD_SPACE::Watchdog;
 
 namespace {
 
@@ -83,71 +87,96 @@ TEST_F(Requests, RepliesToWhatIsThereGoOutTogetherButNeverWait) {
         {listed + request("url2x") + listed, {hit}},
         {request("url0some") + request(std::string("url1none\0b", 10)), {reply({1, 2, 3}), reply({})}},
     };
+    // Messages of level debug may wait for the log.
+    const std::string asks = listed + listed + request("url0some") + listed;
+    EXPECT_EQ((std::vector<std::string>{hit, hit, reply({1, 2, 3}), hit}), writesTo(asks));
+    KATD_SPACE::ops.logLevel = 1;
     for (const auto& [requests, replies] : cases) {
         SCOPED_TRACE(requests);
         EXPECT_EQ(replies, writesTo(requests));
     }
-    // Messages of level debug may wait for the log.
-    const std::string asks = request("url0some");
-    EXPECT_EQ((std::vector<std::string>{hit, reply({1, 2, 3}), reply({1, 2, 3}) + hit}),
-              writesTo(listed + asks + asks + listed));
-    KATD_SPACE::ops.logLevel = 1;
     // A call that the machine interrupts is not quick.
-    const std::vector<std::string> together{hit + reply({1, 2, 3}) + reply({1, 2, 3}) + hit};
     int tries = 0;
-    while (writesTo(listed + asks + asks + listed) != together && ++tries < 10000) {
+    while (writesTo(asks) != std::vector<std::string>{hit + hit + reply({1, 2, 3}) + hit} &&
+           ++tries < 10000) {
     }
-    KATD_SPACE::ops.logLevel = 3;
     EXPECT_LT(tries, 10000);
 }
 
+// The server's side of a connection: it can hold back replies, for it has read a further query.
+struct Holder {
+    int serverEnd = -1;
+    Client client{socketPair(&serverEnd)};
+    KATD_SPACE::ConnectionBuffer stream{serverEnd};
+
+    Holder() {
+        std::string query = request("url0ads.example");
+        EXPECT_TRUE(client.send(query + query));
+        stream.readAhead();
+        stream.readn(&query[0], static_cast<unsigned>(query.size()));
+    }
+    ~Holder() { close(serverEnd); }
+    void holdBack() {
+        const unsigned char category = 12;
+        EXPECT_TRUE(stream.send());  // as after a slow call: makes space
+        EXPECT_TRUE(stream.reply({0, 1, 1, {}}, &category));
+        EXPECT_FALSE(hasReply());
+    }
+    bool hasReply() {
+        char bytes[13];
+        return recv(client.fd(), bytes, sizeof bytes, MSG_DONTWAIT) == sizeof bytes;
+    }
+};
+
 TEST_F(Requests, RepliesDoNotWaitForASlowOrUnlimitedCallOfTheEngine) {
-    int fds[2];
-    ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds));
-    Client client(fds[0]);
-    KATD_SPACE::ConnectionBuffer stream(fds[1]);
-    stream.readAhead();
-    std::string taken = listed;
-    unsigned char category = 12;
-    ASSERT_TRUE(client.send(listed + listed + listed + listed + listed));
-    const auto holdBack = [&] {
-        ASSERT_EQ(listed.size(), stream.readn(&taken[0], static_cast<unsigned>(listed.size())));
-        ASSERT_TRUE(stream.reply({0, 1, 1, {}}, &category));
-        char byte = 0;
-        EXPECT_EQ(-1, recv(client.fd(), &byte, 1, MSG_DONTWAIT));
-    };
-    holdBack();
-    EXPECT_TRUE(stream.expectsQuickCall());
+    KATD_SPACE::ops.logLevel = 1;
+    Holder held, other;
+    held.holdBack();
     {
-        const KATD_SPACE::Watchdog slow(1000, KATD_SPACE::LateCall::QUERY, "u", &stream);
-        EXPECT_TRUE(client.receive());
+        const Watchdog unlimited(0, LateCall::QUERY, "u", &held.stream);
+        EXPECT_TRUE(held.hasReply());
     }
-    EXPECT_FALSE(stream.expectsQuickCall());
-    holdBack();
-    {
-        const KATD_SPACE::Watchdog unlimited(0, KATD_SPACE::LateCall::QUERY, "u", &stream);
-        EXPECT_TRUE(client.receive());
-    }
-    // A client that does not read keeps nobody but its own connection.
-    holdBack();
+    // A client that does not read keeps nobody but its own connection, until it reads.
+    held.holdBack();
     std::string before(1 << 20, 'x');
-    before.resize(static_cast<std::size_t>(send(fds[1], before.data(), before.size(), MSG_DONTWAIT)));
-    stream.callIsSlow();
-    std::thread reader([&] {
+    before.resize(static_cast<std::size_t>(send(held.serverEnd, before.data(), before.size(), MSG_DONTWAIT)));
+    other.holdBack();
+    {
+        const Watchdog slow(1000, LateCall::QUERY, "u", &held.stream);
+        const Watchdog next(1000, LateCall::QUERY, "u", &other.stream);
+        EXPECT_TRUE(other.client.receive());
         EXPECT_EQ(static_cast<ssize_t>(before.size()),
-                  recv(client.fd(), &before[0], before.size(), MSG_WAITALL));
-        EXPECT_TRUE(client.receive());
-    });
-    EXPECT_TRUE(stream.send());
-    reader.join();
-    // A failure is reported by the connection.
-    holdBack();
-    client.hangUp();
-    stream.callIsSlow();
-    EXPECT_THAT(told(), testing::Not(testing::HasSubstr("fail to send")));
-    EXPECT_FALSE(stream.send());
-    EXPECT_THAT(told(), testing::HasSubstr("fail to send the url query result"));
-    close(fds[1]);
+                  recv(held.client.fd(), &before[0], before.size(), MSG_WAITALL));
+        EXPECT_TRUE(held.client.receive());
+    }
+    EXPECT_FALSE(held.stream.expectsQuickCall());
+}
+
+std::atomic<bool> reportBegins{false};
+
+TEST(LateCallReport, BeginsWhenNoReplyIsHeldOverACallAnyMore) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // with a thread of its own that watches the calls
+    EXPECT_EXIT(
+        {
+            KATD_SPACE::ops.logLevel = 1;
+            KATD_SPACE::ops.output = [](const char*) {  // the log is locked, and the end may wait
+                alarm(0);
+                reportBegins = true;
+                for (;;)
+                    pause();
+            };
+            Holder held;
+            const Watchdog late(1, LateCall::QUERY, "u");
+            for (bool isLast = false; !isLast;) {
+                isLast = reportBegins;
+                held.holdBack();
+                const Watchdog slow(1000, LateCall::QUERY, "u", &held.stream);
+                for (bool hasBegun = isLast; !held.hasReply(); hasBegun = reportBegins)
+                    if (hasBegun) _exit(2);
+            }
+            _exit(0);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 TEST_F(Requests, KeepsTheLongMessageBufferUntilItIsTooSmall) {

@@ -77,12 +77,20 @@ protected:
     CapturedMessages messages;
 };
 
+// A pair of connected sockets; the caller closes both.
+inline int socketPair(int* serverEnd) {
+    int fds[2];
+    EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds));
+    *serverEnd = fds[1];
+    return fds[0];
+}
+
 // A connection to the server: the client's end, and a thread that serves the other one.
 class Connection {
     int serverEnd_ = -1;
 
 public:
-    Connection() : client(pair(&serverEnd_)), instance_(serverEnd_) {
+    Connection() : client(socketPair(&serverEnd_)), instance_(serverEnd_) {
         thread_ = std::thread([this] {
             EXPECT_EQ(-1, instance_.start());
             close(serverEnd_);
@@ -98,13 +106,6 @@ public:
     Client client;
 
 private:
-    static int pair(int* serverEnd) {
-        int fds[2];
-        EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds));
-        *serverEnd = fds[1];
-        return fds[0];
-    }
-
     KATD_SPACE::UrlServerInstance instance_;
     std::thread thread_;
 };

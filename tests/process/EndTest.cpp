@@ -15,7 +15,7 @@ std::string expiredMessage(const std::string& url) {
 }
 
 TEST(LateQuery, EndsTheDaemonAndIsNamedAmongOthers) {
-    const Home home(Settings{{"ctengine_query_timeout", "1"}});
+    const Home home(Settings{{"ctengine_query_timeout", "1"}, {"log_level", "error"}});
     home.rules("host hang.example hang\nhost quick.example 5\n");
     Daemon katd(home);
     ASSERT_TRUE(katd.waitUntilServing());

@@ -1,6 +1,4 @@
 // How katd starts, and the ways in which it does not.
-#include <sys/stat.h>
-
 #include "support/Client.h"
 #include "support/Daemon.h"
 
@@ -8,11 +6,6 @@ using namespace katd_test;
 using testing::HasSubstr;
 
 namespace {
-
-unsigned modeOf(const std::string& path) {
-    struct stat status {};
-    return stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
-}
 
 TEST(Startup, RefusesWithAStatusAndAMessage) {
     const Home home, badSettings(Settings{{"conn_pool_size", "many"}});
@@ -66,8 +59,8 @@ TEST(Startup, OneDaemonAHomeWhichNeedNotHaveRoomForThePid) {
     EXPECT_EQ(255, Daemon(home).waitForExit());
     EXPECT_THAT(home.log(), HasSubstr("katd already running"));
     EXPECT_EQ(std::to_string(first.pid()) + "\n" + '\0', readFile(pidFile));
-    EXPECT_EQ(0644u, modeOf(pidFile));
-    EXPECT_EQ(0666u, modeOf(home.logPath()));
+    EXPECT_EQ(std::filesystem::perms(0644), std::filesystem::status(pidFile).permissions());
+    EXPECT_EQ(std::filesystem::perms(0666), std::filesystem::status(home.logPath()).permissions());
     EXPECT_TRUE(Client(home.socketPath()).ask("ads.example")) << "the first one serves on";
 }
 
