@@ -5,8 +5,7 @@ using KATD_SPACE::ops;
 
 namespace {
 
-class ControlRequests : public ServerFixture {
-protected:
+struct ControlRequests : ServerFixture {
     Connection connection;
 };
 

@@ -78,9 +78,9 @@ protected:
 };
 
 // A pair of connected sockets; the caller closes both.
-inline int socketPair(int* serverEnd) {
+inline int socketPair(int* serverEnd, int type = SOCK_STREAM) {
     int fds[2];
-    EXPECT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds));
+    EXPECT_EQ(0, socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, fds));
     *serverEnd = fds[1];
     return fds[0];
 }

@@ -25,10 +25,9 @@ TEST(LateQuery, EndsTheDaemonAndIsNamedAmongOthers) {
     ASSERT_TRUE(eventually([&] { return home.engineCalls("CSDKMain_ClassifyUrl", "hang.example/1") == 1; }));
     ASSERT_TRUE(second.send(request("url0hang.example/2")));
     EXPECT_TRUE(first.receive()) << "an answer that is ready must not wait for the next one";
-    int answered = 0;
-    while (quick.ask("quick.example/" + std::to_string(answered)))
-        ++answered;
-    EXPECT_GT(answered, 0);
+    EXPECT_TRUE(quick.ask("quick.example"));
+    while (quick.ask("quick.example")) {
+    }
     EXPECT_EQ(1, katd.waitForExit());
     EXPECT_THAT(home.log(), HasSubstr(expiredMessage("hang.example/1")));
     EXPECT_THAT(home.log(), Not(HasSubstr(expiredMessage("hang.example/2"))));
