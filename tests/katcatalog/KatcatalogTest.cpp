@@ -6,6 +6,7 @@
 #include <fstream>
 #include <random>
 
+#include "support/Rounds.h"
 #include "support/ShellTest.h"
 
 using namespace katd_test;
@@ -227,9 +228,7 @@ protected:
 
 TEST_F(KatcatalogEndsTest, killedAtAnyMomentItLeavesTheOldOrTheNewState) {
     std::mt19937 random(std::random_device{}());
-    const char* const longRun = std::getenv("KATD_TESTS_LONG");
-    const int rounds = longRun != nullptr && *longRun != '\0' ? 200 : 12;
-    for (int i = 0; i < rounds; ++i) {
+    for (int i = 0; i < rounds(12, 200); ++i) {
         const double delay = std::uniform_real_distribution<>(0.0001, 0.12)(random);
         run("timeout --foreground -s KILL " + std::to_string(delay) + " katcatalog " +
             (i % 2 == 0 ? "import -o" : "sync") + " c.mdb 2=many");

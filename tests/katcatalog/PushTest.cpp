@@ -9,6 +9,7 @@
 #include "support/Client.h"
 #include "support/Daemon.h"
 #include "support/RedisServer.h"
+#include "support/Rounds.h"
 #include "support/ShellTest.h"
 
 using namespace katd_test;
@@ -139,14 +140,12 @@ TEST_F(PushTest, findAndStatSayOfTheStoreWhatTheySayOfAFile) {
 }
 
 TEST_F(PushTest, theNextOneRepairsWhatACutOneLeft) {
-    const char* const longRun = std::getenv("KATD_TESTS_LONG");
-    const int rounds = longRun != nullptr && *longRun != '\0' ? 200 : 8;
-    writeRandomList(20000);
+    writeRandomList(8000);
     const auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(0, push("list"));
     const std::chrono::duration<double> whole = std::chrono::steady_clock::now() - start;
-    for (int round = 0; round < rounds; ++round) {
-        writeRandomList(20000);
+    for (int round = 0; round < rounds(8, 200); ++round) {
+        writeRandomList(8000);
         const bool killsStore = round % 4 == 3;
         const bool interrupts = round % 4 == 1;
         const double delay = std::uniform_real_distribution<>(whole.count() / 2, 1.1 * whole.count())(random);

@@ -1,6 +1,7 @@
 // katcatalog sync against katcatalog import.
 #include <random>
 
+#include "support/Rounds.h"
 #include "support/ShellTest.h"
 
 using namespace katd_test;
@@ -61,7 +62,7 @@ TEST_F(SyncTest, anySequenceEndsLikeAnImport) {
     };
     choose();
     ASSERT_EQ(0, run("printf 'old.example\n' | katcatalog import -q --category 3 -o c.mdb -"));
-    for (unsigned round = 0; round < 60; ++round) {
+    for (int round = 0; round < rounds(40, 1000); ++round) {
         const std::string arguments = " -q --show 0 --map map --category " + category + options + " ";
         const std::string before =
             oneIn(15)   ? "katcatalog update -q c.mdb 13=loose --remove lists/c0/domains --remove 12=loose; "
