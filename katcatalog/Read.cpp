@@ -4,12 +4,12 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <nlohmann/json.hpp>
 
 #include "StoreReader.h"
 #include "catalog/Writer.h"
 #include "listreader/Console.h"
 #include "listreader/LineFile.h"
+#include "tools/Json.h"
 #include "tools/Text.h"
 
 namespace katcatalog {
@@ -18,13 +18,13 @@ using catalog::Pair;
 using catalog::Reader;
 using catalog::Update;
 using listreader::Failure;
+using tools::Json;
 using tools::printable;
 
 namespace {
 
 constexpr const char* foreignRecords =
     ": it has foreign or damaged records, which are ignored; katcatalog push replaces them";
-constexpr auto replaceBadUtf8 = nlohmann::json::error_handler_t::replace;
 
 // The names of categories and sources, by number.
 class Names {
@@ -142,7 +142,7 @@ public:
 
 private:
     void print(const std::string& text, const char* reason, const std::string& lookedUp) const {
-        nlohmann::ordered_json json;
+        Json json;
         json["url"] = text;
         if (reason != nullptr) {
             json["reason"] = reason;
@@ -157,18 +157,18 @@ private:
                 "  asked         " + store_->name() + ", which keeps no lists and no names of categories\n";
         std::vector<unsigned> answer;
         bool ended = false;
-        json["entries"] = nlohmann::ordered_json::array();
+        json["entries"] = Json::array();
         for (std::size_t i = 0; i < all_.count; ++i) {
             const Found& found = all_.entries[i];
             const std::string name = catalog::keyText({found.key, found.keySize});
-            nlohmann::ordered_json entry{{"entry", name}, {"instead", found.instead}, {"counts", !ended}};
-            entry["categories"] = nlohmann::ordered_json::array();
+            Json entry{{"entry", name}, {"instead", found.instead}, {"counts", !ended}};
+            entry["categories"] = Json::array();
             table += "  entry         " + printable(name);
             table += found.instead ? ", an exception: what is less specific does not count" : "";
             table += ended ? ", does not count: below an exception\n" : "\n";
             for (std::size_t n = 0; n < found.pairCount; ++n) {
                 const Pair pair = found.pairs[n];
-                nlohmann::ordered_json category{{"category", pair.category}};
+                Json category{{"category", pair.category}};
                 table += "    category    " + names_.category(pair.category);
                 if (!store_) {
                     const catalog::Source& source = names_.source(pair.source);
@@ -195,8 +195,7 @@ private:
             table += (category == answer.front() ? "" : ", ") + names_.category(category);
         if (answer.empty()) table += all_.count == 0 ? "none: no entry covers it" : "none";
         table += "\n";
-        std::printf("%s", arguments_.json ? (json.dump(-1, ' ', false, replaceBadUtf8) + "\n").c_str()
-                                          : table.c_str());
+        std::printf("%s", arguments_.json ? (tools::jsonText(json) + "\n").c_str() : table.c_str());
     }
 
     const Arguments& arguments_;
@@ -216,8 +215,8 @@ std::string timeText(std::uint64_t seconds) {
     return text;
 }
 
-void printJson(const nlohmann::ordered_json& json) {
-    std::printf("%s\n", json.dump(2, ' ', false, replaceBadUtf8).c_str());
+void printJson(const Json& json) {
+    std::printf("%s\n", tools::jsonText(json, 2).c_str());
 }
 
 void printLine(std::uint64_t number, const std::string& text) {
@@ -236,7 +235,7 @@ public:
         for (const std::uint16_t category : categories)
             ++byCategory_[category];
     }
-    void write(nlohmann::ordered_json* json) const {
+    void write(Json* json) const {
         (*json)["kinds"] = kinds_;
         for (const auto& [category, count] : byCategory_)
             (*json)["categories"][std::to_string(category)] = count;
@@ -268,11 +267,11 @@ void statStore(const Arguments& arguments) {
     listreader::Progress::clear();
     if (store.foreign() > 0) listreader::tell("store " + store.name() + foreignRecords);
     if (arguments.json) {
-        nlohmann::ordered_json json{{"catalog", store.name()},
-                                    {"entries", entries},
-                                    {"version", store.version()},
-                                    {"unfinished", isUnfinished},
-                                    {"foreign", store.foreign()}};
+        Json json{{"catalog", store.name()},
+                  {"entries", entries},
+                  {"version", store.version()},
+                  {"unfinished", isUnfinished},
+                  {"foreign", store.foreign()}};
         statistics.write(&json);
         printJson(json);
         return;
@@ -314,11 +313,11 @@ void stat(const Arguments& arguments) {
     });
     const catalog::Header header = update->header();
     if (arguments.json) {
-        nlohmann::ordered_json json{{"catalog", arguments.catalog},
-                                    {"entries", header.entries},
-                                    {"created", header.created},
-                                    {"changed", header.changed},
-                                    {"changes", header.changes}};
+        Json json{{"catalog", arguments.catalog},
+                  {"entries", header.entries},
+                  {"created", header.created},
+                  {"changed", header.changed},
+                  {"changes", header.changes}};
         statistics.write(&json);
         for (const auto& [number, source] : names.sources())
             json["lists"].push_back(
