@@ -197,6 +197,7 @@ void Builder::addRecord(char record, std::string_view rest, unsigned category, s
     data[additionSize] = record;
     std::memcpy(data + additionSize + 1, rest.data(), rest.size());
     keyBytes_ += keySize;
+    if (record == hostRecord) hosts_.push_back(HostHash::of(rest));
     Record added{0, data};
     added.load(0);
     records_.push_back(added);
@@ -208,9 +209,11 @@ void Builder::take(Builder* other) {
                    std::make_move_iterator(other->blocks_.end()));
     if (used_ == 0) used_ = blockSize;
     records_.insert(records_.end(), other->records_.begin(), other->records_.end());
+    hosts_.insert(hosts_.end(), other->hosts_.begin(), other->hosts_.end());
     keyBytes_ += other->keyBytes_;
     other->blocks_.clear();
     other->records_.clear();
+    other->hosts_.clear();
     other->keyBytes_ = 0;
 }
 
@@ -238,6 +241,8 @@ void Builder::sortRecords() {
         sorted_ = static_cast<std::size_t>(group - begin);
         sortedMore_.notify_one();
     }
+    // The other thread still has to write most of them.
+    if (filter_) filter_->add(hosts_);
 }
 
 bool Builder::next(Item* item, Result* result) {
@@ -280,7 +285,7 @@ std::string makeValue(unsigned flags, const std::vector<unsigned>& ancestors, co
     if (count >= manyAncestors) value.push_back(static_cast<char>(count));
     for (const unsigned ancestor : ancestors) {
         value.push_back(static_cast<char>(ancestor));
-        if (record == pathRecord) value.push_back(static_cast<char>(ancestor >> 8U));
+        if (bytesPerAncestor(record) == 2) value.push_back(static_cast<char>(ancestor >> 8U));
     }
     if (!pairs.empty())
         value.append(reinterpret_cast<const char*>(pairs.data()), pairs.size() * sizeof(Pair));
@@ -308,7 +313,7 @@ public:
 
     void append(std::string_view key, const std::string& value) { put(key, value, MDB_APPEND); }
 
-    void put(std::string_view key, const std::string& value, unsigned flags = 0) {
+    void put(std::string_view key, std::string_view value, unsigned flags = 0) {
         if (transaction_ == nullptr) begin();
         MDB_val name{key.size(), const_cast<char*>(key.data())};
         MDB_val data{value.size(), const_cast<char*>(value.data())};
@@ -410,7 +415,9 @@ bool Builder::write(const std::string& path, bool compact, const Sources& source
         Ancestors ancestors;
         Item item;
         std::vector<std::uint64_t> bySource(65536);
-        for (rewind(); next(&item, result);) {
+        filter_.emplace(hosts_.size());
+        sort();
+        while (next(&item, result)) {
             ancestors.descend(item.key);
             if (compact && (item.flags & isEntry) != 0 && ancestors.makeRedundant(item)) {
                 ++result->compacted;
@@ -433,6 +440,7 @@ bool Builder::write(const std::string& path, bool compact, const Sources& source
             file.put(numberedKey(categoryRecord, number), name);
         if (!memory.empty() && result->dropped == 0)
             file.put(std::string(1, memoryRecord), memoryValue(0, memory));
+        file.put(std::string(1, hostFilter), filter_->bytes());
         Header header;
         header.entries = result->entries;
         header.created = header.changed = static_cast<std::uint64_t>(std::time(nullptr));

@@ -172,14 +172,33 @@ struct Reader::Hits {
     static constexpr unsigned limit = 300;  // above the possible number of labels, segments or bits
 
     struct Hit {
-        std::size_t keySize;
+        std::size_t keySize;  // of a network: its prefix length
         Value value;
+        bool isRecent;
     };
 
     // False if there are more than an undamaged file can have.
     bool add(std::size_t size, const Value& value) {
         if (count == limit) return false;
-        hits[count++] = Hit{size, value};
+        hits[count++] = Hit{size, value, false};
+        return true;
+    }
+
+    // Replaces the records that have been changed since, and adds those that are new.
+    bool change(const Hits& recent) {
+        for (const Hit* hit = recent.hits; hit != recent.hits + recent.count; ++hit) {
+            Hit* const place = std::find_if(
+                hits, hits + count, [hit](const Hit& other) { return other.keySize <= hit->keySize; });
+            if (place == hits + count || place->keySize != hit->keySize) {
+                if (count == limit) return false;
+                std::copy_backward(place, hits + count, hits + count + 1);
+                ++count;
+            }
+            *place = *hit;
+            place->isRecent = true;
+        }
+        const auto isGone = [](const Hit& hit) { return hit.value.flags == 0; };
+        count = static_cast<unsigned>(std::remove_if(hits, hits + count, isGone) - hits);
         return true;
     }
 
@@ -199,7 +218,7 @@ struct Reader::Request {
     Header* header;
 };
 
-Reader::Reader(std::shared_ptr<Catalog> catalog) : catalog_(std::move(catalog)), hits_(new Hits[3]) {}
+Reader::Reader(std::shared_ptr<Catalog> catalog) : catalog_(std::move(catalog)), hits_(new Hits[4]) {}
 
 Reader::~Reader() {
     endTransaction();
@@ -211,6 +230,7 @@ void Reader::endTransaction() {
     cursor_ = nullptr;
     transaction_ = nullptr;
     live_ = false;
+    filtersRead_ = false;
 }
 
 std::uint64_t Reader::lastVersion() const {
@@ -230,6 +250,7 @@ bool Reader::begin() {
     } else if (!live_ || mdb_txn_id(transaction_) != version) {
         if (live_) mdb_txn_reset(transaction_);
         live_ = false;
+        filtersRead_ = false;
         error = mdb_txn_renew(transaction_);
     }
     if (error == 0) {
@@ -240,6 +261,16 @@ bool Reader::begin() {
     }
     if (error != 0) status_ = error == MDB_MAP_RESIZED ? grown : damaged;
     return error == 0;
+}
+
+bool Reader::readFilter(char record, HostFilter* filter) {
+    MDB_val key{1, &record};
+    MDB_val words{0, nullptr};
+    const int error = mdb_get(transaction_, 1, &key, &words);
+    *filter = HostFilter(words.mv_data, words.mv_size);
+    if (error == MDB_NOTFOUND || (error == 0 && filter->exists())) return true;
+    status_ = damaged;
+    return false;
 }
 
 namespace {
@@ -268,10 +299,10 @@ bool Reader::predecessor(MDB_val* key, MDB_val* value) {
 }
 
 // LMDB trusts its pages. One that was overwritten would otherwise read as "no entry covers it".
-bool Reader::isOnLeaf(const void* key) const {
+bool Reader::isOnLeaf(const void* record) const {
     constexpr unsigned kind = 0xf;  // of the flags
     constexpr unsigned leaf = 2;
-    const std::uintptr_t offset = reinterpret_cast<std::uintptr_t>(key) - catalog_->mapping();
+    const std::uintptr_t offset = reinterpret_cast<std::uintptr_t>(record) - catalog_->mapping();
     if (offset >= catalog_->mappedSize()) return false;
     const std::uintptr_t number = offset / catalog_->pageSize();
     const auto* const page =
@@ -314,27 +345,47 @@ bool Reader::addCovering(const MDB_val& key, const MDB_val& data, const Covers& 
     return true;
 }
 
-// A prefix of a key sorts before it, and all keys between the two begin with that prefix. So every entry that
-// covers the key is either the last record not after the key, or one of that record's ancestors, which its
-// value lists.
-bool Reader::searchHosts(const Url& url, Hits* hits) {
+// The hosts' filter names the longest name above the host that has a record, or none. Without a filter, and
+// if it was wrong, a search finds it: a prefix of a key sorts before it, and all keys between the two begin
+// with that prefix. So every entry that covers the key is either the last record not after the key, or one of
+// that record's ancestors, which its value lists.
+bool Reader::searchHosts(const Url& url, const HostFilter& filter, Hits* hits) {
     hits->count = 0;
-    const bool isName = url.kind == Url::name;
+    if (url.kind != Url::name) return searchNetworks(url, hits);
+    const auto isAbove = [&](std::size_t size) {
+        return size == hits->keySize || (size < hits->keySize && hits->key[size] == '\0');
+    };
+    MDB_val key{hits->keySize, hits->key};
+    MDB_val data;
+    if (filter.exists()) {
+        HostFilter::Answer answer = HostFilter::no;
+        unsigned i = nameCount_;
+        while (answer == HostFilter::no && i-- > 0)
+            answer = filter.has(names_[i].hash);
+        if (answer == HostFilter::damaged) status_ = damaged;
+        if (answer != HostFilter::perhaps) return answer == HostFilter::no;
+        key.mv_size = names_[i].keySize;
+        if (mdb_cursor_get(cursor_, &key, &data, MDB_SET) == 0 && isOnLeaf(data.mv_data))
+            return addCovering(key, data, isAbove, hits);
+        key = {hits->keySize, hits->key};
+    }
+    if (!predecessor(&key, &data)) return false;
+    const std::size_t common =
+        commonPrefix(static_cast<const char*>(key.mv_data), key.mv_size, hits->key, hits->keySize);
+    if (common < 2) return true;
+    return addCovering(
+        key, data, [&](std::size_t size) { return size <= common && isAbove(size); }, hits);
+}
+
+// The same for an address and the networks that contain it. The last byte of a record's key is the prefix
+// length.
+bool Reader::searchNetworks(const Url& url, Hits* hits) {
     MDB_val key{hits->keySize, hits->key};
     MDB_val data;
     if (!predecessor(&key, &data)) return false;
     const char* const found = static_cast<const char*>(key.mv_data);
     Value value;
-    if (isName) {
-        const std::size_t common = commonPrefix(found, key.mv_size, hits->key, hits->keySize);
-        if (common < 2) return true;
-        const auto covers = [&](std::size_t size) {
-            return size <= common && (size == hits->keySize || hits->key[size] == '\0');
-        };
-        return addCovering(key, data, covers, hits);
-    }
-    // An address: find the networks that contain it. The last byte of a record's key is the prefix length.
-    if (key.mv_size != hits->keySize || found[0] != networkRecord || found[1] != hits->key[1]) return true;
+    if (key.mv_size != hits->keySize || found[0] != hits->key[0] || found[1] != hits->key[1]) return true;
     if (!value.parse(data.mv_data, data.mv_size, found[0])) return status_ = damaged, false;
     const std::size_t addressSize = url.host.size();
     const auto tryPrefix = [&](unsigned prefix, const Value* known) {
@@ -363,14 +414,25 @@ bool Reader::searchHosts(const Url& url, Hits* hits) {
     return good;
 }
 
-// REQUIRES: the first hits->base bytes of hits->key are set: the key up to the end of the host.
-bool Reader::searchPaths(const Url& url, unsigned port, Hits* hits) {
+// The records of the host and of what is above it.
+bool Reader::findHosts(const Url& url, Hits* hits) {
+    std::memcpy(hits->key, hostKey_.data(), hostKey_.size());
+    hits->keySize = hostKey_.size();
+    for (unsigned i = 0; i < nameCount_ && hosts_.exists(); ++i)
+        hosts_.prefetch(names_[i].hash);
+    if (!searchHosts(url, hosts_, hits)) return false;
+    if (!recentHosts_.exists()) return true;
+    Hits& recent = hits_[3];
+    std::memcpy(recent.key, hostKey_.data(), hostKey_.size());
+    recent.key[0] &= static_cast<char>(~recordCase);
+    recent.keySize = hostKey_.size();
+    if (!searchHosts(url, recentHosts_, &recent)) return false;
+    return hits->change(recent) ? true : (status_ = damaged, false);
+}
+
+// REQUIRES: the first hits->base bytes of hits->key are set: the key up to the path.
+bool Reader::searchPaths(const Url& url, Hits* hits) {
     hits->count = 0;
-    if (port != 0) {
-        hits->key[hits->base++] = keyPort;
-        hits->key[hits->base++] = static_cast<char>(port >> 8U);
-        hits->key[hits->base++] = static_cast<char>(port);
-    }
     const std::size_t pathSize = std::min(url.path.size(), sizeof hits->key - hits->base);
     encodePath(url.path.data(), pathSize, hits->key + hits->base);
     hits->keySize = hits->base + pathSize;
@@ -386,13 +448,31 @@ bool Reader::searchPaths(const Url& url, unsigned port, Hits* hits) {
     return addCovering(key, data, covers, hits);
 }
 
+// The records of the URL's path and of what is above it. REQUIRES: the first hits->base bytes of hits->key
+// are set: the key up to the end of the host.
+bool Reader::findPaths(const Url& url, bool recentToo, unsigned port, Hits* hits) {
+    if (port != 0) {
+        hits->key[hits->base++] = keyPort;
+        hits->key[hits->base++] = static_cast<char>(port >> 8U);
+        hits->key[hits->base++] = static_cast<char>(port);
+    }
+    if (!searchPaths(url, hits)) return false;
+    if (!recentToo) return true;
+    Hits& recent = hits_[3];
+    std::memcpy(recent.key, hits->key, hits->base);
+    recent.key[0] &= static_cast<char>(~recordCase);
+    recent.base = hits->base;
+    if (!searchPaths(url, &recent)) return false;
+    return hits->change(recent) ? true : (status_ = damaged, false);
+}
+
 bool Reader::search(Request* request) {
     const Url& url = *request->url;
     Hits& hosts = hits_[0];
     Hits* const trees[] = {&hits_[1], &hits_[2]};  // paths with the port, paths for all ports
-    std::memcpy(hosts.key, hostKey_.data(), hostKey_.size());
-    hosts.keySize = hostKey_.size();
-    if (!searchHosts(url, &hosts)) return false;
+    if (!filtersRead_)
+        filtersRead_ = readFilter(hostFilter, &hosts_) && readFilter(recentFilter, &recentHosts_);
+    if (!filtersRead_ || !findHosts(url, &hosts)) return false;
     const bool isName = url.kind == Url::name;
     for (unsigned i = 0; i < hosts.count; ++i) {
         const Hits::Hit& host = hosts.hits[i];
@@ -412,7 +492,7 @@ bool Reader::search(Request* request) {
                 tree->base = hostKey_.size();  // record type, zero byte, family and address
                 std::memcpy(tree->key + 2, hosts.key + 1, tree->base - 2);
             }
-            if (!searchPaths(url, t == 0 ? url.port : 0, tree)) return false;
+            if (!findPaths(url, host.isRecent, t == 0 ? url.port : 0, tree)) return false;
         }
         // Merge the two trees: longer paths first, and of equal paths the one with the port first.
         for (;;) {
@@ -480,7 +560,7 @@ void Reader::runBody(void* context) {
                 StoredHeader stored{};
                 if (found) std::memcpy(&stored, data.mv_data, sizeof stored);
                 if (!found || std::memcmp(stored.magic, formatMagic, sizeof formatMagic) != 0 ||
-                    stored.version != formatVersion)
+                    stored.version == 0 || stored.version > formatVersion)
                     reader->status_ = damaged;
                 *request->header = stored.header;
             } else {
@@ -517,6 +597,13 @@ Reader::Status Reader::visit(const Url& url, Visit see, Restart restart, void* c
     hostKey_.append(url.host);
     // Sorts after all networks that begin at this address.
     if (url.kind != Url::name) hostKey_.push_back('\xff');
+    nameCount_ = 0;
+    HostHash hash;
+    for (std::size_t i = 1; url.kind == Url::name && i <= hostKey_.size(); ++i) {
+        if ((i == hostKey_.size() || hostKey_[i] == '\0') && nameCount_ < maxNames)
+            names_[nameCount_++] = Name{i, hash.value()};
+        if (i < hostKey_.size()) hash.add(hostKey_[i]);
+    }
     Request request{this, &url, see, restart, context, nullptr};
     return run(&request);
 }

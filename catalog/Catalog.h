@@ -11,6 +11,7 @@
 #include <string>
 
 #include "Format.h"
+#include "HostFilter.h"
 #include "Url.h"
 
 namespace catalog {
@@ -121,15 +122,26 @@ private:
     void endTransaction();
     // The functions from here on run in the guarded section.
     bool begin();
+    bool readFilter(char record, HostFilter* filter);
     bool search(Request* request);
-    bool searchPaths(const Url& url, unsigned port, Hits* hits);
+    bool findHosts(const Url& url, Hits* hits);
+    bool searchHosts(const Url& url, const HostFilter& filter, Hits* hits);
+    bool searchNetworks(const Url& url, Hits* hits);
+    bool findPaths(const Url& url, bool recentToo, unsigned port, Hits* hits);
+    bool searchPaths(const Url& url, Hits* hits);
     template <class Covers>
     bool addCovering(const MDB_val& key, const MDB_val& data, const Covers& covers, Hits* hits);
-    bool searchHosts(const Url& url, Hits* hits);
     bool predecessor(MDB_val* key, MDB_val* value);
-    bool isOnLeaf(const void* key) const;
+    bool isOnLeaf(const void* record) const;
     bool get(std::string_view key, Value* value);
     std::uint64_t lastVersion() const;
+
+    // A name above the host, or the host itself.
+    struct Name {
+        std::size_t keySize;
+        std::uint32_t hash;
+    };
+    static constexpr unsigned maxNames = 128;
 
     const std::shared_ptr<Catalog> catalog_;
     MDB_txn* transaction_ = nullptr;
@@ -138,8 +150,12 @@ private:
     std::uint64_t version_ = 0;  // the version that the transaction sees
     bool overtaken_ = false;
     Status status_ = done;
+    bool filtersRead_ = false;
+    HostFilter hosts_;        // of the transaction's version
+    HostFilter recentHosts_;  // exists if there are recent records
     std::string hostKey_;
-    std::string pathKey_;
+    Name names_[maxNames];  // shortest first
+    unsigned nameCount_ = 0;
     std::unique_ptr<Hits[]> hits_;
 };
 

@@ -51,7 +51,7 @@ void encodePath(const char* path, std::size_t size, char* key) {
 
 bool isAncestor(std::string_view above, std::string_view below) {
     if (above[0] != below[0]) return false;
-    if (above[0] == networkRecord) {
+    if (recordOf(above) == networkRecord) {
         const std::size_t size = above.size();
         const auto prefix = static_cast<unsigned char>(above.back());
         if (below.size() != size || above[1] != below[1] ||
@@ -63,13 +63,13 @@ bool isAncestor(std::string_view above, std::string_view below) {
         return std::memcmp(masked, above.data(), size - 1) == 0;
     }
     if (below.size() <= above.size() || below.compare(0, above.size(), above) != 0) return false;
-    if (above[0] == hostRecord) return below[above.size()] == '\0';
+    if (recordOf(above) == hostRecord) return below[above.size()] == '\0';
     return endsAtBoundary(below.data(), below.size(), above.size()) && pathBase(below) <= above.size();
 }
 
 unsigned ancestorMark(std::string_view key) {
-    return key[0] == networkRecord ? static_cast<unsigned char>(key.back())
-                                   : static_cast<unsigned>(key.size());
+    return recordOf(key) == networkRecord ? static_cast<unsigned char>(key.back())
+                                          : static_cast<unsigned>(key.size());
 }
 
 std::size_t pathBase(std::string_view key) {

@@ -12,7 +12,7 @@
 
 namespace catalog {
 
-constexpr std::uint32_t formatVersion = 1;
+constexpr std::uint32_t formatVersion = 2;  // a file of version 1 has neither filters nor recent records
 constexpr char formatMagic[] = "katd-catalogue";
 constexpr std::size_t maxKey = 511;              // LMDB's own limit
 constexpr std::size_t maxEntryCategories = 256;  // a reply of katd holds no more; of pairs likewise
@@ -23,10 +23,28 @@ enum Record : char {
     sourceRecord = 2,     // then the number of the source, high byte first
     categoryRecord = 3,   // then the number of the category, high byte first; the value is its name
     memoryRecord = 4,     // what a writer wants to know of the last change, see Update::memory()
+    hostFilter = 5,       // the hosts of all host records: the words of a HostFilter
+    recentFilter = 6,     // the same for the recent ones; it is there if any record is recent
     hostRecord = 'h',     // then Url::host
     networkRecord = 'n',  // then '4' or '6', the address, the prefix length
     pathRecord = 'p',     // then the host, or a zero byte, '4' or '6' and the address; the port; the path
 };
+
+// A change is kept in a recent record, whose key begins with a capital, until many have come together. The
+// record replaces that with the same key otherwise; one without flags says that there is none. A host has a
+// recent record if one of its paths has.
+constexpr char recordCase = 0x20;
+inline char recordOf(std::string_view key) {
+    return static_cast<char>(key[0] | recordCase);
+}
+inline bool isRecent(std::string_view key) {
+    return (key[0] & recordCase) == 0;
+}
+inline std::string withCase(std::string_view key, bool recent) {
+    std::string result(key);
+    result[0] = static_cast<char>(recent ? key[0] & ~recordCase : key[0] | recordCase);
+    return result;
+}
 
 // The low bits of a value's first byte. The high bits are the number of ancestors; if they are 15, the number
 // is in the next byte.
@@ -37,6 +55,10 @@ constexpr Flags hasPaths = 4;  // this host has path records without a port
 constexpr Flags hasPorts = 8;
 constexpr unsigned ancestorShift = 4;
 constexpr unsigned manyAncestors = 15;
+
+constexpr unsigned bytesPerAncestor(char record) {
+    return (record | recordCase) == pathRecord ? 2 : 1;
+}
 
 // One category of an entry and the source that it came from.
 struct Pair {
@@ -51,7 +73,7 @@ static_assert(sizeof(Pair) == 4, "the file stores pairs in this layout");
 struct Value {
     unsigned char flags = 0;
     unsigned ancestors = 0;
-    unsigned ancestorSize = 1;               // bytes per ancestor: 2 in a path record
+    unsigned ancestorSize = 1;               // bytes per ancestor
     const unsigned char* lengths = nullptr;  // the ancestors' marks, shortest first; see ancestor()
     const unsigned char* pairs = nullptr;
     std::size_t pairCount = 0;
@@ -67,7 +89,7 @@ struct Value {
             if (bytes == end) return false;
             ancestors = *bytes++;
         }
-        ancestorSize = record == pathRecord ? 2 : 1;
+        ancestorSize = bytesPerAncestor(record);
         lengths = bytes;
         const std::size_t lengthsSize = std::size_t{ancestors} * ancestorSize;
         if (static_cast<std::size_t>(end - bytes) < lengthsSize) return false;
@@ -107,7 +129,7 @@ inline bool endsAtBoundary(const char* key, std::size_t keySize, std::size_t siz
 void encodePath(const char* path, std::size_t size, char* key);
 
 // Whether the entry `above` covers everything that the entry `below` covers. False if they are in different
-// trees (hosts, networks, the paths of one host and port) or equal.
+// trees (hosts, networks, the paths of one host and port; recent ones and others) or equal.
 bool isAncestor(std::string_view above, std::string_view below);
 // The number that stands for this key in the values of its descendants; see Value::ancestor().
 unsigned ancestorMark(std::string_view key);

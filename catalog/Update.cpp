@@ -72,6 +72,38 @@ int lockCatalog(const std::string& path, Update::Mode mode, std::string* failure
     return -1;
 }
 
+namespace {
+
+constexpr std::size_t maxProblems = 100;  // that check() reports
+
+class Cursor {
+public:
+    explicit Cursor(MDB_txn* transaction) { mdb_cursor_open(transaction, 1, &cursor_); }
+    ~Cursor() {
+        if (cursor_ != nullptr) mdb_cursor_close(cursor_);
+    }
+    Cursor(const Cursor&) = delete;
+    Cursor& operator=(const Cursor&) = delete;
+
+    // Moves to the first record whose key is not less; false if there is none.
+    bool seek(std::string_view key) {
+        key_ = {key.size(), const_cast<char*>(key.data())};
+        return mdb_cursor_get(cursor_, &key_, &data_, MDB_SET_RANGE) == 0;
+    }
+    // Moves to the first recent record.
+    bool seekRecent() { return seek(std::string(1, hostRecord & ~recordCase)) && isRecent(key()); }
+    bool move(MDB_cursor_op how) { return mdb_cursor_get(cursor_, &key_, &data_, how) == 0; }
+    std::string_view key() const { return {static_cast<const char*>(key_.mv_data), key_.mv_size}; }
+    const MDB_val& data() const { return data_; }
+
+private:
+    MDB_cursor* cursor_ = nullptr;
+    MDB_val key_{};
+    MDB_val data_{};
+};
+
+}  // namespace
+
 struct Update::Node {
     unsigned char flags = 0;
     std::vector<unsigned> ancestors;
@@ -107,6 +139,7 @@ std::unique_ptr<Update> Update::open(const std::string& path, std::string* failu
         update->check(mdb_txn_begin(update->environment_, nullptr, readOnly, &update->transaction_));
         MDB_dbi records = 0;
         update->check(mdb_dbi_open(update->transaction_, nullptr, 0, &records));
+        update->hasRecent_ = Cursor(update->transaction_).seekRecent();
     } catch (const Failure& caught) {
         *failure = caught.text;
         return nullptr;
@@ -153,7 +186,7 @@ void Update::remove(std::string_view key) {
     ++written_;
 }
 
-bool Update::readNode(std::string_view key, Node* node) {
+bool Update::readStored(std::string_view key, Node* node) {
     std::string bytes;
     if (!read(key, &bytes)) return false;
     Value value;
@@ -168,37 +201,9 @@ bool Update::readNode(std::string_view key, Node* node) {
     return true;
 }
 
-void Update::writeNode(std::string_view key, const Node& node) {
+void Update::writeStored(std::string_view key, const Node& node) {
     write(key, makeValue(node.flags, node.ancestors, node.pairs, key[0]));
 }
-
-namespace {
-
-class Cursor {
-public:
-    explicit Cursor(MDB_txn* transaction) { mdb_cursor_open(transaction, 1, &cursor_); }
-    ~Cursor() {
-        if (cursor_ != nullptr) mdb_cursor_close(cursor_);
-    }
-    Cursor(const Cursor&) = delete;
-    Cursor& operator=(const Cursor&) = delete;
-
-    // Moves to the first record whose key is not less; false if there is none.
-    bool seek(std::string_view key) {
-        key_ = {key.size(), const_cast<char*>(key.data())};
-        return mdb_cursor_get(cursor_, &key_, &data_, MDB_SET_RANGE) == 0;
-    }
-    bool move(MDB_cursor_op how) { return mdb_cursor_get(cursor_, &key_, &data_, how) == 0; }
-    std::string_view key() const { return {static_cast<const char*>(key_.mv_data), key_.mv_size}; }
-    const MDB_val& data() const { return data_; }
-
-private:
-    MDB_cursor* cursor_ = nullptr;
-    MDB_val key_{};
-    MDB_val data_{};
-};
-
-}  // namespace
 
 // Adds the key to the ancestor lists of all records below it, or removes it from them.
 void Update::changeBelow(std::string_view key, bool add) {
@@ -214,59 +219,97 @@ void Update::changeBelow(std::string_view key, bool add) {
     const unsigned mark = ancestorMark(key);
     for (const std::string& name : below) {
         Node node;
-        if (!readNode(name, &node)) continue;
+        if (!readStored(name, &node)) continue;
         const auto place = std::lower_bound(node.ancestors.begin(), node.ancestors.end(), mark);
         if (add) {
             node.ancestors.insert(place, mark);
         } else if (place != node.ancestors.end() && *place == mark) {
             node.ancestors.erase(place);
         }
-        writeNode(name, node);
+        writeStored(name, node);
     }
 }
 
-// Changes a record. Creates it if it does not exist, and deletes it if no flag that justifies it is left.
-void Update::setNode(std::string_view key, unsigned char set, unsigned char clear, const Entry* entry) {
-    Node node;
-    const bool existed = readNode(key, &node);
-    const Node before = node;
-    node.flags = static_cast<unsigned char>((node.flags | set) & ~clear);
-    if (entry != nullptr) node.pairs = entry->pairs;
-    if ((node.flags & (isEntry | hasPaths | hasPorts)) == 0) {
-        if (!existed) return;
-        remove(key);
-        changeBelow(key, false);
-        return;
-    }
-    if (existed && node.flags == before.flags && entry == nullptr) return;
-    if (!existed) {
+// Adds a record with the flags and pairs of `node`, and the ancestors that it has among the stored records.
+void Update::insert(std::string_view key, Node node) {
+    bool hasBelow = false;
+    node.ancestors.clear();
+    {
         Cursor cursor(transaction_);
-        if (cursor.seek(key) ? cursor.move(MDB_PREV) : cursor.move(MDB_LAST)) {
-            const std::string above(cursor.key());
-            Node neighbour;
-            if (above[0] == key[0] && readNode(above, &neighbour)) {
-                std::string ancestor;
-                for (const unsigned mark : neighbour.ancestors) {
-                    ancestor = above;
-                    if (key[0] == networkRecord) {
-                        maskAddress(ancestor.data() + 2, ancestor.size() - 3, mark);
-                        ancestor.back() = static_cast<char>(mark);
-                    } else {
-                        ancestor.resize(mark);
-                    }
-                    if (isAncestor(ancestor, key)) node.ancestors.push_back(mark);
+        const bool hasNext = cursor.seek(key);
+        hasBelow = hasNext && isAncestor(key, cursor.key());
+        if ((hasNext ? cursor.move(MDB_PREV) : cursor.move(MDB_LAST)) && cursor.key()[0] == key[0]) {
+            Value neighbour;
+            if (!neighbour.parse(cursor.data().mv_data, cursor.data().mv_size, key[0])) check(MDB_CORRUPTED);
+            std::string ancestor;
+            for (unsigned i = 0; i < neighbour.ancestors; ++i) {
+                const unsigned mark = neighbour.ancestor(i);
+                ancestor = cursor.key();
+                if (recordOf(key) == networkRecord) {
+                    maskAddress(ancestor.data() + 2, ancestor.size() - 3, mark);
+                    ancestor.back() = static_cast<char>(mark);
+                } else {
+                    ancestor.resize(mark);
                 }
-                if (isAncestor(above, key)) node.ancestors.push_back(ancestorMark(above));
+                if (isAncestor(ancestor, key)) node.ancestors.push_back(mark);
             }
+            if (isAncestor(cursor.key(), key)) node.ancestors.push_back(ancestorMark(cursor.key()));
         }
     }
-    writeNode(key, node);
-    if (!existed) changeBelow(key, true);
+    writeStored(key, node);
+    if (hasBelow) changeBelow(key, true);
+}
+
+Update::Layer Update::readNode(std::string_view key, Node* node) {
+    if (hasRecent_ && readStored(withCase(key, true), node)) return recentLayer;
+    return readStored(key, node) ? lastingLayer : noLayer;
+}
+
+// Makes `node`, which was read from this layer, the record of the key. Without a flag that justifies it, the
+// record is gone.
+void Update::writeNode(std::string_view key, Layer layer, Node node) {
+    if ((node.flags & (isEntry | hasPaths | hasPorts)) == 0) {
+        node.flags = 0;
+        node.pairs.clear();
+    }
+    if (isDirect_) {
+        writeLasting(key, layer == lastingLayer, std::move(node));
+        return;
+    }
+    const std::string recentKey = withCase(key, true);
+    if (layer == recentLayer) {
+        writeStored(recentKey, node);
+    } else {
+        insert(recentKey, std::move(node));
+    }
+    hasRecent_ = true;
+}
+
+void Update::writeLasting(std::string_view key, bool exists, Node node) {
+    if (node.flags == 0) {
+        if (!exists) return;
+        remove(key);
+        changeBelow(key, false);
+    } else if (exists) {
+        writeStored(key, node);
+    } else {
+        insert(key, std::move(node));
+    }
+}
+
+// Changes the flags of a host that has, or had, paths.
+void Update::setHostFlags(std::string_view host, unsigned set, unsigned clear) {
+    Node node;
+    const Layer layer = readNode(host, &node);
+    const auto flags = static_cast<unsigned char>((node.flags | set) & ~clear);
+    if (layer == recentLayer && flags == node.flags) return;
+    node.flags = flags;
+    writeNode(host, layer, node);
 }
 
 bool Update::get(const std::string& key, Entry* entry) {
     Node node;
-    if (!readNode(key, &node) || (node.flags & isEntry) == 0) return false;
+    if (readNode(key, &node) == noLayer || (node.flags & isEntry) == 0) return false;
     entry->instead = (node.flags & isInstead) != 0;
     entry->pairs = node.pairs;
     return true;
@@ -283,15 +326,15 @@ unsigned char flagOf(std::string_view key, std::string_view host) {
 }  // namespace
 
 void Update::put(const std::string& key, const std::string& host, const Entry& entry) {
-    Entry before;
-    if (!get(key, &before)) {
-        ++header_.entries;
-    } else if (before == entry) {
-        return;
-    }
-    if (!host.empty()) setNode(host, flagOf(key, host), 0, nullptr);
-    setNode(key, static_cast<unsigned char>(isEntry | (entry.instead ? isInstead : 0)),
-            entry.instead ? 0 : isInstead, &entry);
+    Node node;
+    const Layer layer = readNode(key, &node);
+    const unsigned flags = isEntry | (entry.instead ? isInstead : 0U);
+    if ((node.flags & (isEntry | isInstead)) == flags && node.pairs == entry.pairs) return;
+    if ((node.flags & isEntry) == 0) ++header_.entries;
+    if (!host.empty()) setHostFlags(host, flagOf(key, host), 0);
+    node.flags = static_cast<unsigned char>((node.flags & ~isInstead) | flags);
+    node.pairs = entry.pairs;
+    writeNode(key, layer, std::move(node));
 }
 
 void Update::put(const Url& url, const Entry& entry) {
@@ -310,58 +353,84 @@ bool Update::hasBelow(std::string_view host, bool ports) {
     } else {
         prefix.append(host.substr(1));
     }
+    Node node;
     for (const char separator : {keySlash, keyQuestion, keyPort}) {
         if ((separator == keyPort) != ports) continue;
-        const std::string wanted = prefix + separator;
-        Cursor cursor(transaction_);
-        if (cursor.seek(wanted) && cursor.key().substr(0, wanted.size()) == wanted) return true;
+        for (const bool recent : {true, false}) {
+            if (recent && !hasRecent_) continue;
+            const std::string wanted = withCase(prefix, recent) + separator;
+            Cursor cursor(transaction_);
+            for (bool more = cursor.seek(wanted); more && cursor.key().substr(0, wanted.size()) == wanted;
+                 more = cursor.move(MDB_NEXT)) {
+                if (readNode(withCase(cursor.key(), false), &node) != noLayer && node.flags != 0) return true;
+            }
+        }
     }
     return false;
 }
 
 bool Update::erase(const std::string& key, const std::string& host) {
-    Entry before;
-    if (!get(key, &before)) return false;
+    Node node;
+    const Layer layer = readNode(key, &node);
+    if ((node.flags & isEntry) == 0) return false;
     --header_.entries;
-    const Entry nothing;
-    setNode(key, 0, isEntry | isInstead, &nothing);
+    node.flags = static_cast<unsigned char>(node.flags & ~(isEntry | isInstead));
+    node.pairs.clear();
+    writeNode(key, layer, std::move(node));
     if (!host.empty()) {
-        const unsigned char flag = flagOf(key, host);
-        if (!hasBelow(host, flag == hasPorts)) setNode(host, 0, flag, nullptr);
+        const unsigned flag = flagOf(key, host);
+        setHostFlags(host, 0, hasBelow(host, flag == hasPorts) ? 0 : flag);
     }
     return true;
 }
 
-void Update::forEachRecord(void (*see)(void*, std::string_view, const Value&), void* context) {
+void Update::forEachNode(void (*see)(void*, std::string_view, const Value&), void* context) {
     Cursor cursor(transaction_);
-    for (bool more = cursor.seek(std::string(1, hostRecord)); more; more = cursor.move(MDB_NEXT)) {
-        Value value;
-        if (!value.parse(cursor.data().mv_data, cursor.data().mv_size, cursor.key()[0])) check(MDB_CORRUPTED);
-        if ((value.flags & isEntry) != 0) see(context, cursor.key(), value);
+    Cursor changes(transaction_);
+    bool more = cursor.seek(std::string(1, hostRecord));
+    bool moreChanges = hasRecent_ && changes.seekRecent();
+    std::string changed = moreChanges ? withCase(changes.key(), false) : "";
+    Value value;
+    while (more || moreChanges) {
+        const int order = !moreChanges ? -1 : !more ? 1 : cursor.key().compare(changed);
+        const std::string_view key = order < 0 ? cursor.key() : changed;
+        const MDB_val& data = (order < 0 ? cursor : changes).data();
+        if (!value.parse(data.mv_data, data.mv_size, key[0])) check(MDB_CORRUPTED);
+        if (value.flags != 0) see(context, key, value);
+        if (order <= 0) more = cursor.move(MDB_NEXT);
+        if (order < 0) continue;
+        moreChanges = changes.move(MDB_NEXT) && isRecent(changes.key());
+        if (moreChanges) changed = withCase(changes.key(), false);
     }
 }
 
-std::vector<std::string> Update::check() {
-    constexpr std::size_t limit = 100;
+// Checks what must be right of each record whatever the others say: order, form, ancestors, filters.
+std::vector<std::string> Update::checkStored() {
     std::vector<std::string> problems;
     std::vector<std::string> above;  // ancestors of the current record, and itself
-    std::uint64_t entries = 0;
     std::string previous;
+    std::string words[2];
+    read(std::string(1, hostFilter), &words[0]);
+    if (hasRecent_ && !read(std::string(1, recentFilter), &words[1]))
+        problems.emplace_back("there are recent records without a filter");
     Cursor cursor(transaction_);
-    for (bool more = cursor.move(MDB_FIRST); more && problems.size() < limit; more = cursor.move(MDB_NEXT)) {
+    for (bool more = cursor.move(MDB_FIRST); more && problems.size() < maxProblems;
+         more = cursor.move(MDB_NEXT)) {
         const std::string key(cursor.key());
+        const char record = recordOf(key);
+        const bool recent = isRecent(key);
         const auto say = [&](const std::string& what) {
-            problems.push_back("record " + keyText(key) + ": " + what);
+            problems.push_back("record " + keyText(withCase(key, false)) + ": " + what);
         };
         if (!previous.empty() && key <= previous) say("not in the order of the keys");
         previous = key;
-        if (key[0] != hostRecord && key[0] != networkRecord && key[0] != pathRecord) continue;
+        if (record != hostRecord && record != networkRecord && record != pathRecord) continue;
         Value value;
         if (!value.parse(cursor.data().mv_data, cursor.data().mv_size, key[0])) {
             say("its value is damaged");
             continue;
         }
-        if (keyText(key).empty()) say("its key is damaged");
+        if (keyText(withCase(key, false)).empty()) say("its key is damaged");
         while (!above.empty() && !isAncestor(above.back(), key))
             above.pop_back();
         bool same = value.ancestors == above.size();
@@ -369,18 +438,37 @@ std::vector<std::string> Update::check() {
             same = value.ancestor(i) == ancestorMark(above[i]);
         if (!same) say("it does not know the records above it");
         above.push_back(key);
+        if (!recent && (value.flags & (isEntry | hasPaths | hasPorts)) == 0) say("it says nothing");
+        const std::string& hosts = words[recent ? 1 : 0];
+        if (record == hostRecord && !hosts.empty() &&
+            HostFilter(hosts.data(), hosts.size()).has(HostHash::of(key.substr(1))) != HostFilter::perhaps)
+            say("it is not in the filter of the hosts");
+        Node host;
+        if (recent && record == pathRecord &&
+            !readStored(withCase(hostKeyOf(withCase(key, false)), true), &host))
+            say("its host has no recent record");
+    }
+    return problems;
+}
+
+std::vector<std::string> Update::check() {
+    std::vector<std::string> problems = checkStored();
+    std::uint64_t entries = 0;
+    const auto see = [&](std::string_view key, const Value& value) {
+        const auto say = [&](const std::string& what) {
+            if (problems.size() < maxProblems) problems.push_back("record " + keyText(key) + ": " + what);
+        };
         if ((value.flags & isEntry) != 0) ++entries;
-        if ((value.flags & (isEntry | hasPaths | hasPorts)) == 0) say("it says nothing");
         for (const bool ports : {false, true}) {
             const Flags flag = ports ? hasPorts : hasPaths;
             if (key[0] != pathRecord && ((value.flags & flag) != 0) != hasBelow(key, ports))
                 say("it is wrong about the paths below it");
         }
-        if (key[0] == pathRecord) {
-            Node host;
-            if (!readNode(hostKeyOf(key), &host)) say("its host has no record");
-        }
-    }
+        Node host;
+        if (key[0] == pathRecord && (readNode(hostKeyOf(key), &host) == noLayer || host.flags == 0))
+            say("its host has no record");
+    };
+    forEachNode(see);
     if (problems.empty() && entries != header_.entries) {
         problems.push_back("there are " + std::to_string(entries) + " entries, and the header says " +
                            std::to_string(header_.entries));
@@ -454,7 +542,79 @@ void Update::setMemory(const std::string& memory) {
     write(std::string(1, memoryRecord), memoryValue(header_.changes + 1, memory));
 }
 
+void Update::expectChanges(std::uint64_t count) {
+    if (count <= mostRecent()) return;
+    if (hasRecent_) mergeRecent();
+    isDirect_ = true;
+}
+
+// The hosts of the recent records go into their filter.
+void Update::finishRecent() {
+    std::uint64_t count = 0;
+    std::vector<std::uint32_t> hosts;
+    {
+        Cursor cursor(transaction_);
+        for (bool more = cursor.seekRecent(); more && count <= mostRecent();
+             more = cursor.move(MDB_NEXT) && isRecent(cursor.key())) {
+            ++count;
+            if (recordOf(cursor.key()) == hostRecord) hosts.push_back(HostHash::of(cursor.key().substr(1)));
+        }
+    }
+    if (count > mostRecent()) {
+        mergeRecent();
+        isDirect_ = true;
+        return;
+    }
+    HostFilterWords filter(hosts.size());
+    filter.add(hosts);
+    write(std::string(1, recentFilter), filter.bytes());
+}
+
+void Update::mergeRecent() {
+    constexpr std::size_t batch = 10000;  // do not hold all in memory
+    std::vector<std::pair<std::string, Node>> changes;
+    do {
+        changes.clear();
+        {
+            Cursor cursor(transaction_);
+            for (bool more = cursor.seekRecent(); more && changes.size() < batch;
+                 more = cursor.move(MDB_NEXT) && isRecent(cursor.key()))
+                changes.emplace_back(cursor.key(), Node());
+        }
+        for (auto& [key, node] : changes) {
+            readStored(key, &node);
+            remove(key);
+            const std::string lastingKey = withCase(key, false);
+            Node before;
+            const bool existed = readStored(lastingKey, &before);
+            node.ancestors = before.ancestors;
+            writeLasting(lastingKey, existed, std::move(node));
+        }
+    } while (!changes.empty());
+    remove(std::string(1, recentFilter));
+    hasRecent_ = false;
+}
+
+void Update::writeHostFilter() {
+    MDB_stat stat;
+    check(mdb_stat(transaction_, 1, &stat));
+    HostFilterWords filter(stat.ms_entries);
+    std::vector<std::uint32_t> hosts;
+    Cursor cursor(transaction_);
+    for (bool more = cursor.seek(std::string(1, hostRecord)); more && cursor.key()[0] == hostRecord;
+         more = cursor.move(MDB_NEXT)) {
+        hosts.push_back(HostHash::of(cursor.key().substr(1)));
+        if (hosts.size() < 4096) continue;
+        filter.add(hosts);
+        hosts.clear();
+    }
+    filter.add(hosts);
+    write(std::string(1, hostFilter), filter.bytes());
+}
+
 void Update::commit() {
+    if (hasRecent_) finishRecent();
+    if (isDirect_) writeHostFilter();
     header_.changed = static_cast<std::uint64_t>(std::time(nullptr));
     ++header_.changes;
     write(std::string(1, headerRecord), headerValue(header_));

@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -65,15 +66,15 @@ public:
         std::uint64_t compacted = 0;
     };
 
-    // Sorts the additions, for write() and next(), in a thread of its own: they wait for what they need.
-    // Call it once, after the last add().
-    void sort();
     // Writes and syncs a new file at `path`, which must not exist. `compact` leaves out entries that add
     // nothing to the entries above them. Update::memory() returns `memory`, unless categories were dropped.
-    // False with *failure set if it fails; the caller then removes the incomplete file. REQUIRES: sort() was
-    // called.
+    // False with *failure set if it fails; the caller then removes the incomplete file.
     bool write(const std::string& path, bool compact, const Sources& sources, const CategoryNames& names,
                Result* result, std::string* failure, const std::string& memory = {});
+
+    // Sorts the additions, for next(), in a thread of its own: next() waits for what it needs. Call it once,
+    // after the last add().
+    void sort();
 
     // All additions with one key, merged.
     struct Item {
@@ -99,9 +100,11 @@ private:
     std::size_t used_ = 0;  // bytes in use of the last block
     std::uint64_t keyBytes_ = 0;
     std::vector<Record> records_;
-    std::uint32_t position_ = 0;  // of the list at hand
-    std::size_t next_ = 0;        // what next() returns
-    std::string lastHost_;        // the host whose record was added for the last path
+    std::vector<std::uint32_t> hosts_;       // the hashes of all hosts
+    std::optional<HostFilterWords> filter_;  // for write(); complete when next() has returned false
+    std::uint32_t position_ = 0;             // of the list at hand
+    std::size_t next_ = 0;                   // what next() returns
+    std::string lastHost_;                   // the host whose record was added for the last path
 
     std::thread sorter_;
     std::mutex sortedMutex_;
@@ -150,17 +153,22 @@ public:
     // Calls see(key, value) for all entries in the order of their keys.
     template <typename See>
     void forEach(See see) {
-        forEachRecord([](void* context, std::string_view key,
-                         const Value& value) { (*static_cast<See*>(context))(key, value); },
-                      &see);
+        forEachNode([&see](std::string_view key, const Value& value) {
+            if ((value.flags & isEntry) != 0) see(key, value);
+        });
     }
 
     // Checks all records. Returns one sentence for each error, at most a hundred.
     std::vector<std::string> check();
 
     const Header& header() const { return header_; }
+    // Number of records that were written or removed.
     std::uint64_t written() const { return written_; }
     void commit();
+
+    // A change is stored in a recent record. When these are too many, commit() replaces the lasting ones by
+    // them. A transaction of about so many changes that this must be does better without recent records.
+    void expectChanges(std::uint64_t count);
 
 private:
     Update() = default;
@@ -171,18 +179,39 @@ private:
     bool read(std::string_view key, std::string* value);
     void write(std::string_view key, std::string_view value);
     void remove(std::string_view key);
-    bool readNode(std::string_view key, Node* node);
-    void writeNode(std::string_view key, const Node& node);
+    // These read and write the record with just this key.
+    bool readStored(std::string_view key, Node* node);
+    void writeStored(std::string_view key, const Node& node);
+    void insert(std::string_view key, Node node);
     void changeBelow(std::string_view key, bool add);
-    void setNode(std::string_view key, unsigned char set, unsigned char clear, const Entry* entry);
+    // These regard the recent record first. Keys are those of lasting records.
+    enum Layer { noLayer, lastingLayer, recentLayer };
+    Layer readNode(std::string_view key, Node* node);
+    void writeNode(std::string_view key, Layer layer, Node node);
+    void setHostFlags(std::string_view host, unsigned set, unsigned clear);
     bool hasBelow(std::string_view host, bool ports);
-    void forEachRecord(void (*see)(void*, std::string_view, const Value&), void* context);
+    template <typename See>
+    void forEachNode(See see) {
+        forEachNode([](void* context, std::string_view key,
+                       const Value& value) { (*static_cast<See*>(context))(key, value); },
+                    &see);
+    }
+    void forEachNode(void (*see)(void*, std::string_view, const Value&), void* context);
+    void writeLasting(std::string_view key, bool exists, Node node);
+    // More would make look-ups slower than the merges that they spare are worth.
+    std::uint64_t mostRecent() const { return header_.entries / 8; }
+    void finishRecent();
+    void mergeRecent();
+    void writeHostFilter();
+    std::vector<std::string> checkStored();
 
     std::string path_;
     int lock_ = -1;
     MDB_env* environment_ = nullptr;
     MDB_txn* transaction_ = nullptr;
     Header header_;
+    bool hasRecent_ = false;
+    bool isDirect_ = false;  // changes lasting records
     std::uint64_t written_ = 0;
 };
 

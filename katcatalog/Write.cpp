@@ -86,9 +86,7 @@ void import(const Arguments& arguments) {
     Inputs inputs(arguments);
     std::vector<KnownList> memory;
     inputs.read(inputs.find(arguments.inputs, {}, arguments.category), &builder, &progress, &memory);
-    progress.begin("sorting");
-    builder.sort();
-    progress.begin("writing");
+    progress.begin("sorting and writing");
     Builder::Result result;
     std::string failure;
     // sync cannot tell what was left out.
@@ -131,6 +129,7 @@ void update(const Arguments& arguments) {
             sources[number].name = source.name;
             sources[number].lines = std::max(source.lines, place == before.end() ? 0 : place->second.lines);
         }
+        update->expectChanges(inputs.counts().read.entries + goneInputs.counts().read.entries);
         Builder::Item item;
         Builder::Result result;
         gone.sort();
@@ -246,11 +245,12 @@ std::vector<Change> compare(Update* update, Builder* wanted, const std::vector<P
     Entry before;
     Entry after;
     update->forEach([&](std::string_view key, const catalog::Value& value) {
-        while (more && item.key < key) {
+        int order = 1;
+        while (more && (order = item.key.compare(key)) < 0) {
             add();
             more = next();
         }
-        const bool named = more && item.key == key;
+        const bool named = more && order == 0;
         // Nearly all entries, if few lists have changed.
         if (!named && value.pairCount > 0 && (value.flags & catalog::isInstead) == 0) {
             bool isSame = true;
@@ -359,12 +359,13 @@ void sync(const Arguments& arguments) {
                      update->header().entries + counts.added - counts.removed);
         if (arguments.dryRun) return;
         progress.begin("writing");
-        // Remove first, so that the additions find free space.
+        update->expectChanges(changes.size());
         for (const Change& one : changes) {
-            if (one.erase) update->erase(one.key, hostOf(one.key));
-        }
-        for (const Change& one : changes) {
-            if (!one.erase) update->put(one.key, hostOf(one.key), one.entry);
+            if (one.erase) {
+                update->erase(one.key, hostOf(one.key));
+            } else {
+                update->put(one.key, hostOf(one.key), one.entry);
+            }
         }
         if (!isSame) putSources(update.get(), before, sources);
         putNames(update.get(), inputs, true);

@@ -24,7 +24,6 @@ protected:
 
     void write(Builder* builder, bool compact = false) {
         std::filesystem::remove(path);
-        builder->sort();
         std::string failure;
         ASSERT_TRUE(builder->write(path, compact, {{1, {"list", 7, 0}}}, {}, &result, &failure)) << failure;
     }

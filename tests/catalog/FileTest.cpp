@@ -30,17 +30,22 @@ protected:
         write(&builder);
     }
 
-    // Asks much of the file; what it answers does not matter. True if nothing was found to be damaged.
+    // Asks much of the file. True if nothing was found to be damaged; `covered` is then the number of URLs
+    // that entries cover.
     bool askAll(const std::shared_ptr<Catalog>& catalog) {
         auto reader = std::make_unique<Reader>(catalog);
         const auto answer = std::make_unique<Answer>();
         bool good = true;
+        covered = 0;
         Url url;
         for (unsigned i = 0; i < 400; ++i) {
             readUrl(i % 7 == 0 ? "203.0.113." + std::to_string(i % 256)
                                : "www.h" + std::to_string(i * 31) + ".example/p" + std::to_string(i) + "/x",
                     &url);
-            if (reader->classify(url, answer.get()) == Reader::done) continue;
+            if (reader->classify(url, answer.get()) == Reader::done) {
+                covered += answer->covered ? 1 : 0;
+                continue;
+            }
             good = false;
             reader = std::make_unique<Reader>(catalog);
         }
@@ -58,6 +63,8 @@ protected:
         }
         return askAll(catalog);
     }
+
+    unsigned covered = 0;
 };
 
 TEST_F(CatalogFileTest, whatIsNoCatalogueIsRefused) {
@@ -138,6 +145,24 @@ TEST_F(CatalogFileTest, damagedBytesAreSurvived) {
     }
     EXPECT_LT(rounds / 10, noticed);
     EXPECT_GT(rounds, noticed);
+}
+
+// A page that a disk has lost must not read as "not covered".
+TEST_F(CatalogFileTest, lostPagesAreNoticed) {
+    KATD_NEEDS_SYNCHRONOUS_SIGNALS;
+    build(3000);
+    const std::string whole = readFile(path);
+    ASSERT_TRUE(isGood(whole));
+    const unsigned all = covered;
+    unsigned noticed = 0;
+    for (std::size_t page = 0; page < whole.size(); page += 4096) {
+        if (isGood(std::string(whole).replace(page, 4096, 4096, '\0'))) {
+            EXPECT_EQ(all, covered) << page;
+        } else {
+            ++noticed;
+        }
+    }
+    EXPECT_LT(whole.size() / 4096 / 2, noticed);
 }
 
 TEST_F(CatalogFileTest, fileCutUnderAReaderIsNoticed) {

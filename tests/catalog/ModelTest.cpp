@@ -168,6 +168,22 @@ protected:
         return key;
     }
 
+    // Files of the format's version 1 have none.
+    void removeFilter() {
+        MDB_env* environment = nullptr;
+        MDB_txn* transaction = nullptr;
+        MDB_dbi records = 0;
+        char name = hostFilter;
+        MDB_val key{1, &name};
+        mdb_env_create(&environment);
+        mdb_env_open(environment, path.c_str(), MDB_NOSUBDIR | MDB_NOLOCK, 0644);
+        mdb_txn_begin(environment, nullptr, 0, &transaction);
+        mdb_dbi_open(transaction, nullptr, 0, &records);
+        EXPECT_EQ(0, mdb_del(transaction, records, &key, nullptr));
+        EXPECT_EQ(0, mdb_txn_commit(transaction));
+        mdb_env_close(environment);
+    }
+
     void build(const Model& model, bool compact) {
         Builder builder;
         for (const auto& [text, entry] : model) {
@@ -187,6 +203,7 @@ TEST_F(CatalogModelTest, builtCataloguesAnswerLikeTheModel) {
         for (unsigned n = seed % 3 == 0 ? 5 : 150; n > 0; --n)
             addTo(&model, &texts);
         build(model, seed % 2 == 0);
+        if (seed % 5 == 0) removeFilter();
         compare(model, &texts, 400);
         if (HasFatalFailure()) return;
     }
@@ -197,14 +214,15 @@ TEST_F(CatalogModelTest, changedCataloguesAnswerLikeTheModel) {
         SCOPED_TRACE(seed);
         Texts texts(seed);
         Model model;
-        for (unsigned n = seed % 60; n > 0; --n)
+        for (unsigned n = seed % 2 == 0 ? seed % 60 : 400; n > 0; --n)
             addTo(&model, &texts);
         build(model, false);
         for (unsigned round = 0; round < 6; ++round) {
             const auto update = openUpdate();
             const bool abandoned = texts.upTo(4) == 0;
             Model changed = model;
-            for (unsigned n = texts.upTo(60); n > 0; --n) {
+            // Many changes are merged, few stay recent.
+            for (unsigned n = texts.upTo(texts.upTo(1) == 0 ? 60 : 15); n > 0; --n) {
                 if (texts.upTo(2) > 0 || changed.empty()) {
                     const std::string key = addTo(&changed, &texts);
                     update->put(changed[key].url, changed[key].entry);
@@ -225,9 +243,8 @@ TEST_F(CatalogModelTest, changedCataloguesAnswerLikeTheModel) {
             compare(model, &texts, 300);
             if (HasFatalFailure()) return;
         }
-        Header header;
-        EXPECT_EQ(Reader::done, Reader(openCatalog()).header(&header));
-        EXPECT_EQ(model.size(), header.entries);
+        EXPECT_EQ(model.size(), openUpdate()->header().entries);
+        EXPECT_THAT(openUpdate()->check(), testing::IsEmpty());
     }
 }
 
