@@ -260,24 +260,31 @@ void Update::insert(std::string_view key, Node node) {
     if (hasBelow) changeBelow(key, true);
 }
 
-Update::Layer Update::readNode(std::string_view key, Node* node) {
-    if (hasRecent_ && readStored(withCase(key, true), node)) return recentLayer;
-    return readStored(key, node) ? lastingLayer : noLayer;
+Update::Known::Layer Update::readNode(std::string_view key, Node* node) {
+    if (hasRecent_ && readStored(withCase(key, true), node)) return Known::recent;
+    return readStored(key, node) ? Known::lasting : Known::nothing;
+}
+
+// Like the above, but reads only what the caller does not know and is needed.
+Update::Known::Layer Update::readNode(std::string_view key, const Known* known, Node* node) {
+    if (known == nullptr || known->layer == Known::recent || isDirect_) return readNode(key, node);
+    node->flags = known->flags;
+    return known->layer;
 }
 
 // Makes `node`, which was read from this layer, the record of the key. Without a flag that justifies it, the
 // record is gone.
-void Update::writeNode(std::string_view key, Layer layer, Node node) {
+void Update::writeNode(std::string_view key, Known::Layer layer, Node node) {
     if ((node.flags & (isEntry | hasPaths | hasPorts)) == 0) {
         node.flags = 0;
         node.pairs.clear();
     }
     if (isDirect_) {
-        writeLasting(key, layer == lastingLayer, std::move(node));
+        writeLasting(key, layer == Known::lasting, std::move(node));
         return;
     }
     const std::string recentKey = withCase(key, true);
-    if (layer == recentLayer) {
+    if (layer == Known::recent) {
         writeStored(recentKey, node);
     } else {
         insert(recentKey, std::move(node));
@@ -300,16 +307,16 @@ void Update::writeLasting(std::string_view key, bool exists, Node node) {
 // Changes the flags of a host that has, or had, paths.
 void Update::setHostFlags(std::string_view host, unsigned set, unsigned clear) {
     Node node;
-    const Layer layer = readNode(host, &node);
+    const Known::Layer layer = readNode(host, &node);
     const auto flags = static_cast<unsigned char>((node.flags | set) & ~clear);
-    if (layer == recentLayer && flags == node.flags) return;
+    if (layer == Known::recent && flags == node.flags) return;
     node.flags = flags;
     writeNode(host, layer, node);
 }
 
 bool Update::get(const std::string& key, Entry* entry) {
     Node node;
-    if (readNode(key, &node) == noLayer || (node.flags & isEntry) == 0) return false;
+    if (readNode(key, &node) == Known::nothing || (node.flags & isEntry) == 0) return false;
     entry->instead = (node.flags & isInstead) != 0;
     entry->pairs = node.pairs;
     return true;
@@ -325,11 +332,12 @@ unsigned char flagOf(std::string_view key, std::string_view host) {
 
 }  // namespace
 
-void Update::put(const std::string& key, const std::string& host, const Entry& entry) {
+void Update::put(const std::string& key, const std::string& host, const Entry& entry, const Known* known) {
     Node node;
-    const Layer layer = readNode(key, &node);
+    const Known::Layer layer = readNode(key, known, &node);
     const unsigned flags = isEntry | (entry.instead ? isInstead : 0U);
-    if ((node.flags & (isEntry | isInstead)) == flags && node.pairs == entry.pairs) return;
+    if (known == nullptr && (node.flags & (isEntry | isInstead)) == flags && node.pairs == entry.pairs)
+        return;
     if ((node.flags & isEntry) == 0) ++header_.entries;
     if (!host.empty()) setHostFlags(host, flagOf(key, host), 0);
     node.flags = static_cast<unsigned char>((node.flags & ~isInstead) | flags);
@@ -362,16 +370,17 @@ bool Update::hasBelow(std::string_view host, bool ports) {
             Cursor cursor(transaction_);
             for (bool more = cursor.seek(wanted); more && cursor.key().substr(0, wanted.size()) == wanted;
                  more = cursor.move(MDB_NEXT)) {
-                if (readNode(withCase(cursor.key(), false), &node) != noLayer && node.flags != 0) return true;
+                if (readNode(withCase(cursor.key(), false), &node) != Known::nothing && node.flags != 0)
+                    return true;
             }
         }
     }
     return false;
 }
 
-bool Update::erase(const std::string& key, const std::string& host) {
+bool Update::erase(const std::string& key, const std::string& host, const Known* known) {
     Node node;
-    const Layer layer = readNode(key, &node);
+    const Known::Layer layer = readNode(key, known, &node);
     if ((node.flags & isEntry) == 0) return false;
     --header_.entries;
     node.flags = static_cast<unsigned char>(node.flags & ~(isEntry | isInstead));
@@ -384,7 +393,7 @@ bool Update::erase(const std::string& key, const std::string& host) {
     return true;
 }
 
-void Update::forEachNode(void (*see)(void*, std::string_view, const Value&), void* context) {
+void Update::forEachRecord(void (*see)(void*, std::string_view, const Value&, bool), void* context) {
     Cursor cursor(transaction_);
     Cursor changes(transaction_);
     bool more = cursor.seek(std::string(1, hostRecord));
@@ -396,7 +405,7 @@ void Update::forEachNode(void (*see)(void*, std::string_view, const Value&), voi
         const std::string_view key = order < 0 ? cursor.key() : changed;
         const MDB_val& data = (order < 0 ? cursor : changes).data();
         if (!value.parse(data.mv_data, data.mv_size, key[0])) check(MDB_CORRUPTED);
-        if (value.flags != 0) see(context, key, value);
+        see(context, key, value, order >= 0);
         if (order <= 0) more = cursor.move(MDB_NEXT);
         if (order < 0) continue;
         moreChanges = changes.move(MDB_NEXT) && isRecent(changes.key());
@@ -454,7 +463,8 @@ std::vector<std::string> Update::checkStored() {
 std::vector<std::string> Update::check() {
     std::vector<std::string> problems = checkStored();
     std::uint64_t entries = 0;
-    const auto see = [&](std::string_view key, const Value& value) {
+    forEachRecord([&](std::string_view key, const Value& value, bool) {
+        if (value.flags == 0) return;
         const auto say = [&](const std::string& what) {
             if (problems.size() < maxProblems) problems.push_back("record " + keyText(key) + ": " + what);
         };
@@ -465,10 +475,9 @@ std::vector<std::string> Update::check() {
                 say("it is wrong about the paths below it");
         }
         Node host;
-        if (key[0] == pathRecord && (readNode(hostKeyOf(key), &host) == noLayer || host.flags == 0))
+        if (key[0] == pathRecord && (readNode(hostKeyOf(key), &host) == Known::nothing || host.flags == 0))
             say("its host has no record");
-    };
-    forEachNode(see);
+    });
     if (problems.empty() && entries != header_.entries) {
         problems.push_back("there are " + std::to_string(entries) + " entries, and the header says " +
                            std::to_string(header_.entries));

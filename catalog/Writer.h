@@ -130,13 +130,21 @@ public:
         std::string text;
     };
 
+    // What the file has for a key; the record may say that there is no entry.
+    struct Known {
+        enum Layer { nothing, lasting, recent } layer = nothing;
+        Flags flags = 0;
+    };
+
     // The entry with this key; false if there is none.
     bool get(const std::string& key, Entry* entry);
-    // Stores the entry. `key` and `host` are those of EntryKeys.
-    void put(const std::string& key, const std::string& host, const Entry& entry);
+    // Stores the entry. `key` and `host` are those of EntryKeys. `known`, from forEachRecord(), spares a
+    // search. Null means unknown, anything else that the entry differs.
+    void put(const std::string& key, const std::string& host, const Entry& entry,
+             const Known* known = nullptr);
     void put(const Url& url, const Entry& entry);
     // False if there was none.
-    bool erase(const std::string& key, const std::string& host);
+    bool erase(const std::string& key, const std::string& host, const Known* known = nullptr);
 
     Sources sources();
     void setSource(std::uint16_t number, const Source& source);
@@ -153,9 +161,17 @@ public:
     // Calls see(key, value) for all entries in the order of their keys.
     template <typename See>
     void forEach(See see) {
-        forEachNode([&see](std::string_view key, const Value& value) {
+        forEachRecord([&see](std::string_view key, const Value& value, bool) {
             if ((value.flags & isEntry) != 0) see(key, value);
         });
+    }
+    // Calls see(key, value, isRecent) for all records in the order of their keys, those that say that there
+    // is no entry included.
+    template <typename See>
+    void forEachRecord(See see) {
+        forEachRecord([](void* context, std::string_view key, const Value& value,
+                         bool isRecent) { (*static_cast<See*>(context))(key, value, isRecent); },
+                      &see);
     }
 
     // Checks all records. Returns one sentence for each error, at most a hundred.
@@ -185,18 +201,12 @@ private:
     void insert(std::string_view key, Node node);
     void changeBelow(std::string_view key, bool add);
     // These regard the recent record first. Keys are those of lasting records.
-    enum Layer { noLayer, lastingLayer, recentLayer };
-    Layer readNode(std::string_view key, Node* node);
-    void writeNode(std::string_view key, Layer layer, Node node);
+    Known::Layer readNode(std::string_view key, Node* node);
+    Known::Layer readNode(std::string_view key, const Known* known, Node* node);
+    void writeNode(std::string_view key, Known::Layer layer, Node node);
     void setHostFlags(std::string_view host, unsigned set, unsigned clear);
     bool hasBelow(std::string_view host, bool ports);
-    template <typename See>
-    void forEachNode(See see) {
-        forEachNode([](void* context, std::string_view key,
-                       const Value& value) { (*static_cast<See*>(context))(key, value); },
-                    &see);
-    }
-    void forEachNode(void (*see)(void*, std::string_view, const Value&), void* context);
+    void forEachRecord(void (*see)(void*, std::string_view, const Value&, bool), void* context);
     void writeLasting(std::string_view key, bool exists, Node node);
     // More would make look-ups slower than the merges that they spare are worth.
     std::uint64_t mostRecent() const { return header_.entries / 8; }

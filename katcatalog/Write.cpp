@@ -214,6 +214,7 @@ struct Change {
     std::string key;
     bool erase;
     Entry entry;
+    Update::Known known;
 };
 
 // What makes the catalogue's entries equal to those of the lists: the pairs of sources that stay, and
@@ -233,24 +234,29 @@ std::vector<Change> compare(Update* update, Builder* wanted, const std::vector<P
         }
         return false;
     };
+    bool more = false;
     const auto isBefore = [&](const Pair& a, const Pair& b) {
         return places[a.source].position < places[b.source].position;
     };
-    const auto add = [&] {
+    const auto add = [&](const Update::Known& known) {
         changes.push_back(
-            {std::string(item.key), false, Entry{(item.flags & catalog::isInstead) != 0, item.pairs}});
+            {std::string(item.key), false, Entry{(item.flags & catalog::isInstead) != 0, item.pairs}, known});
         ++counts->added;
+        more = next();
     };
-    bool more = next();
     Entry before;
     Entry after;
-    update->forEach([&](std::string_view key, const catalog::Value& value) {
+    more = next();
+    update->forEachRecord([&](std::string_view key, const catalog::Value& value, bool isRecent) {
         int order = 1;
-        while (more && (order = item.key.compare(key)) < 0) {
-            add();
-            more = next();
-        }
+        while (more && (order = item.key.compare(key)) < 0)
+            add({});
         const bool named = more && order == 0;
+        const Update::Known known{isRecent ? Update::Known::recent : Update::Known::lasting, value.flags};
+        if ((value.flags & catalog::isEntry) == 0) {
+            if (named) add(known);
+            return;
+        }
         // Nearly all entries, if few lists have changed.
         if (!named && value.pairCount > 0 && (value.flags & catalog::isInstead) == 0) {
             bool isSame = true;
@@ -279,16 +285,16 @@ std::vector<Change> compare(Update* update, Builder* wanted, const std::vector<P
                 ++entries[pair.source];
         }
         if (!named && after.pairs.empty()) {
-            changes.push_back({std::string(key), true, {}});
+            changes.push_back({std::string(key), true, {}, known});
             ++counts->removed;
         } else if (!(before == after)) {
-            changes.push_back({std::string(key), false, after});
+            changes.push_back({std::string(key), false, after, known});
             ++counts->changed;
         }
         if (named) more = next();
     });
-    for (; more; more = next())
-        add();
+    while (more)
+        add({});
     for (auto& [number, source] : *sources)
         source.entries += entries[number];
     *isComplete = result.dropped == 0;
@@ -362,9 +368,9 @@ void sync(const Arguments& arguments) {
         update->expectChanges(changes.size());
         for (const Change& one : changes) {
             if (one.erase) {
-                update->erase(one.key, hostOf(one.key));
+                update->erase(one.key, hostOf(one.key), &one.known);
             } else {
-                update->put(one.key, hostOf(one.key), one.entry);
+                update->put(one.key, hostOf(one.key), one.entry, &one.known);
             }
         }
         if (!isSame) putSources(update.get(), before, sources);
