@@ -90,6 +90,8 @@ public:
         key_ = {key.size(), const_cast<char*>(key.data())};
         return mdb_cursor_get(cursor_, &key_, &data_, MDB_SET_RANGE) == 0;
     }
+    // Moves to the last record whose key is less; false if there is none.
+    bool seekBefore(std::string_view key) { return move(seek(key) ? MDB_PREV : MDB_LAST); }
     // Moves to the first recent record.
     bool seekRecent() { return seek(std::string(1, hostRecord & ~recordCase)) && isRecent(key()); }
     bool move(MDB_cursor_op how) { return mdb_cursor_get(cursor_, &key_, &data_, how) == 0; }
@@ -236,9 +238,8 @@ void Update::insert(std::string_view key, Node node) {
     node.ancestors.clear();
     {
         Cursor cursor(transaction_);
-        const bool hasNext = cursor.seek(key);
-        hasBelow = hasNext && isAncestor(key, cursor.key());
-        if ((hasNext ? cursor.move(MDB_PREV) : cursor.move(MDB_LAST)) && cursor.key()[0] == key[0]) {
+        hasBelow = cursor.seek(key) && isAncestor(key, cursor.key());
+        if (cursor.seekBefore(key) && cursor.key()[0] == key[0]) {
             Value neighbour;
             if (!neighbour.parse(cursor.data().mv_data, cursor.data().mv_size, key[0])) check(MDB_CORRUPTED);
             std::string ancestor;
@@ -387,8 +388,8 @@ bool Update::erase(const std::string& key, const std::string& host, const Known*
     node.pairs.clear();
     writeNode(key, layer, std::move(node));
     if (!host.empty()) {
-        const unsigned flag = flagOf(key, host);
-        setHostFlags(host, 0, hasBelow(host, flag == hasPorts) ? 0 : flag);
+        setHostFlags(host, 0, 0);
+        lostPaths_.insert(host);
     }
     return true;
 }
@@ -622,6 +623,9 @@ void Update::writeHostFilter() {
 }
 
 void Update::commit() {
+    for (const std::string& host : lostPaths_)
+        setHostFlags(host, 0,
+                     (hasBelow(host, false) ? 0U : hasPaths) | (hasBelow(host, true) ? 0U : hasPorts));
     if (hasRecent_) finishRecent();
     if (isDirect_) writeHostFilter();
     header_.changed = static_cast<std::uint64_t>(std::time(nullptr));

@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -222,6 +223,9 @@ private:
     Header header_;
     bool hasRecent_ = false;
     bool isDirect_ = false;  // changes lasting records
+    // Hosts that may have no paths any more. commit() finds out once for each: it may have to pass many that
+    // are gone.
+    std::set<std::string> lostPaths_;
     std::uint64_t written_ = 0;
 };
 

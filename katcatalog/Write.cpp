@@ -365,6 +365,7 @@ void sync(const Arguments& arguments) {
                      update->header().entries + counts.added - counts.removed);
         if (arguments.dryRun) return;
         progress.begin("writing");
+        // In the order of the keys: what was known of a host is void once one of its paths has been written.
         update->expectChanges(changes.size());
         for (const Change& one : changes) {
             if (one.erase) {
