@@ -14,7 +14,6 @@ namespace catalog {
 
 namespace {
 
-constexpr std::size_t blockSize = 4U << 20U;
 constexpr std::uint64_t recordsPerCommit = 1000000;
 
 // The header of an addition; its key follows.
@@ -32,28 +31,66 @@ struct Addition {
     }
 };
 constexpr std::size_t additionSize = sizeof(Addition);
-// Additions are in memory in the order of their arrival. Sorted access is random, so they are prefetched.
-constexpr std::ptrdiff_t ahead = 16;
-constexpr std::ptrdiff_t few = 64;  // to sort by comparisons
+
+Addition additionOf(const char* data) {
+    Addition result;
+    std::memcpy(&result, data, additionSize);
+    return result;
+}
+
+std::string_view keyOf(const char* data) {
+    return {data + additionSize, additionOf(data).keySize};
+}
+
+// Where an addition is looked at, a later one is prefetched.
+constexpr std::size_t ahead = 16;
+constexpr std::size_t fewAdditions = 64U << 10U;  // bytes that are sorted without dividing them before
+constexpr std::size_t deepest = 64;               // bytes of a key that divide
 
 }  // namespace
 
-// `chunk` holds eight bytes of the key, so that most comparisons need not dereference `data`.
-struct Builder::Record {
+// Additions whose keys begin alike, one behind the other. As soon as they are too many for a processor's
+// cache, they are divided by the next byte of their keys, so that sorting never looks at memory far away.
+struct Builder::Node {
+    std::string additions;
+    std::unique_ptr<Node[]> children;  // if they were divided; the first one has the keys that end here
+
+    bool isEmpty() const { return additions.empty() && !children; }
+    // The one for a key. REQUIRES: there are children, and the key has at least `depth` bytes.
+    Node& child(std::string_view key, std::size_t depth) const {
+        return children[depth < key.size() ? 1U + static_cast<unsigned char>(key[depth]) : 0U];
+    }
+    static constexpr std::size_t childCount = 257;
+
+    template <typename See>
+    void forEach(See see) const {
+        for (std::size_t at = 0; at < additions.size();) {
+            const char* const data = additions.data() + at;
+            see(data);
+            at += additionSize + keyOf(data).size();
+        }
+    }
+    // `depth` is the number of bytes in which the keys are alike.
+    void divide(std::size_t depth) {
+        children.reset(new Node[childCount]);
+        forEach([&](const char* data) {
+            const std::string_view key = keyOf(data);
+            child(key, depth).additions.append(data, additionSize + key.size());
+        });
+        std::string().swap(additions);
+    }
+};
+
+namespace {
+
+// `chunk` holds the eight bytes of the key in which it may differ from others, so that most comparisons need
+// nothing else.
+struct Sortable {
     std::uint64_t chunk;
     const char* data;
 
-    Addition addition() const {
-        Addition result;
-        std::memcpy(&result, data, additionSize);
-        return result;
-    }
-    std::string_view key() const {
-        const Addition head = addition();
-        return {data + additionSize, head.keySize};
-    }
-    void load(std::size_t depth) {
-        const std::string_view text = key();
+    Sortable(const char* addition, std::size_t depth) : data(addition) {
+        const std::string_view text = keyOf(addition);
         unsigned char bytes[8] = {};
         if (depth + 8 <= text.size()) {
             std::memcpy(bytes, text.data() + depth, 8);
@@ -63,63 +100,18 @@ struct Builder::Record {
         std::memcpy(&chunk, bytes, 8);
         chunk = be64toh(chunk);
     }
-    static bool less(const Record& a, const Record& b) {
-        const int order = a.key().compare(b.key());
-        return order != 0 ? order < 0 : a.addition().isBefore(b.addition());
-    }
-    // Sorts by the chunk's bits below `shift` + 8: first by their highest byte, then within each of its
-    // values.
-    static void sortChunks(Record* begin, Record* end, unsigned shift) {
-        if (end - begin <= few) {
-            std::sort(begin, end, [](const Record& a, const Record& b) { return a.chunk < b.chunk; });
-            return;
-        }
-        const auto byteOf = [shift](const Record& record) { return record.chunk >> shift & 255U; };
-        std::ptrdiff_t counts[256] = {};
-        for (const Record* record = begin; record != end; ++record)
-            ++counts[byteOf(*record)];
-        Record* places[256];
-        Record* ends[256];
-        Record* place = begin;
-        for (unsigned byte = 0; byte < 256; ++byte) {
-            places[byte] = place;
-            ends[byte] = place += counts[byte];
-        }
-        for (unsigned byte = 0; byte < 256; ++byte) {
-            while (places[byte] != ends[byte]) {
-                Record moved = *places[byte];
-                for (std::uint64_t to = byteOf(moved); to != byte; to = byteOf(moved))
-                    std::swap(moved, *places[to]++);
-                *places[byte]++ = moved;
-            }
-            if (shift > 0 && counts[byte] > 1) sortChunks(ends[byte] - counts[byte], ends[byte], shift - 8);
-        }
-    }
-    // Sorts those that have the same chunk as the first one, which is at `depth` of the key; returns their
-    // end.
-    static Record* sortGroup(Record* begin, Record* end, std::size_t depth) {
-        Record* const next =
-            std::find_if(begin, end, [&](const Record& r) { return r.chunk != begin->chunk; });
-        if (next - begin == 1) return next;
-        bool ended = next - begin <= 8;
-        for (Record* record = begin; record != next; ++record) {
-            if (next - record > ahead) __builtin_prefetch(record[ahead].data);
-            ended = ended || record->addition().keySize <= depth + 8;
-            record->load(depth + 8);
-        }
-        // A key that ends within its chunk may have the same chunk as a longer one.
-        if (ended) {
-            std::sort(begin, next, less);
-        } else {
-            sortChunks(begin, next, 56);
-            while (begin != next)
-                begin = sortGroup(begin, next, depth + 8);
-        }
-        return next;
+    bool operator<(const Sortable& other) const {
+        if (chunk != other.chunk) return chunk < other.chunk;
+        const int order = keyOf(data).compare(keyOf(other.data));
+        return order != 0 ? order < 0 : additionOf(data).isBefore(additionOf(other.data));
     }
 };
 
-Builder::Builder() = default;
+}  // namespace
+
+Builder::Builder() {
+    roots_.push_back(std::make_unique<Node>());
+}
 
 Builder::~Builder() {
     joinSorter();
@@ -179,17 +171,11 @@ void Builder::addRecord(std::string_view key, unsigned category, std::uint16_t s
 
 void Builder::addRecord(char record, std::string_view rest, unsigned category, std::uint16_t source,
                         unsigned char flags) {
+    char data[additionSize + maxKey];
     const std::size_t keySize = 1 + rest.size();
-    const std::size_t size = additionSize + keySize;
-    if (blocks_.empty() || used_ + size > blockSize) {
-        blocks_.emplace_back(new char[blockSize]);
-        used_ = 0;
-    }
-    char* const data = blocks_.back().get() + used_;
-    used_ += size;
     Addition head{};
     head.position = position_;
-    head.sequence = static_cast<std::uint32_t>(records_.size());
+    head.sequence = static_cast<std::uint32_t>(count_++);
     head.categoryAndFlags = category << 8U | flags;
     head.source = source;
     head.keySize = static_cast<std::uint16_t>(keySize);
@@ -197,56 +183,90 @@ void Builder::addRecord(char record, std::string_view rest, unsigned category, s
     data[additionSize] = record;
     std::memcpy(data + additionSize + 1, rest.data(), rest.size());
     keyBytes_ += keySize;
-    if (record == hostRecord) hosts_.push_back(HostHash::of(rest));
-    Record added{0, data};
-    added.load(0);
-    records_.push_back(added);
+    if (record == hostRecord) ++hostCount_;
+
+    const std::string_view key(data + additionSize, keySize);
+    Node* node = roots_.front().get();
+    std::size_t depth = 0;
+    for (; node->children; ++depth)
+        node = &node->child(key, depth);
+    node->additions.append(data, additionSize + keySize);
+    if (node->additions.size() > fewAdditions && depth < std::min(deepest, keySize)) node->divide(depth);
 }
 
 void Builder::take(Builder* other) {
-    // The last block is the one that addRecord() fills.
-    blocks_.insert(blocks_.begin(), std::make_move_iterator(other->blocks_.begin()),
-                   std::make_move_iterator(other->blocks_.end()));
-    if (used_ == 0) used_ = blockSize;
-    records_.insert(records_.end(), other->records_.begin(), other->records_.end());
-    hosts_.insert(hosts_.end(), other->hosts_.begin(), other->hosts_.end());
+    std::move(other->roots_.begin(), other->roots_.end(), std::back_inserter(roots_));
+    count_ += other->count_;
+    hostCount_ += other->hostCount_;
     keyBytes_ += other->keyBytes_;
-    other->blocks_.clear();
-    other->records_.clear();
-    other->hosts_.clear();
+    other->roots_.clear();
+    other->roots_.push_back(std::make_unique<Node>());
+    other->count_ = 0;
+    other->hostCount_ = 0;
     other->keyBytes_ = 0;
 }
 
 void Builder::sort() {
     rewind();
     usable_ = sorted_ = 0;
+    order_.reset(new const char*[count_]);
+    const auto sortAll = [this] {
+        std::vector<Node*> roots;
+        for (const auto& root : roots_)
+            roots.push_back(root.get());
+        std::size_t done = 0;
+        sortNodes(roots, 0, &done);
+        tellSorted(done);
+    };
     try {
-        sorter_ = std::thread([this] { sortRecords(); });
+        sorter_ = std::thread(sortAll);
     } catch (const std::system_error&) {
-        sortRecords();
+        sortAll();
     }
 }
 
-void Builder::sortRecords() {
-    constexpr std::ptrdiff_t step = 65536;  // records that are worth a message to the other thread
-    Record* const begin = records_.data();
-    Record* const end = begin + records_.size();
-    Record::sortChunks(begin, end, 56);
-    Record* told = begin;
-    for (Record* group = begin; group != end;) {
-        group = Record::sortGroup(group, end, 0);
-        if (group - told < step && group != end) continue;
-        told = group;
-        const std::lock_guard<std::mutex> guard(sortedMutex_);
-        sorted_ = static_cast<std::size_t>(group - begin);
-        sortedMore_.notify_one();
+// Puts the additions of nodes whose keys have the same first `depth` bytes in order behind the `done` first
+// ones.
+void Builder::sortNodes(const std::vector<Node*>& nodes, std::size_t depth, std::size_t* done) {
+    const auto isDivided = [](const Node* node) { return node->children != nullptr; };
+    if (std::none_of(nodes.begin(), nodes.end(), isDivided)) return sortAdditions(nodes, depth, done);
+    for (Node* const node : nodes) {
+        if (!isDivided(node)) node->divide(depth);
     }
-    // The other thread still has to write most of them.
-    if (filter_) filter_->add(hosts_);
+    std::vector<Node*> children;
+    for (std::size_t i = 0; i < Node::childCount; ++i) {
+        children.clear();
+        for (const Node* const node : nodes) {
+            if (!node->children[i].isEmpty()) children.push_back(&node->children[i]);
+        }
+        if (!children.empty()) sortNodes(children, depth + 1, done);
+    }
+}
+
+void Builder::sortAdditions(const std::vector<Node*>& nodes, std::size_t depth, std::size_t* done) {
+    constexpr std::size_t step = 16384;  // additions that are worth a message to the other thread
+    std::vector<Sortable> sortables;
+    for (const Node* const node : nodes)
+        node->forEach([&](const char* data) { sortables.emplace_back(data, depth); });
+    std::sort(sortables.begin(), sortables.end());
+    std::vector<std::uint32_t> hosts;  // their hashes
+    for (const Sortable& sortable : sortables) {
+        order_[(*done)++] = sortable.data;
+        const std::string_view key = keyOf(sortable.data);
+        if (filter_ && key[0] == hostRecord) hosts.push_back(HostHash::of(key.substr(1)));
+    }
+    if (filter_) filter_->add(hosts);
+    if (*done - sorted_ >= step) tellSorted(*done);
+}
+
+void Builder::tellSorted(std::size_t count) {
+    const std::lock_guard<std::mutex> guard(sortedMutex_);
+    sorted_ = count;
+    sortedMore_.notify_one();
 }
 
 bool Builder::next(Item* item, Result* result) {
-    if (next_ == records_.size()) {
+    if (next_ == count_) {
         // The caller may want to be alone now, to block signals for instance.
         joinSorter();
         return false;
@@ -256,14 +276,13 @@ bool Builder::next(Item* item, Result* result) {
         sortedMore_.wait(lock, [this] { return sorted_ > usable_; });
         usable_ = sorted_;
     }
-    item->key = records_[next_].key();
+    item->key = keyOf(order_[next_]);
     item->flags = 0;
     item->pairs.clear();
-    // All additions with one key are in one group.
-    for (; next_ < usable_ && records_[next_].key() == item->key; ++next_) {
-        if (usable_ - next_ > static_cast<std::size_t>(ahead))
-            __builtin_prefetch(records_[next_ + ahead].data);
-        const Addition head = records_[next_].addition();
+    // All additions with one key are sorted together.
+    for (; next_ < usable_ && keyOf(order_[next_]) == item->key; ++next_) {
+        if (usable_ - next_ > ahead) __builtin_prefetch(order_[next_ + ahead]);
+        const Addition head = additionOf(order_[next_]);
         const bool had = (item->flags & head.flags()) == head.flags();
         item->flags = static_cast<unsigned char>(item->flags | head.flags());
         if ((head.flags() & isEntry) == 0) continue;
@@ -407,7 +426,7 @@ bool syncFile(const std::string& path) {
 
 bool Builder::write(const std::string& path, bool compact, const Sources& sources, const CategoryNames& names,
                     Result* result, std::string* failure, const std::string& memory) {
-    const std::uint64_t bytes = keyBytes_ + 32U * records_.size();
+    const std::uint64_t bytes = keyBytes_ + 32U * count_;
     const std::uint64_t slack = sizeof(void*) == 4 ? bytes / 4 + (16U << 20U) : 3 * bytes + (256U << 20U);
     *result = Result();
     try {
@@ -415,7 +434,7 @@ bool Builder::write(const std::string& path, bool compact, const Sources& source
         Ancestors ancestors;
         Item item;
         std::vector<std::uint64_t> bySource(65536);
-        filter_.emplace(hosts_.size());
+        filter_.emplace(hostCount_);
         sort();
         while (next(&item, result)) {
             ancestors.descend(item.key);

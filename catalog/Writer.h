@@ -88,20 +88,22 @@ public:
     void rewind() { next_ = 0; }
 
 private:
-    struct Record;
+    struct Node;
 
     void addRecord(std::string_view key, unsigned category, std::uint16_t source, unsigned char flags);
     // The same for a key in two pieces.
     void addRecord(char record, std::string_view rest, unsigned category, std::uint16_t source,
                    unsigned char flags);
-    void sortRecords();
+    void sortNodes(const std::vector<Node*>& nodes, std::size_t depth, std::size_t* done);
+    void sortAdditions(const std::vector<Node*>& nodes, std::size_t depth, std::size_t* done);
+    void tellSorted(std::size_t count);
     void joinSorter();
 
-    std::vector<std::unique_ptr<char[]>> blocks_;
-    std::size_t used_ = 0;  // bytes in use of the last block
+    std::vector<std::unique_ptr<Node>> roots_;  // add() uses the first one; the others are those of take()
+    std::size_t count_ = 0;                     // additions
     std::uint64_t keyBytes_ = 0;
-    std::vector<Record> records_;
-    std::vector<std::uint32_t> hosts_;       // the hashes of all hosts
+    std::uint64_t hostCount_ = 0;            // additions of hosts
+    std::unique_ptr<const char*[]> order_;   // all additions in order
     std::optional<HostFilterWords> filter_;  // for write(); complete when next() has returned false
     std::uint32_t position_ = 0;             // of the list at hand
     std::size_t next_ = 0;                   // what next() returns
@@ -110,7 +112,7 @@ private:
     std::thread sorter_;
     std::mutex sortedMutex_;
     std::condition_variable sortedMore_;
-    std::size_t sorted_ = 0;  // records that are in their final order; guarded by sortedMutex_
+    std::size_t sorted_ = 0;  // entries of order_ that are final; guarded by sortedMutex_
     std::size_t usable_ = 0;  // the value of sorted_ that next() knows
 };
 

@@ -86,20 +86,23 @@ TEST_F(CatalogFileTest, whatIsNoCatalogueIsRefused) {
     EXPECT_NE(failure.npos, failure.find("not a catalogue, of another version, or damaged")) << failure;
 }
 
-// A second thread sorts meanwhile.
+// A second thread sorts meanwhile, what one Builder has divided and another one has not.
 TEST(Builder, manyAreInOrderWhileTheyAreTaken) {
     std::map<std::string, std::vector<Pair>> expected;
     Builder builder;
+    Builder later;
+    later.beginList(1);
     std::mt19937 random(1);
     Url url;
     for (unsigned i = 0; i < 60000; ++i) {
         const std::string name = std::to_string(random() % 30000);
         readEntry(i % 2 == 0 ? name + ".net" : "x" + name + ".common.org", &url);
         const Pair pair{1, static_cast<std::uint16_t>(i % 5)};
-        builder.add(url, pair.category, pair.source);
+        (i < 59000 ? builder : later).add(url, pair.category, pair.source);
         auto& pairs = expected[hostKey(url)];
         if (std::find(pairs.begin(), pairs.end(), pair) == pairs.end()) pairs.push_back(pair);
     }
+    builder.take(&later);
     builder.sort();
     Builder::Item item;
     Builder::Result result;
