@@ -29,8 +29,8 @@ using tools::Json;
 
 constexpr const char* serviceHome = "/var/lib/katd";
 
-constexpr const char* usage = "Usage: katc why [--categories FILE] [--json] [--] URL...\n";
-constexpr const char* footer =
+constexpr const char* whyUsage = "Usage: katc why [--categories FILE] [--json] [--] URL...\n";
+constexpr const char* whyFooter =
     "Looks each URL up in the list files that katd's settings name, as katd does: the\n"
     "settings are in KATD_DIR or, without that variable, in /var/lib/katd. For a URL that\n"
     "is in no list, prints what katcatalog find says of the catalogue, if it is readable.\n"
@@ -122,8 +122,8 @@ ExitStatus whyMain(int argc, const char* const* argv) {
     std::string namesFile;
     std::vector<std::string> urls;
     tools::CommandLine line("katc why", KATC_VERSION, "Says how katd comes to its answers.");
-    line.setUsage(usage);
-    line.setFooter(footer);
+    line.setUsage(whyUsage);
+    line.setFooter(whyFooter);
     line.text("--categories", "FILE", &namesFile, "Names of categories: a file of lines name = number");
     bool asJson = false;
     line.flag("--json", &asJson, "Print one JSON object a URL");

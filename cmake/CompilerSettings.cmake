@@ -72,3 +72,8 @@ add_library(katd_warnings INTERFACE)
 target_compile_options(katd_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
+# Sources that are compiled together have more names in common than they should.
+if(CMAKE_UNITY_BUILD)
+    target_compile_options(katd_warnings INTERFACE
+        -Wno-shadow -Wno-unused-function $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+endif()

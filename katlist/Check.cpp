@@ -19,7 +19,7 @@ namespace {
 constexpr std::size_t headerLimit = 1023;  // bytes that katd reads of the first line
 constexpr std::size_t itemStart = 4;       // offset in an item line, after the category and the bar
 constexpr std::int64_t spareBytes = 3;     // of katd's buffer, beyond the size in the first line
-constexpr std::int64_t sizeLimit = std::numeric_limits<std::int32_t>::max() - spareBytes;
+constexpr std::int64_t headerSizeLimit = std::numeric_limits<std::int32_t>::max() - spareBytes;
 
 std::string numbered(std::uint64_t line) {
     return "line " + std::to_string(line);
@@ -129,11 +129,11 @@ void Checker::checkHeader(char* line, std::size_t length) {
         headerCount_ = Utils::toInt32(line);
         headerSize_ = Utils::toInt32(bar + 1);
     }
-    headerIsGood_ = headerCount_ >= 1 && headerSize_ >= 1 && headerSize_ <= sizeLimit;
+    headerIsGood_ = headerCount_ >= 1 && headerSize_ >= 1 && headerSize_ <= headerSizeLimit;
     const std::string canonical = std::to_string(headerCount_) + "|" + std::to_string(headerSize_);
     if (!headerIsGood_) {
         find(1, "the first line is not \"number of items|bytes\", both at least 1, the bytes at most " +
-                    std::to_string(sizeLimit) + ", but " + bracketed(line) + ": katd refuses the file");
+                    std::to_string(headerSizeLimit) + ", but " + bracketed(line) + ": katd refuses the file");
     } else if (canonical != line) {
         find(1, "the first line has other characters than the two numbers: katd reads " + bracketed(line) +
                     " as " + canonical);

@@ -8,7 +8,7 @@ namespace asapsdk {
 
 namespace {
 
-constexpr std::string_view blanks = " \t\r\n";
+constexpr std::string_view whitespace = " \t\r\n";
 constexpr std::string_view hexDigits = "0123456789abcdef";
 
 char toLower(char c) {
@@ -34,9 +34,9 @@ bool parse(std::string_view text, Number* number) {
 }  // namespace
 
 std::string normalisedUrl(std::string_view url) {
-    const auto first = url.find_first_not_of(blanks);
+    const auto first = url.find_first_not_of(whitespace);
     if (first == url.npos) return {};
-    url = url.substr(first, url.find_last_not_of(blanks) - first + 1);
+    url = url.substr(first, url.find_last_not_of(whitespace) - first + 1);
     for (const std::string_view scheme : {"http://", "https://", "ftp://"}) {
         if (startsWith(url, scheme)) {
             url.remove_prefix(scheme.size());
