@@ -45,7 +45,7 @@ constexpr std::uint16_t metaFlag = 8;
 
 enum class MetaState { good, foreign, cut };
 
-MetaState examineMeta(int fd, std::uint64_t fileSize) {
+MetaState examineMeta(int fd) {
     MetaPage meta{};
     std::uint32_t pageSize = 0;
     for (unsigned i = 0; i < 2; ++i) {
@@ -57,7 +57,6 @@ MetaState examineMeta(int fd, std::uint64_t fileSize) {
                           (freeList.pageSize & (freeList.pageSize - 1)) == 0 && meta.databases[1].flags == 0;
         if (!sane || (i == 1 && freeList.pageSize != pageSize)) return MetaState::foreign;
         pageSize = freeList.pageSize;
-        if (meta.lastPage >= fileSize / pageSize) return MetaState::cut;
     }
     return MetaState::good;
 }
@@ -81,6 +80,8 @@ struct Opening {
     MDB_txn* transaction;
     std::uintptr_t mapping;
     std::size_t pageSize;
+    std::size_t mappedSize;
+    bool isCut;
 };
 
 // The head of a page of LMDB.
@@ -89,6 +90,31 @@ struct PageHead {
     std::uint16_t unused;
     std::uint16_t flags;
 };
+
+// Whether the file lacks a page that is in use. LMDB does not write those that a transaction has both added
+// at the end of the file and freed.
+bool lacksPages(MDB_env* environment, MDB_txn* transaction, std::size_t lastPage, std::size_t pageSize) {
+    int fd = -1;
+    struct stat state {};
+    if (mdb_env_get_fd(environment, &fd) != 0 || fstat(fd, &state) != 0) return true;
+    const auto pages = static_cast<std::size_t>(static_cast<std::uint64_t>(state.st_size) / pageSize);
+    if (lastPage < pages) return false;
+    std::size_t missing = lastPage - pages + 1;
+    constexpr MDB_dbi freePages = 0;  // each record has a count of numbers, and the numbers
+    MDB_cursor* cursor = nullptr;
+    if (mdb_cursor_open(transaction, freePages, &cursor) != 0) return true;
+    MDB_val key;
+    MDB_val data;
+    while (missing > 0 && mdb_cursor_get(cursor, &key, &data, MDB_NEXT) == 0) {
+        for (std::size_t i = sizeof(std::size_t); i + sizeof i <= data.mv_size && missing > 0; i += sizeof i) {
+            std::size_t number = 0;
+            std::memcpy(&number, static_cast<const char*>(data.mv_data) + i, sizeof number);
+            if (number >= pages) --missing;
+        }
+    }
+    mdb_cursor_close(cursor);
+    return missing > 0;
+}
 
 void openBody(void* context) {
     auto* const opening = static_cast<Opening*>(context);
@@ -100,14 +126,21 @@ void openBody(void* context) {
     MDB_dbi records = 0;
     opening->error = mdb_dbi_open(opening->transaction, nullptr, 0, &records);
     if (opening->error != 0) return;
+    MDB_envinfo info;
+    MDB_stat stat;
+    mdb_env_info(opening->environment, &info);
+    mdb_env_stat(opening->environment, &stat);
+    opening->mappedSize = info.me_mapsize;
+    opening->pageSize = stat.ms_psize;
+    opening->isCut = true;  // if the section ends here
+    opening->isCut =
+        lacksPages(opening->environment, opening->transaction, info.me_last_pgno, stat.ms_psize);
+    if (opening->isCut) return;
     // LMDB does not say where it has mapped the file; a page knows its number.
     const char name = headerRecord;
     MDB_val key{1, const_cast<char*>(&name)};
     MDB_val header;
-    MDB_stat stat;
     if (mdb_get(opening->transaction, records, &key, &header) != 0) return;
-    mdb_env_stat(opening->environment, &stat);
-    opening->pageSize = stat.ms_psize;
     const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(header.mv_data);
     const std::uintptr_t page = address - address % opening->pageSize;
     opening->mapping = page - reinterpret_cast<const PageHead*>(page)->number * opening->pageSize;
@@ -130,31 +163,30 @@ std::shared_ptr<Catalog> Catalog::open(const std::string& path, std::string* fai
     struct stat state {};
     MetaState meta = MetaState::foreign;
     const bool regular = fstat(fd, &state) == 0 && S_ISREG(state.st_mode);
-    // The second attempt is for a commit that extended the file after its size was read.
-    for (int attempt = 0; regular && attempt < 2 && meta != MetaState::good; ++attempt) {
-        fstat(fd, &state);
-        meta = examineMeta(fd, static_cast<std::uint64_t>(state.st_size));
-    }
+    if (regular) meta = examineMeta(fd);
     close(fd);
     if (!regular) return fail("not a regular file");
     if (meta == MetaState::foreign)
         return fail(std::string("not a catalogue of this machine's word size") + recreate);
-    if (meta == MetaState::cut) return fail(std::string("the file is cut") + recreate);
+    const std::string cut = std::string("the file is cut") + recreate;
+    if (meta == MetaState::cut) return fail(cut);
 
     std::shared_ptr<Catalog> result(new Catalog);
     result->path_ = path;
     result->device_ = state.st_dev;
     result->inode_ = state.st_ino;
-    result->mappedSize_ = mappingFor(static_cast<std::uint64_t>(state.st_size));
+    const std::uint64_t mapSize = mappingFor(static_cast<std::uint64_t>(state.st_size));
     if (mdb_env_create(&result->environment_) != 0) return fail("out of memory");
     mdb_env_set_assert(result->environment_, [](MDB_env*, const char*) { endGuarded(); });
-    mdb_env_set_mapsize(result->environment_, static_cast<std::size_t>(result->mappedSize_));
-    Opening opening{result->environment_, path.c_str(), 0, nullptr, 0, 1};
+    mdb_env_set_mapsize(result->environment_, static_cast<std::size_t>(mapSize));
+    Opening opening{result->environment_, path.c_str(), 0, nullptr, 0, 1, 0, false};
     const bool ran = runGuarded(openBody, &opening);
+    if (opening.isCut) return fail(cut);
     if (!ran) return fail(std::string("the file is damaged") + recreate);
     if (opening.transaction != nullptr) mdb_txn_abort(opening.transaction);
     if (opening.error != 0) return fail(mdb_strerror(opening.error));
     result->mapping_ = opening.mapping;
+    result->mappedSize_ = opening.mappedSize;
     result->pageSize_ = opening.pageSize;
     Header header;
     Reader reader(result);

@@ -222,8 +222,10 @@ TEST_F(CatalogModelTest, changedCataloguesAnswerLikeTheModel) {
             const bool abandoned = texts.upTo(4) == 0;
             Model changed = model;
             // Many changes are merged, few stay recent.
-            for (unsigned n = texts.upTo(texts.upTo(1) == 0 ? 60 : 15); n > 0; --n) {
-                if (texts.upTo(2) > 0 || changed.empty()) {
+            const bool clears = texts.upTo(9) == 0;
+            for (std::size_t n = clears ? changed.size() : texts.upTo(texts.upTo(1) == 0 ? 60 : 15); n > 0;
+                 --n) {
+                if (!clears && (texts.upTo(2) > 0 || changed.empty())) {
                     const std::string key = addTo(&changed, &texts);
                     update->put(changed[key].url, changed[key].entry);
                 } else {
