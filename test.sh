@@ -93,7 +93,7 @@ run_preset() {
             libraries=$(scripts/libraries32.sh) ||
                 notes+=("32 bits: built and tested without the catalogue, for lack of its libraries")
             local -x LD_LIBRARY_PATH=$libraries
-            options=(-DKATD_BENCH=OFF -DCMAKE_UNITY_BUILD=ON -DCMAKE_CROSSCOMPILING_EMULATOR=
+            options=(-DKATD_BENCH=OFF -DKATD_LTO=OFF -DCMAKE_UNITY_BUILD=ON -DCMAKE_CROSSCOMPILING_EMULATOR=
                 "-DKATD_LIBRARIES_32=$libraries")
             [[ $run32 != qemu ]] || options+=("-DCMAKE_CROSSCOMPILING_EMULATOR=$qemu32")
             ;;
