@@ -106,7 +106,8 @@ bool lacksPages(MDB_env* environment, MDB_txn* transaction, std::size_t lastPage
     MDB_val key;
     MDB_val data;
     while (missing > 0 && mdb_cursor_get(cursor, &key, &data, MDB_NEXT) == 0) {
-        for (std::size_t i = sizeof(std::size_t); i + sizeof i <= data.mv_size && missing > 0; i += sizeof i) {
+        for (std::size_t i = sizeof(std::size_t); i + sizeof i <= data.mv_size && missing > 0;
+             i += sizeof i) {
             std::size_t number = 0;
             std::memcpy(&number, static_cast<const char*>(data.mv_data) + i, sizeof number);
             if (number >= pages) --missing;
@@ -133,8 +134,7 @@ void openBody(void* context) {
     opening->mappedSize = info.me_mapsize;
     opening->pageSize = stat.ms_psize;
     opening->isCut = true;  // if the section ends here
-    opening->isCut =
-        lacksPages(opening->environment, opening->transaction, info.me_last_pgno, stat.ms_psize);
+    opening->isCut = lacksPages(opening->environment, opening->transaction, info.me_last_pgno, stat.ms_psize);
     if (opening->isCut) return;
     // LMDB does not say where it has mapped the file; a page knows its number.
     const char name = headerRecord;
@@ -295,16 +295,6 @@ bool Reader::begin() {
     return error == 0;
 }
 
-bool Reader::readFilter(char record, HostFilter* filter) {
-    MDB_val key{1, &record};
-    MDB_val words{0, nullptr};
-    const int error = mdb_get(transaction_, 1, &key, &words);
-    *filter = HostFilter(words.mv_data, words.mv_size);
-    if (error == MDB_NOTFOUND || (error == 0 && filter->exists())) return true;
-    status_ = damaged;
-    return false;
-}
-
 namespace {
 
 bool isBefore(const MDB_val& a, const MDB_val& b) {
@@ -317,15 +307,30 @@ bool isBefore(const MDB_val& a, const MDB_val& b) {
 bool Reader::predecessor(MDB_val* key, MDB_val* value) {
     const MDB_val wanted = *key;
     int error = mdb_cursor_get(cursor_, key, value, MDB_SET_RANGE);
+    bool isGood = true;
     if (error == 0) {
-        if (key->mv_size == wanted.mv_size && std::memcmp(key->mv_data, wanted.mv_data, wanted.mv_size) == 0)
+        isGood = isOnLeaf(key->mv_data);
+        if (isGood && key->mv_size == wanted.mv_size &&
+            std::memcmp(key->mv_data, wanted.mv_data, wanted.mv_size) == 0)
             return true;
         error = mdb_cursor_get(cursor_, key, value, MDB_PREV);
     } else if (error == MDB_NOTFOUND) {
         error = mdb_cursor_get(cursor_, key, value, MDB_LAST);
     }
     // The header sorts first, so every key searched for has a predecessor unless the file is damaged.
-    if (error == 0 && isBefore(*key, wanted) && isOnLeaf(key->mv_data)) return true;
+    if (isGood && error == 0 && isBefore(*key, wanted) && isOnLeaf(key->mv_data)) return true;
+    status_ = damaged;
+    return false;
+}
+
+// Takes the filter with this key, or none if the file has none.
+bool Reader::readFilter(char record, HostFilter* filter) {
+    MDB_val key{1, &record};
+    MDB_val words;
+    if (!predecessor(&key, &words)) return false;
+    const bool found = key.mv_size == 1 && *static_cast<const char*>(key.mv_data) == record;
+    *filter = found ? HostFilter(words.mv_data, words.mv_size) : HostFilter();
+    if (!found || filter->exists()) return true;
     status_ = damaged;
     return false;
 }
