@@ -44,8 +44,8 @@ std::string_view keyOf(const char* data) {
 
 // Where an addition is looked at, a later one is prefetched.
 constexpr std::size_t ahead = 16;
-constexpr std::size_t fewAdditions = 64U << 10U;  // bytes that are sorted without dividing them before
-constexpr std::size_t deepest = 64;               // bytes of a key that divide
+constexpr std::size_t fewAdditions = 256U << 10U;  // bytes that are sorted without dividing them before
+constexpr std::size_t deepest = 64;                // bytes of a key that divide
 
 }  // namespace
 
