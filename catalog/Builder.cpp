@@ -127,6 +127,10 @@ const char* entryKeys(const Url& entry, EntryKeys* keys) {
     if (entry.path.empty() && !entry.portGiven) return nullptr;
     if (entry.portGiven && entry.port == 0) return "its port is 0, which no URL has";
     keys->host.swap(keys->own);
+    const auto isPart = [](char byte) { return byte == '/' || byte == '?' || byte == '&'; };
+    // Each part can be an ancestor, and their number is stored in a byte.
+    if (std::count_if(entry.path.begin(), entry.path.end(), isPart) > 255)
+        return "its path has more parts than the catalogue holds";
     keys->own = pathKey(entry, entry.portGiven ? entry.port : 0);
     return keys->own.size() <= maxKey ? nullptr : "host and path are longer than the catalogue holds";
 }
