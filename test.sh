@@ -82,7 +82,7 @@ check_lists32() {
 }
 
 run_preset() {
-    local preset=$1 options=() selection=() count libraries
+    local preset=$1 options=() selection=() count libraries failure=
     rm -rf "$reports"
     mkdir -p "$reports"
     case $preset in
@@ -110,12 +110,13 @@ run_preset() {
     ASAN_OPTIONS="$(sanitizer_options asan):verify_asan_link_order=0:detect_stack_use_after_return=1" \
         UBSAN_OPTIONS="$(sanitizer_options ubsan):print_stacktrace=1" \
         TSAN_OPTIONS="$(sanitizer_options tsan):second_deadlock_stack=1" \
-        ctest --test-dir "build/$preset" --output-on-failure --parallel 3 "${selection[@]}" || return 1
+        ctest --test-dir "build/$preset" --output-on-failure --parallel 3 "${selection[@]}" || failure=yes
     if [[ -n $(ls "$reports") ]]; then
         echo "== $preset: sanitizer reports"
         head -n 60 "$reports"/*
-        return 1
+        failure=yes
     fi
+    [[ -z $failure ]] || return 1
     if [[ ${#selection[@]} -gt 0 ]]; then
         count=$(($(count_tests "$preset") - $(count_tests "$preset" "${selection[@]}")))
         notes+=("32 bits: tested by qemu; $count tests that qemu cannot run were left out")

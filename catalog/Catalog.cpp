@@ -78,6 +78,7 @@ struct Opening {
     const char* path;
     int error;
     MDB_txn* transaction;
+    MDB_cursor* freePages;
     std::uintptr_t mapping;
     std::size_t pageSize;
     std::size_t mappedSize;
@@ -93,19 +94,18 @@ struct PageHead {
 
 // Whether the file lacks a page that is in use. LMDB does not write those that a transaction has both added
 // at the end of the file and freed.
-bool lacksPages(MDB_env* environment, MDB_txn* transaction, std::size_t lastPage, std::size_t pageSize) {
+bool lacksPages(Opening* opening, std::size_t lastPage) {
     int fd = -1;
     struct stat state {};
-    if (mdb_env_get_fd(environment, &fd) != 0 || fstat(fd, &state) != 0) return true;
-    const auto pages = static_cast<std::size_t>(static_cast<std::uint64_t>(state.st_size) / pageSize);
+    if (mdb_env_get_fd(opening->environment, &fd) != 0 || fstat(fd, &state) != 0) return true;
+    const auto pages = static_cast<std::size_t>(static_cast<std::uint64_t>(state.st_size) / opening->pageSize);
     if (lastPage < pages) return false;
     std::size_t missing = lastPage - pages + 1;
     constexpr MDB_dbi freePages = 0;  // each record has a count of numbers, and the numbers
-    MDB_cursor* cursor = nullptr;
-    if (mdb_cursor_open(transaction, freePages, &cursor) != 0) return true;
+    if (mdb_cursor_open(opening->transaction, freePages, &opening->freePages) != 0) return true;
     MDB_val key;
     MDB_val data;
-    while (missing > 0 && mdb_cursor_get(cursor, &key, &data, MDB_NEXT) == 0) {
+    while (missing > 0 && mdb_cursor_get(opening->freePages, &key, &data, MDB_NEXT) == 0) {
         for (std::size_t i = sizeof(std::size_t); i + sizeof i <= data.mv_size && missing > 0;
              i += sizeof i) {
             std::size_t number = 0;
@@ -113,7 +113,6 @@ bool lacksPages(MDB_env* environment, MDB_txn* transaction, std::size_t lastPage
             if (number >= pages) --missing;
         }
     }
-    mdb_cursor_close(cursor);
     return missing > 0;
 }
 
@@ -134,7 +133,7 @@ void openBody(void* context) {
     opening->mappedSize = info.me_mapsize;
     opening->pageSize = stat.ms_psize;
     opening->isCut = true;  // if the section ends here
-    opening->isCut = lacksPages(opening->environment, opening->transaction, info.me_last_pgno, stat.ms_psize);
+    opening->isCut = lacksPages(opening, info.me_last_pgno);
     if (opening->isCut) return;
     // LMDB does not say where it has mapped the file; a page knows its number.
     const char name = headerRecord;
@@ -179,11 +178,12 @@ std::shared_ptr<Catalog> Catalog::open(const std::string& path, std::string* fai
     if (mdb_env_create(&result->environment_) != 0) return fail("out of memory");
     mdb_env_set_assert(result->environment_, [](MDB_env*, const char*) { endGuarded(); });
     mdb_env_set_mapsize(result->environment_, static_cast<std::size_t>(mapSize));
-    Opening opening{result->environment_, path.c_str(), 0, nullptr, 0, 1, 0, false};
+    Opening opening{result->environment_, path.c_str(), 0, nullptr, nullptr, 0, 1, 0, false};
     const bool ran = runGuarded(openBody, &opening);
+    if (opening.freePages != nullptr) mdb_cursor_close(opening.freePages);
+    if (opening.transaction != nullptr) mdb_txn_abort(opening.transaction);
     if (opening.isCut) return fail(cut);
     if (!ran) return fail(std::string("the file is damaged") + recreate);
-    if (opening.transaction != nullptr) mdb_txn_abort(opening.transaction);
     if (opening.error != 0) return fail(mdb_strerror(opening.error));
     result->mapping_ = opening.mapping;
     result->mappedSize_ = opening.mappedSize;
