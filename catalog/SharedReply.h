@@ -5,6 +5,7 @@
 #include <hiredis/hiredis.h>
 
 #include <memory>
+#include <string_view>
 
 namespace catalog {
 
@@ -12,6 +13,11 @@ struct FreeReply {
     void operator()(redisReply* reply) const { freeReplyObject(reply); }
 };
 using Reply = std::unique_ptr<redisReply, FreeReply>;
+
+// Empty unless the reply is a string.
+inline std::string_view textOf(const redisReply& reply) {
+    return reply.type == REDIS_REPLY_STRING ? std::string_view(reply.str, reply.len) : std::string_view();
+}
 
 }  // namespace catalog
 

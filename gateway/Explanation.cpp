@@ -15,10 +15,6 @@ using tools::Json;
 
 constexpr tools::ChildLimits limits{std::chrono::seconds(10), 1 << 20};
 
-std::string row(const char* name, const std::string& html) {
-    return std::string("<dt>") + name + "</dt><dd>" + html + "</dd>\n";
-}
-
 // A string of the object as code; empty if it has none.
 std::string code(const Json& object, const char* key) {
     const auto found = object.find(key);

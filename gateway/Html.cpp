@@ -58,6 +58,10 @@ std::string shownUrl(std::string_view url, std::size_t most) {
     return escaped(printable) + (url.size() > most ? "…" : "");
 }
 
+std::string row(const std::string& name, const std::string& html) {
+    return "<dt>" + name + "</dt><dd>" + html + "</dd>\n";
+}
+
 std::string_view hostOf(std::string_view url) {
     const std::size_t separator = url.find("://");
     if (separator < url.find_first_of("/?#")) url.remove_prefix(separator + 3);

@@ -15,6 +15,9 @@ std::string escaped(std::string_view string);
 // with an ellipsis.
 std::string shownUrl(std::string_view url, std::size_t most = 300);
 
+// A row of a list of names and values (<dl>). REQUIRES: both are escaped.
+std::string row(const std::string& name, const std::string& html);
+
 // The host of a URL, as it was written; empty without one.
 std::string_view hostOf(std::string_view url);
 

@@ -93,10 +93,6 @@ Page page(const std::string& title, const std::string& body, const std::string& 
     return result;
 }
 
-std::string row(const std::string& name, const std::string& html) {
-    return "<dt>" + name + "</dt><dd>" + html + "</dd>\n";
-}
-
 std::string lookUpHtml(const LookUp& lookUp) {
     std::string html =
         "<form action=\"/\" method=\"get\" role=\"search\">\n"

@@ -16,14 +16,9 @@
 namespace katcatalog {
 
 using catalog::Reply;
+using catalog::textOf;
 // A command; the words may hold any bytes.
 using Words = std::vector<std::string_view>;
-
-inline std::string_view textOf(const redisReply& reply) {
-    return reply.type == REDIS_REPLY_STRING || reply.type == REDIS_REPLY_STATUS
-               ? std::string_view(reply.str, reply.len)
-               : std::string_view();
-}
 
 // All functions throw listreader::Failure if the connection or the lock is lost, or redis replies with an
 // error. Not thread-safe.

@@ -1,11 +1,7 @@
 // katcatalog: makes, changes and examines the catalogues of katd's engine.
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
-#include <cstdio>
-#include <exception>
-#include <new>
 
 #include "Arguments.h"
 #include "ProcessStart.h"
@@ -28,7 +24,7 @@ void onFault(int) {
     _exit(listreader::failed);
 }
 
-listreader::ExitStatus run(const katcatalog::Arguments& arguments) {
+listreader::ExitStatus run(const katcatalog::Arguments& arguments) try {
     using katcatalog::Command;
     switch (arguments.command) {
         case Command::import:
@@ -55,6 +51,8 @@ listreader::ExitStatus run(const katcatalog::Arguments& arguments) {
             break;
     }
     return listreader::fine;
+} catch (const catalog::Update::Failure& failure) {
+    throw listreader::Failure(listreader::failed, failure.text);
 }
 
 }  // namespace
@@ -65,28 +63,9 @@ int main(int argc, char** argv) {
     std::signal(SIGSEGV, onFault);
     std::signal(SIGBUS, onFault);
     catalog::installFaultGuard();
-    int status = listreader::fine;
-    try {
+    return listreader::runProgram("memory is short: give it more", [&] {
         katcatalog::Arguments arguments;
-        if (katcatalog::parseArguments(argc, argv, &arguments, &status)) status = run(arguments);
-        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-            listreader::tell(listreader::fileFailure("write to", "standard output", errno).what());
-            status = listreader::failed;
-        }
-    } catch (const listreader::Failure& failure) {
-        std::fflush(stdout);
-        listreader::tell(failure.what());
-        status = failure.status;
-    } catch (const catalog::Update::Failure& failure) {
-        std::fflush(stdout);
-        listreader::tell(failure.text);
-        status = listreader::failed;
-    } catch (const std::bad_alloc&) {
-        listreader::tell("memory is short: give it more");
-        status = listreader::failed;
-    } catch (const std::exception& e) {
-        listreader::tell(e.what());
-        status = listreader::failed;
-    }
-    return status;
+        int status = listreader::fine;
+        return katcatalog::parseArguments(argc, argv, &arguments, &status) ? run(arguments) : status;
+    });
 }

@@ -1,9 +1,4 @@
 // katlist: makes and examines the list files of katd.
-#include <cerrno>
-#include <cstdio>
-#include <exception>
-#include <new>
-
 #include "Arguments.h"
 #include "ProcessStart.h"
 #include "Shared.h"
@@ -31,24 +26,9 @@ katlist::ExitStatus run(const katlist::Arguments& arguments) {
 int main(int argc, char** argv) {
     if (!QOR_SPACE::prepareProcess()) return katlist::failed;
     listreader::setProgramName("katlist");
-    int status = katlist::fine;
-    try {
+    return listreader::runProgram("out of memory: build from fewer inputs at once", [&] {
         katlist::Arguments arguments;
-        if (katlist::parseArguments(argc, argv, &arguments, &status)) status = run(arguments);
-        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-            katlist::tell(katlist::fileFailure("write to", "standard output", errno).what());
-            status = katlist::failed;
-        }
-    } catch (const katlist::Failure& failure) {
-        std::fflush(stdout);
-        katlist::tell(failure.what());
-        status = failure.status;
-    } catch (const std::bad_alloc&) {
-        katlist::tell("out of memory: build from fewer inputs at once");
-        status = katlist::failed;
-    } catch (const std::exception& e) {
-        katlist::tell(e.what());
-        status = katlist::failed;
-    }
-    return status;
+        int status = katlist::fine;
+        return katlist::parseArguments(argc, argv, &arguments, &status) ? run(arguments) : status;
+    });
 }

@@ -22,6 +22,7 @@
 namespace engine {
 
 using catalog::SharedQuestion;
+using catalog::textOf;
 
 namespace {
 
@@ -46,11 +47,6 @@ std::string errorText(const redisReply& reply) {
     std::replace_if(
         text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, '?');
     return text;
-}
-
-// Empty unless the reply is a string.
-std::string_view textOf(const redisReply& reply) {
-    return reply.type == REDIS_REPLY_STRING ? std::string_view(reply.str, reply.len) : std::string_view();
 }
 
 void report(const std::string& sentence) {

@@ -2,6 +2,7 @@
 #ifndef LISTREADER_FAILURE_H
 #define LISTREADER_FAILURE_H
 
+#include <functional>
 #include <stdexcept>
 #include <string>
 
@@ -25,6 +26,10 @@ public:
 
 // The failure of a system call on a file; `error` is its errno. "cannot WHAT PATH: REASON: ADVICE"
 Failure fileFailure(const std::string& what, const std::string& path, int error);
+
+// Calls the body of main and flushes standard output. What the body throws, or a failure of standard output,
+// becomes a sentence and a status. `memoryAdvice` is the sentence for std::bad_alloc.
+int runProgram(const char* memoryAdvice, const std::function<int()>& body);
 
 }  // namespace listreader
 
