@@ -270,6 +270,7 @@ void push(const Arguments& arguments) {
     summary.line("keys_added", push.added(), "keys added", true);
     summary.line("keys_changed", push.changed(), "keys changed", true);
     summary.line("keys_removed", push.removed(), "keys removed", true);
+    if (Store::wasSignalled()) listreader::tell("too late to stop: the push is complete");
 }
 
 }  // namespace katcatalog

@@ -1,11 +1,12 @@
 #include "Store.h"
 
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/time.h>
 
-#include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 #include <random>
@@ -20,15 +21,17 @@
 namespace katcatalog {
 
 using listreader::Failure;
+using Clock = std::chrono::steady_clock;
 
 namespace {
 
 constexpr timeval connectWait = {10, 0};
-constexpr timeval replyWait = {60, 0};
+constexpr std::chrono::seconds replyWait(60);
+constexpr std::chrono::seconds endWait(1);  // of a push that is to end, for the store
 // The lock of a push that was killed expires; a living one prolongs it with each change.
 constexpr long long lockMilliseconds = 30000;
 constexpr std::string_view lockWords = "30000";
-constexpr long long lookPause = 200;
+constexpr int lookPause = 200;
 constexpr std::string_view pageKeys = "2000";  // of one SCAN: redis answers nobody else meanwhile
 constexpr std::string_view lockKey = catalog::sharedLockKey;
 constexpr const char* lockLost = "another push has begun, or the store was out of reach for too long";
@@ -80,7 +83,9 @@ Store::Store(const Arguments& arguments) : token_(randomWord()) {
                                    : redisConnectWithTimeout(host.name.c_str(), host.port, connectWait));
     if (context_ == nullptr) throw std::bad_alloc();
     if (context_->err != 0) fail(context_->errstr);
-    redisSetTimeout(context_.get(), replyWait);
+    // Nothing but wait() waits from here on, and it heeds signals.
+    fcntl(context_->fd, F_SETFL, fcntl(context_->fd, F_GETFL) | O_NONBLOCK);
+    context_->flags &= ~REDIS_BLOCK;
     if (!host.isSocket()) redisEnableKeepAlive(context_.get());
     if (!address.user.empty()) {
         ask({"AUTH", address.user, address.password});
@@ -109,14 +114,35 @@ void Store::send(const Words& command) {
 
 // The next reply. One error ends all: the replies behind it are of no interest.
 Reply Store::receive() {
+    redisContext* const context = context_.get();
     void* reply = nullptr;
-    if (redisGetReply(context_.get(), &reply) != REDIS_OK) {
-        const bool isLate = context_->err == REDIS_ERR_IO && errno == EAGAIN;
-        fail(isLate ? "no answer within a minute" : context_->errstr);
+    int isSent = 0;
+    const auto check = [&](int status) {
+        if (status != REDIS_OK) fail(context->errstr);
+    };
+    for (;;) {
+        check(redisGetReply(context, &reply));
+        if (reply != nullptr) break;
+        if (isSent == 0) check(redisBufferWrite(context, &isSent));
+        wait(isSent != 0 ? POLLIN : POLLIN | POLLOUT);
+        check(redisBufferRead(context));
     }
     Reply result(static_cast<redisReply*>(reply));
     if (result->type == REDIS_REPLY_ERROR) fail(result->str);
     return result;
+}
+
+// Waits until the connection can be read, or written to.
+void Store::wait(short events) {
+    const auto begin = Clock::now();
+    pollfd descriptor{context_->fd, events, 0};
+    do {
+        const auto now = Clock::now();
+        if (endSignal != 0 && !endBy_) endBy_ = now + endWait;
+        if (endBy_ && now >= *endBy_)
+            end("; the store does not answer, and the lock may stay for half a minute: then push again");
+        if (now - begin >= replyWait) fail("no answer within a minute");
+    } while (poll(&descriptor, 1, lookPause) <= 0);
 }
 
 Reply Store::ask(const Words& command) {
@@ -176,9 +202,18 @@ void Store::lock() {
 void Store::endIfAsked() {
     if (endSignal == 0) return;
     if (hasLock_) unlock({});
-    listreader::tell("stopped" + std::string(hasLock_ ? "; push again: that completes what was begun" : ""));
+    end(hasLock_ ? "; push again: that completes what was begun" : "");
+}
+
+void Store::end(const char* more) {
+    listreader::tell(std::string("stopped") + more);
     std::signal(endSignal, SIG_DFL);
     std::raise(endSignal);
+    std::_Exit(listreader::failed);  // the signal is blocked
+}
+
+bool Store::wasSignalled() {
+    return endSignal != 0;
 }
 
 // From here on the next transaction fails if somebody else takes the lock, or it expires.

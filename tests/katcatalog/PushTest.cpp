@@ -147,19 +147,20 @@ TEST_F(PushTest, theNextOneRepairsWhatACutOneLeft) {
     for (int round = 0; round < rounds(8, 200); ++round) {
         writeRandomList(8000);
         const bool killsStore = round % 4 == 3;
-        const bool interrupts = round % 4 == 1;
+        const bool stopsStore = round % 4 == 2;
+        const bool interrupts = stopsStore || round % 4 == 1;
         const double delay = std::uniform_real_distribution<>(whole.count() / 2, 1.1 * whole.count())(random);
         const Contents before = contents();
         const std::string version = get(catalog::sharedMetaKey);
         std::thread end([&] {
-            if (!killsStore) return;
+            if (!killsStore && !stopsStore) return;
             std::this_thread::sleep_for(std::chrono::duration<double>(delay));
-            redis.kill();
+            killsStore ? redis.kill() : redis.stop();
         });
         const int status =
             run((killsStore ? ""
-                            : std::string(interrupts ? "timeout -s INT " : "timeout -s KILL ") +
-                                  std::to_string(delay)) +
+                            : std::string("timeout --preserve-status -s ") + (interrupts ? "INT " : "KILL ") +
+                                  std::to_string(stopsStore ? delay + 0.1 : delay)) +
                 " katcatalog push --category none " + redis.address() + " list");
         end.join();
         if (killsStore) {
@@ -167,9 +168,12 @@ TEST_F(PushTest, theNextOneRepairsWhatACutOneLeft) {
             redis.start();
             connect();
         }
-        ASSERT_TRUE(!interrupts || get(catalog::sharedLockKey).empty());
+        if (stopsStore) redis.resume();
+        ASSERT_TRUE(!interrupts || status == 0 || status == 128 + SIGINT) << status << errors;
+        ASSERT_TRUE(!interrupts || stopsStore || get(catalog::sharedLockKey).empty());
         store->ask({"DEL", catalog::sharedLockKey});  // as if half a minute had passed
         const Contents left = contents();
+        ASSERT_TRUE(status != 0 || killsStore || left == wanted("list"));
         const bool isTouched = left != before;
         ASSERT_TRUE(!isTouched || killsStore || version != get(catalog::sharedMetaKey) ||
                     left.count(std::string(catalog::sharedUnfinishedKey)) != 0);
