@@ -9,39 +9,14 @@
 #include <cstring>
 
 #include "Guard.h"
+#include "Pages.h"
 
 namespace catalog {
 
 namespace {
 
-// The meta pages at the start of the file, as LMDB 0.9 lays them out for this machine's word size. LMDB
-// trusts them, even as divisors, so they are checked before it opens the file.
-struct MetaPage {
-    struct Database {
-        std::uint32_t pageSize;
-        std::uint16_t flags;
-        std::uint16_t depth;
-        std::size_t branchPages;
-        std::size_t leafPages;
-        std::size_t overflowPages;
-        std::size_t entries;
-        std::size_t root;
-    };
-
-    std::size_t page;
-    std::uint16_t unused;
-    std::uint16_t flags;
-    std::uint32_t bounds;
-    std::uint32_t magic;
-    std::uint32_t version;
-    std::size_t address;
-    std::size_t mapSize;
-    Database databases[2];
-    std::size_t lastPage;
-    std::size_t transaction;
-};
+// LMDB trusts the meta pages, even as divisors, so they are checked before it opens the file.
 constexpr std::uint32_t lmdbMagic = 0xBEEFC0DE;
-constexpr std::uint16_t metaFlag = 8;
 
 enum class MetaState { good, foreign, cut };
 
@@ -51,10 +26,11 @@ MetaState examineMeta(int fd) {
     for (unsigned i = 0; i < 2; ++i) {
         const ssize_t size = pread(fd, &meta, sizeof meta, static_cast<off_t>(i) * pageSize);
         if (size != static_cast<ssize_t>(sizeof meta)) return i == 0 ? MetaState::foreign : MetaState::cut;
-        const MetaPage::Database& freeList = meta.databases[0];
-        const bool sane = meta.page == i && (meta.flags & metaFlag) != 0 && meta.magic == lmdbMagic &&
-                          meta.version == 1 && freeList.pageSize >= 512 && freeList.pageSize <= 65536 &&
-                          (freeList.pageSize & (freeList.pageSize - 1)) == 0 && meta.databases[1].flags == 0;
+        const MetaPage::Database& freeList = meta.freePages;
+        const bool sane = meta.head.number == i && (meta.head.flags & PageHead::meta) != 0 &&
+                          meta.magic == lmdbMagic && meta.version == 1 && freeList.pageSize >= 512 &&
+                          freeList.pageSize <= 65536 && (freeList.pageSize & (freeList.pageSize - 1)) == 0 &&
+                          meta.records.flags == 0;
         if (!sane || (i == 1 && freeList.pageSize != pageSize)) return MetaState::foreign;
         pageSize = freeList.pageSize;
     }
@@ -85,20 +61,14 @@ struct Opening {
     bool isCut;
 };
 
-// The head of a page of LMDB.
-struct PageHead {
-    std::size_t number;
-    std::uint16_t unused;
-    std::uint16_t flags;
-};
-
 // Whether the file lacks a page that is in use. LMDB does not write those that a transaction has both added
 // at the end of the file and freed.
 bool lacksPages(Opening* opening, std::size_t lastPage) {
     int fd = -1;
     struct stat state {};
     if (mdb_env_get_fd(opening->environment, &fd) != 0 || fstat(fd, &state) != 0) return true;
-    const auto pages = static_cast<std::size_t>(static_cast<std::uint64_t>(state.st_size) / opening->pageSize);
+    const auto pages =
+        static_cast<std::size_t>(static_cast<std::uint64_t>(state.st_size) / opening->pageSize);
     if (lastPage < pages) return false;
     std::size_t missing = lastPage - pages + 1;
     constexpr MDB_dbi freePages = 0;  // each record has a count of numbers, and the numbers
@@ -337,14 +307,12 @@ bool Reader::readFilter(char record, HostFilter* filter) {
 
 // LMDB trusts its pages. One that was overwritten would otherwise read as "no entry covers it".
 bool Reader::isOnLeaf(const void* record) const {
-    constexpr unsigned kind = 0xf;  // of the flags
-    constexpr unsigned leaf = 2;
     const std::uintptr_t offset = reinterpret_cast<std::uintptr_t>(record) - catalog_->mapping();
     if (offset >= catalog_->mappedSize()) return false;
     const std::uintptr_t number = offset / catalog_->pageSize();
     const auto* const page =
         reinterpret_cast<const PageHead*>(catalog_->mapping() + number * catalog_->pageSize());
-    return page->number == number && (page->flags & kind) == leaf;
+    return page->number == number && page->kind() == PageHead::leaf;
 }
 
 bool Reader::get(std::string_view key, Value* value) {

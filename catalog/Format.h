@@ -40,6 +40,9 @@ inline char recordOf(std::string_view key) {
 inline bool isRecent(std::string_view key) {
     return (key[0] & recordCase) == 0;
 }
+// No key of a record of this kind is less.
+constexpr std::string_view firstRecent = "H";
+constexpr std::string_view firstLasting = "h";
 inline std::string withCase(std::string_view key, bool recent) {
     std::string result(key);
     result[0] = static_cast<char>(recent ? key[0] & ~recordCase : key[0] | recordCase);

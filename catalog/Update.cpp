@@ -90,10 +90,8 @@ public:
         key_ = {key.size(), const_cast<char*>(key.data())};
         return mdb_cursor_get(cursor_, &key_, &data_, MDB_SET_RANGE) == 0;
     }
-    // Moves to the last record whose key is less; false if there is none.
-    bool seekBefore(std::string_view key) { return move(seek(key) ? MDB_PREV : MDB_LAST); }
     // Moves to the first recent record.
-    bool seekRecent() { return seek(std::string(1, hostRecord & ~recordCase)) && isRecent(key()); }
+    bool seekRecent() { return seek(firstRecent) && isRecent(key()); }
     bool move(MDB_cursor_op how) { return mdb_cursor_get(cursor_, &key_, &data_, how) == 0; }
     std::string_view key() const { return {static_cast<const char*>(key_.mv_data), key_.mv_size}; }
     const MDB_val& data() const { return data_; }
@@ -121,12 +119,12 @@ std::unique_ptr<Update> Update::open(const std::string& path, std::string* failu
         return nullptr;
     }
     // Checks the file before LMDB, which trusts it, opens it.
-    const std::shared_ptr<Catalog> catalog = Catalog::open(path, failure);
-    if (!catalog) return nullptr;
+    update->catalog_ = Catalog::open(path, failure);
+    if (!update->catalog_) return nullptr;
     try {
         struct stat state {};
         update->check(fstat(update->lock_, &state) == 0 ? 0 : errno);
-        if (state.st_ino != catalog->inode() || state.st_dev != catalog->device())
+        if (state.st_ino != update->catalog_->inode() || state.st_dev != update->catalog_->device())
             throw Failure{"catalogue " + path + ": it was replaced just now; try again"};
         const auto size = static_cast<std::uint64_t>(state.st_size);
         const std::uint64_t slack =
@@ -146,7 +144,7 @@ std::unique_ptr<Update> Update::open(const std::string& path, std::string* failu
         *failure = caught.text;
         return nullptr;
     }
-    Reader reader(catalog);
+    Reader reader(update->catalog_);
     if (reader.header(&update->header_) != Reader::done) {
         *failure = "catalogue " + path + ": the file is damaged; recreate it with katcatalog import";
         return nullptr;
@@ -161,7 +159,11 @@ Update::~Update() {
 }
 
 void Update::check(int error) const {
-    if (error != 0) throw Failure{"catalogue " + path_ + ": " + mdb_strerror(error)};
+    if (error == 0) return;
+    const bool isDamaged = error == MDB_CORRUPTED || error == MDB_PAGE_NOTFOUND || error == MDB_BAD_TXN;
+    throw Failure{
+        "catalogue " + path_ + ": " +
+        (isDamaged ? "the file is damaged; recreate it with katcatalog import" : mdb_strerror(error))};
 }
 
 bool Update::read(std::string_view key, std::string* value) {
@@ -238,8 +240,9 @@ void Update::insert(std::string_view key, Node node) {
     node.ancestors.clear();
     {
         Cursor cursor(transaction_);
-        hasBelow = cursor.seek(key) && isAncestor(key, cursor.key());
-        if (cursor.seekBefore(key) && cursor.key()[0] == key[0]) {
+        const bool isLast = !cursor.seek(key);
+        hasBelow = !isLast && isAncestor(key, cursor.key());
+        if (cursor.move(isLast ? MDB_LAST : MDB_PREV) && cursor.key()[0] == key[0]) {
             Value neighbour;
             if (!neighbour.parse(cursor.data().mv_data, cursor.data().mv_size, key[0])) check(MDB_CORRUPTED);
             std::string ancestor;
@@ -394,24 +397,28 @@ bool Update::erase(const std::string& key, const std::string& host, const Known*
     return true;
 }
 
-void Update::forEachRecord(void (*see)(void*, std::string_view, const Value&, bool), void* context) {
-    Cursor cursor(transaction_);
-    Cursor changes(transaction_);
-    bool more = cursor.seek(std::string(1, hostRecord));
-    bool moreChanges = hasRecent_ && changes.seekRecent();
-    std::string changed = moreChanges ? withCase(changes.key(), false) : "";
-    Value value;
-    while (more || moreChanges) {
-        const int order = !moreChanges ? -1 : !more ? 1 : cursor.key().compare(changed);
-        const std::string_view key = order < 0 ? cursor.key() : changed;
-        const MDB_val& data = (order < 0 ? cursor : changes).data();
-        if (!value.parse(data.mv_data, data.mv_size, key[0])) check(MDB_CORRUPTED);
-        see(context, key, value, order >= 0);
-        if (order <= 0) more = cursor.move(MDB_NEXT);
-        if (order < 0) continue;
-        moreChanges = changes.move(MDB_NEXT) && isRecent(changes.key());
-        if (moreChanges) changed = withCase(changes.key(), false);
+Update::Records::Records(const Update& update)
+    : update_(update), lasting_(*update.catalog_), recent_(*update.catalog_) {
+    moreLasting_ = lasting_.seek(firstLasting);
+    moreRecent_ = update.hasRecent_ && recent_.seek(firstRecent) && isRecent(recent_.key());
+    if (moreRecent_) recentKey_ = withCase(recent_.key(), false);
+}
+
+bool Update::Records::next() {
+    if (passLasting_) moreLasting_ = lasting_.next();
+    if (passRecent_) {
+        moreRecent_ = recent_.next() && isRecent(recent_.key());
+        if (moreRecent_) recentKey_ = withCase(recent_.key(), false);
     }
+    if (lasting_.isDamaged() || recent_.isDamaged()) update_.check(MDB_CORRUPTED);
+    if (!moreLasting_ && !moreRecent_) return false;
+    const int order = !moreRecent_ ? -1 : !moreLasting_ ? 1 : lasting_.key().compare(recentKey_);
+    passLasting_ = order <= 0;
+    passRecent_ = order >= 0;
+    key_ = passRecent_ ? recentKey_ : lasting_.key();
+    const std::string_view value = (passRecent_ ? recent_ : lasting_).value();
+    if (!value_.parse(value.data(), value.size(), key_[0])) update_.check(MDB_CORRUPTED);
+    return true;
 }
 
 // Checks what must be right of each record whatever the others say: order, form, ancestors, filters.
@@ -464,8 +471,10 @@ std::vector<std::string> Update::checkStored() {
 std::vector<std::string> Update::check() {
     std::vector<std::string> problems = checkStored();
     std::uint64_t entries = 0;
-    forEachRecord([&](std::string_view key, const Value& value, bool) {
-        if (value.flags == 0) return;
+    for (Records records(*this); records.next();) {
+        const std::string_view key = records.key();
+        const Value& value = records.value();
+        if (value.flags == 0) continue;
         const auto say = [&](const std::string& what) {
             if (problems.size() < maxProblems) problems.push_back("record " + keyText(key) + ": " + what);
         };
@@ -478,7 +487,7 @@ std::vector<std::string> Update::check() {
         Node host;
         if (key[0] == pathRecord && (readNode(hostKeyOf(key), &host) == Known::nothing || host.flags == 0))
             say("its host has no record");
-    });
+    }
     if (problems.empty() && entries != header_.entries) {
         problems.push_back("there are " + std::to_string(entries) + " entries, and the header says " +
                            std::to_string(header_.entries));

@@ -18,6 +18,7 @@
 
 #include "Catalog.h"
 #include "Format.h"
+#include "Pages.h"
 #include "Url.h"
 
 namespace catalog {
@@ -139,9 +140,36 @@ public:
         Flags flags = 0;
     };
 
+    // Walks over the records as they were before this transaction, in the order of their keys. commit() ends
+    // that.
+    class Records {
+    public:
+        explicit Records(const Update& update);
+
+        // Moves to the next record, at first to the first one; false at the end.
+        bool next();
+        // Of the record moved to, until the next move; the record may say that there is no entry. The key is
+        // that of a lasting record.
+        std::string_view key() const { return key_; }
+        const Value& value() const { return value_; }
+        Known known() const { return {passRecent_ ? Known::recent : Known::lasting, value_.flags}; }
+
+    private:
+        const Update& update_;
+        RecordWalk lasting_;
+        RecordWalk recent_;
+        bool moreLasting_ = false;
+        bool moreRecent_ = false;
+        bool passLasting_ = false;  // next() has returned the record that this walk is at
+        bool passRecent_ = false;
+        std::string recentKey_;  // of the record that recent_ is at
+        std::string_view key_;
+        Value value_;
+    };
+
     // The entry with this key; false if there is none.
     bool get(const std::string& key, Entry* entry);
-    // Stores the entry. `key` and `host` are those of EntryKeys. `known`, from forEachRecord(), spares a
+    // Stores the entry. `key` and `host` are those of EntryKeys. `known`, from Records, spares a
     // search. Null means unknown, anything else that the entry differs.
     void put(const std::string& key, const std::string& host, const Entry& entry,
              const Known* known = nullptr);
@@ -161,20 +189,12 @@ public:
     // Stores it with the next commit(), which must follow.
     void setMemory(const std::string& memory);
 
-    // Calls see(key, value) for all entries in the order of their keys.
+    // Calls see(key, value) for all entries in the order of their keys. REQUIRES: nothing was changed.
     template <typename See>
     void forEach(See see) {
-        forEachRecord([&see](std::string_view key, const Value& value, bool) {
-            if ((value.flags & isEntry) != 0) see(key, value);
-        });
-    }
-    // Calls see(key, value, isRecent) for all records in the order of their keys, those that say that there
-    // is no entry included.
-    template <typename See>
-    void forEachRecord(See see) {
-        forEachRecord([](void* context, std::string_view key, const Value& value,
-                         bool isRecent) { (*static_cast<See*>(context))(key, value, isRecent); },
-                      &see);
+        for (Records records(*this); records.next();) {
+            if ((records.value().flags & isEntry) != 0) see(records.key(), records.value());
+        }
     }
 
     // Checks all records. Returns one sentence for each error, at most a hundred.
@@ -209,7 +229,6 @@ private:
     void writeNode(std::string_view key, Known::Layer layer, Node node);
     void setHostFlags(std::string_view host, unsigned set, unsigned clear);
     bool hasBelow(std::string_view host, bool ports);
-    void forEachRecord(void (*see)(void*, std::string_view, const Value&, bool), void* context);
     void writeLasting(std::string_view key, bool exists, Node node);
     // More would make look-ups slower than the merges that they spare are worth.
     std::uint64_t mostRecent() const { return header_.entries / 8; }
@@ -220,6 +239,7 @@ private:
 
     std::string path_;
     int lock_ = -1;
+    std::shared_ptr<Catalog> catalog_;
     MDB_env* environment_ = nullptr;
     MDB_txn* transaction_ = nullptr;
     Header header_;

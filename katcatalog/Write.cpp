@@ -219,7 +219,7 @@ struct Change {
 
 // What makes the catalogue's entries equal to those of the lists: the pairs of sources that stay, and
 // `wanted`. *isComplete is false if an entry has more pairs than the catalogue holds.
-std::vector<Change> compare(Update* update, Builder* wanted, const std::vector<Place>& places,
+std::vector<Change> compare(const Update& update, Builder* wanted, const std::vector<Place>& places,
                             catalog::Sources* sources, SyncCounts* counts, bool* isComplete) {
     std::vector<Change> changes;
     std::vector<std::uint64_t> entries(places.size());
@@ -247,15 +247,16 @@ std::vector<Change> compare(Update* update, Builder* wanted, const std::vector<P
     Entry before;
     Entry after;
     more = next();
-    update->forEachRecord([&](std::string_view key, const catalog::Value& value, bool isRecent) {
+    for (Update::Records records(update); records.next();) {
+        const std::string_view key = records.key();
+        const catalog::Value& value = records.value();
         int order = 1;
         while (more && (order = item.key.compare(key)) < 0)
             add({});
         const bool named = more && order == 0;
-        const Update::Known known{isRecent ? Update::Known::recent : Update::Known::lasting, value.flags};
         if ((value.flags & catalog::isEntry) == 0) {
-            if (named) add(known);
-            return;
+            if (named) add(records.known());
+            continue;
         }
         // Nearly all entries, if few lists have changed.
         if (!named && value.pairCount > 0 && (value.flags & catalog::isInstead) == 0) {
@@ -263,7 +264,7 @@ std::vector<Change> compare(Update* update, Builder* wanted, const std::vector<P
             for (std::size_t i = 0; isSame && i < value.pairCount; ++i)
                 isSame = places[value.pair(i).source].stays &&
                          (i == 0 || !isBefore(value.pair(i), value.pair(i - 1)));
-            if (isSame) return;
+            if (isSame) continue;
         }
         before.instead = (value.flags & catalog::isInstead) != 0;
         before.pairs.clear();
@@ -285,14 +286,14 @@ std::vector<Change> compare(Update* update, Builder* wanted, const std::vector<P
                 ++entries[pair.source];
         }
         if (!named && after.pairs.empty()) {
-            changes.push_back({std::string(key), true, {}, known});
+            changes.push_back({std::string(key), true, {}, records.known()});
             ++counts->removed;
         } else if (!(before == after)) {
-            changes.push_back({std::string(key), false, after, known});
+            changes.push_back({std::string(key), false, after, records.known()});
             ++counts->changed;
         }
         if (named) more = next();
-    });
+    }
     while (more)
         add({});
     for (auto& [number, source] : *sources)
@@ -358,7 +359,7 @@ void sync(const Arguments& arguments) {
             wanted.sort();
             progress.begin("comparing");
             bool isComplete = true;
-            changes = compare(update.get(), &wanted, places, &sources, &counts, &isComplete);
+            changes = compare(*update, &wanted, places, &sources, &counts, &isComplete);
             remembered = isComplete ? memoryValue(memory, rules) : "";
         }
         refuseTooFew(arguments, update->header().entries,

@@ -1,0 +1,93 @@
+// The pages of an LMDB file, as LMDB 0.9 lays them out for x86 of this word size, and a walk over its records
+// that takes a fraction of the time of LMDB's cursor.
+#ifndef KATD_CATALOG_PAGES_H
+#define KATD_CATALOG_PAGES_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace catalog {
+
+class Catalog;
+
+struct PageHead {
+    std::size_t number;
+    std::uint16_t unused;
+    std::uint16_t flags;
+    std::uint16_t nodesEnd;  // of the nodes' offsets, which follow the head
+    std::uint16_t freeEnd;
+
+    enum Kind : unsigned { branch = 1, leaf = 2, overflow = 4, meta = 8 };
+    unsigned kind() const { return flags & 0xfU; }
+};
+
+// The first two pages. That of the later transaction holds.
+struct MetaPage {
+    struct Database {
+        std::uint32_t pageSize;
+        std::uint16_t flags;
+        std::uint16_t depth;
+        std::size_t branchPages;
+        std::size_t leafPages;
+        std::size_t overflowPages;
+        std::size_t entries;
+        std::size_t root;
+    };
+
+    PageHead head;
+    std::uint32_t magic;
+    std::uint32_t version;
+    std::size_t address;
+    std::size_t mapSize;
+    Database freePages;
+    Database records;
+    std::size_t lastPage;
+    std::size_t transaction;
+};
+
+// Walks over the records of the version that was committed last, in the order of their keys. REQUIRES:
+// nothing is committed meanwhile. What it returns points into the mapping.
+class RecordWalk {
+public:
+    explicit RecordWalk(const Catalog& catalog);
+
+    // Moves to the first record whose key is not less. False if there is none or the file is damaged.
+    bool seek(std::string_view key);
+    // Moves to the next record; likewise. REQUIRES: the last move returned true.
+    bool next();
+
+    bool isDamaged() const { return isDamaged_; }
+    std::string_view key() const { return key_; }
+    std::string_view value() const { return value_; }
+
+private:
+    struct Node;
+    // One page of the path from the root, and the node that the path continues with.
+    struct Level {
+        const PageHead* page;
+        unsigned nodes;
+        unsigned node;
+    };
+    static constexpr unsigned maxDepth = 32;  // LMDB's own limit
+
+    const PageHead* pageAt(std::size_t number) const;
+    const Node* nodeAt(const PageHead* page, unsigned index) const;
+    bool enter(std::size_t number, std::string_view key);
+    bool nextLeaf();
+    bool take(const Node* node);
+    bool fail();
+
+    const std::uintptr_t mapping_;
+    const std::size_t mappedSize_;
+    const std::size_t pageSize_;
+    Level levels_[maxDepth];
+    unsigned depth_ = 0;
+    bool isDamaged_ = false;
+    std::string_view key_;
+    std::string_view value_;
+};
+
+}  // namespace catalog
+
+#endif
