@@ -154,7 +154,10 @@ TEST_F(PushTest, theNextOneRepairsWhatACutOneLeft) {
         const std::string version = get(catalog::sharedMetaKey);
         std::thread end([&] {
             if (!killsStore && !stopsStore) return;
-            std::this_thread::sleep_for(std::chrono::duration<double>(delay));
+            const auto by = std::chrono::steady_clock::now() + std::chrono::duration<double>(delay);
+            while (std::chrono::steady_clock::now() < by &&
+                   (killsStore || get(catalog::sharedLockKey).empty()))
+                usleep(500);
             killsStore ? redis.kill() : redis.stop();
         });
         const int status =
