@@ -44,6 +44,7 @@ void append(const Connection::Command& command, std::string* text) {
 void Connection::close() {
     if (fd_ >= 0) ::close(fd_);
     fd_ = -1;
+    timedOut_ = false;
     reader_.reset();
 }
 
@@ -57,8 +58,11 @@ bool Connection::wait(short events, Time end) {
     for (;;) {
         const auto left =
             std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-        timedOut_ = left.count() <= 0;
-        if (timedOut_) return fail("no reply");
+        if (left.count() <= 0) {
+            fail("no reply");
+            timedOut_ = true;
+            return false;
+        }
         pollfd descriptors[] = {{fd_, events, 0}, {stop_, POLLIN, 0}};
         const int ready = poll(descriptors, 2, static_cast<int>(left.count()));
         if (ready < 0 && errno != EINTR) return fail(withError("poll", errno));
@@ -134,7 +138,6 @@ bool Connection::receive(Time end) {
 bool Connection::exchange(const std::vector<Command>& commands, std::chrono::milliseconds limit,
                           std::vector<Reply>* replies) {
     const auto end = std::chrono::steady_clock::now() + limit;
-    timedOut_ = false;
     received_ = 0;
     std::string text;
     for (const Command& command : commands)

@@ -39,7 +39,7 @@ public:
     // The host of the last open(), for messages.
     const std::string& host() const { return host_; }
     const std::string& failure() const { return failure_; }
-    // Whether the last failure was that no reply came in time.
+    // Whether it was closed because no reply came in time, and not again since.
     bool timedOut() const { return timedOut_; }
 
 private:

@@ -130,6 +130,7 @@ private:
     bool exchangeBatch(Connection* connection, const Batch& batch, std::string* failure);
     bool readAnswer(const redisReply& reply, Lookup* lookup, std::string* failure);
     bool connect(Connection* connection, std::string* failure);
+    void passOver(const Connection& connection);
     bool greet(Connection* connection, std::string* failure);
     bool readVersion(const redisReply& reply, Remembered::Generation* generation, std::string* failure);
     void setUp(std::uint64_t breaks, bool isRenewed);
@@ -140,7 +141,7 @@ private:
     const milliseconds replyLimit_;
     const milliseconds silenceLimit_;        // the store is down if nothing has come for longer
     int stopEvent_ = -1;                     // readable when the threads are to end
-    std::atomic<std::size_t> firstHost_{0};  // the host that was last connected to
+    std::atomic<std::size_t> firstHost_{0};  // the host to connect to first
     std::atomic<Remembered::Generation> damageReported_{0};
 
     // Held for moments only. No other lock is taken while it is held.
@@ -284,6 +285,7 @@ void Store::Core::askBatch(Connection* connection, const Batch& batch, std::uint
         const bool again = wasOpen && !connection->isOpen() && !connection->timedOut();
         if (again && connect(connection, &failure) && exchangeBatch(connection, batch, &failure)) return;
     }
+    passOver(*connection);
     connection->close();
     setDown(failure, breaks);
 }
@@ -344,8 +346,18 @@ bool Store::Core::readVersion(const redisReply& reply, Remembered::Generation* g
     return true;
 }
 
+// If the host of the connection was silent, attempts begin with the next one. Other connections may have
+// found it out before.
+void Store::Core::passOver(const Connection& connection) {
+    const auto& hosts = settings_.address.hosts;
+    std::size_t first = firstHost_;
+    if (connection.timedOut() && hosts[first].text() == connection.host())
+        firstHost_.compare_exchange_strong(first, (first + 1) % hosts.size());
+}
+
 // Connects to the first host that answers, beginning with that of the other connections.
 bool Store::Core::connect(Connection* connection, std::string* failure) {
+    passOver(*connection);
     const auto& hosts = settings_.address.hosts;
     const std::size_t first = firstHost_;
     failure->clear();

@@ -63,13 +63,15 @@ public:
     }
 
     // How many questions engines have asked.
-    int questions() { return calls("cmdstat_mget:calls="); }
+    int questions() { return number("cmdstat_mget:calls="); }
     // How often they have looked whether it is there.
-    int probes() { return calls("cmdstat_get:calls="); }
+    int probes() { return number("cmdstat_get:calls="); }
+    // How often somebody has connected, this call included.
+    int connections() { return number("total_connections_received:"); }
 
 private:
-    int calls(const std::string& key) {
-        const std::string statistics = run({"INFO", "commandstats"});
+    int number(const std::string& key) {
+        const std::string statistics = run({"INFO", "ALL"});
         const auto place = statistics.find(key);
         return place == statistics.npos ? 0 : std::stoi(statistics.substr(place + key.size()));
     }
@@ -200,6 +202,19 @@ TEST_F(StoreTest, silenceCostsTheWaitAndADownStoreNothing) {
     for (int i = 0; i < 1000; ++i)
         EXPECT_EQ("unknown", ask("h" + std::to_string(i)));
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+
+    // The next of several is asked, and the silent one not tried again before.
+    StoreServer first;
+    StoreServer second;
+    settings("shared = " + first.address() + "," + second.socketPath() + "\nshared_wait = 0\n");
+    create("HttpConnPoolSize=1;WebSecCacheMaxEntries=1000");
+    EXPECT_EQ("300,5", askUntil("example.com", "300,5"));
+    ASSERT_TRUE(eventually([&] { return first.probes() >= 3; }));  // two connections
+    const int connections = first.connections();
+    first.stop();
+    EXPECT_EQ("44,5,300", askUntil("www.example.com/ads", "44,5,300"));
+    first.resume();
+    EXPECT_EQ(connections + 1, first.connections());
 }
 
 TEST_F(StoreTest, connectionsThatDiedUnnoticedCostNoQuestion) {
