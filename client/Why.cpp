@@ -12,12 +12,14 @@
 #include "KatdConf/ConfReader.h"
 #include "KatdUtil/IniUtils.h"
 #include "ResultPrinter.h"
+#include "catalog/SharedAddress.h"
 #include "engine/catalog/Settings.h"
 #include "tools/CategoryNames.h"
 #include "tools/Child.h"
 #include "tools/Json.h"
 #include "tools/ListLookUp.h"
 #include "tools/Options.h"
+#include "tools/Text.h"
 
 namespace katc {
 
@@ -33,7 +35,8 @@ constexpr const char* whyUsage = "Usage: katc why [--categories FILE] [--json] [
 constexpr const char* whyFooter =
     "Looks each URL up in the list files that katd's settings name, as katd does: the\n"
     "settings are in KATD_DIR or, without that variable, in /var/lib/katd. For a URL that\n"
-    "is in no list, prints what katcatalog find says of the catalogue, if it is readable.\n"
+    "is in no list, prints what katcatalog find says of the catalogue, if it is readable,\n"
+    "and how to ask the shared store if there is one and the catalogue has no answer.\n"
     "\n"
     "Exit status: 0 all URLs were looked up; 1 a file cannot be read, or the output not\n"
     "written; 2 bad usage or settings.";
@@ -60,43 +63,71 @@ void reportRefused(const std::string& path, bool loaded) {
         report("katd refuses " + path + ": katlist check " + path + " explains why");
 }
 
-// What katcatalog says of the URL. False with the reason in *problem. Whether the engine is the catalogue
-// engine cannot be seen from here.
-bool askCatalog(const std::string& url, bool asJson, std::string* path, std::string* output,
-                std::string* problem) {
-    engine::Settings settings;
-    if (!engine::Settings::load(&settings, problem)) return false;
-    *path = settings.catalog;
-    if (access(path->c_str(), R_OK) != 0) {
-        *problem = std::strerror(errno);
-        return false;
+// What katcatalog says of a URL. Whether the engine is the catalogue engine cannot be seen from here.
+struct CatalogAnswer {
+    CatalogAnswer(const std::string& url, bool asJson) {
+        engine::Settings settings;
+        if (!engine::Settings::load(&settings, &problem)) return;
+        path = settings.catalog;
+        if (access(path.c_str(), R_OK) != 0) {
+            problem = std::strerror(errno);
+            return;
+        }
+        std::vector<std::string> words = {"katcatalog", "find", path, "--", url};
+        if (asJson) words.insert(words.begin() + 2, "--json");
+        constexpr int notCovered = 1;
+        if (tools::runChild(words, std::nullopt, &output, &problem) == notCovered)
+            storeCommand = commandFor(settings, url);
     }
-    std::vector<std::string> words = {"katcatalog", "find", *path, "--", url};
-    if (asJson) words.insert(words.begin() + 2, "--json");
-    return tools::runChild(words, std::nullopt, output, problem);
-}
 
-void printCatalog(const std::string& url) {
     std::string path;
     std::string output;
     std::string problem;
-    askCatalog(url, false, &path, &output, &problem);
-    if (!path.empty() && !problem.empty()) path += ": ";
-    std::printf("  catalogue     %s\n%s", (path + problem).c_str(), output.c_str());
+    std::string storeCommand;  // shows what the engine goes on to ask for; empty if there is no shared store
+
+private:
+    // For a shell. The password stays out of it, and of katc's output.
+    static std::string commandFor(const engine::Settings& settings, const std::string& url) {
+        catalog::SharedAddress address;
+        if (catalog::readSharedAddress(settings.shared, &address) != nullptr) return "";
+        std::string command = "katcatalog find ";
+        if (!settings.sharedPasswordFile.empty() || !address.password.empty())
+            command += "--password-file " +
+                       (settings.sharedPasswordFile.empty() ? "FILE" : quoted(settings.sharedPasswordFile)) +
+                       " ";
+        const std::string user = address.user.empty() ? "" : address.user + "@";
+        return command + quoted("redis://" + user + address.hosts[0].text()) + " -- " + quoted(url);
+    }
+    static std::string quoted(const std::string& word) {
+        std::string result = "'";
+        for (const char c : word)
+            result += c == '\'' ? "'\\''" : std::string(1, c);
+        return result + "'";
+    }
+};
+
+void printCatalog(const std::string& url) {
+    const CatalogAnswer answer(url, false);
+    const char* const separator = answer.path.empty() || answer.problem.empty() ? "" : ": ";
+    std::printf("  catalogue     %s%s%s\n%s", answer.path.c_str(), separator, answer.problem.c_str(),
+                answer.output.c_str());
+    if (!answer.storeCommand.empty())
+        std::printf(
+            "  shared store  asked for what the catalogue does not cover; to see its entries:\n    %s\n",
+            tools::printable(answer.storeCommand).c_str());
 }
 
 Json catalogJson(const std::string& url) {
-    std::string path;
-    std::string output;
-    std::string problem;
+    const CatalogAnswer answer(url, true);
     Json json = Json::object();
-    if (askCatalog(url, true, &path, &output, &problem)) {
-        json = tools::parseJson(output);
+    if (answer.problem.empty()) {
+        json = tools::parseJson(answer.output);
         if (!json.is_object()) json = {{"error", "katcatalog could not read it"}};
     } else {
-        json["error"] = problem;
+        json["error"] = answer.problem;
     }
-    json["catalog"] = path;
+    json["catalog"] = answer.path;
+    if (!answer.storeCommand.empty()) json["shared"] = answer.storeCommand;
     return json;
 }
 

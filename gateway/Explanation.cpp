@@ -45,7 +45,11 @@ std::string catalogHtml(const Json& catalog, const tools::CategoryNames& names) 
         if (entry.at("categories").empty()) item += "<br>no category";
         html += row("Entry", item);
     }
-    return row("Catalogue", path + (html.empty() ? ": no entry covers the URL" : "")) + html;
+    html.insert(0, row("Catalogue", path + (html.empty() ? ": no entry covers the URL" : "")));
+    if (catalog.contains("shared"))
+        html +=
+            row("Shared store", "asked next; <code>katc why</code> names the command that shows its entries");
+    return html;
 }
 
 std::string objectHtml(const Json& object, const katclient_answer& answer,

@@ -65,21 +65,22 @@ bool readAll(int descriptor, const std::optional<ChildLimits>& limits, std::stri
 
 }  // namespace
 
-bool runChild(const std::vector<std::string>& words, const std::optional<ChildLimits>& limits,
-              std::string* output, std::string* problem) {
+std::optional<int> runChild(const std::vector<std::string>& words, const std::optional<ChildLimits>& limits,
+                            std::string* output, std::string* problem) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) {
         *problem = std::string("cannot make a pipe: ") + std::strerror(errno);
-        return false;
+        return std::nullopt;
     }
     pid_t child = 0;
     const int error = spawn(words, ends[1], limits.has_value(), &child);
     close(ends[1]);
     bool isRead = false;
+    int status = 0;
     if (error == 0) {
         isRead = readAll(ends[0], limits, output);
         if (!isRead) kill(limits ? -child : child, SIGKILL);
-        while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+        while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
         }
     }
     close(ends[0]);
@@ -87,7 +88,8 @@ bool runChild(const std::vector<std::string>& words, const std::optional<ChildLi
         *problem = "cannot run " + words[0] + ": " + std::strerror(error);
     else if (!isRead)
         *problem = words[0] + " did not end in time, or printed too much";
-    return isRead;
+    if (!isRead) return std::nullopt;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 }  // namespace tools

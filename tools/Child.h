@@ -18,10 +18,11 @@ struct ChildLimits {
 
 // Runs words[0], found along PATH, with the words as its arguments, no input and no blocked signals, until it
 // ends. Appends what it prints on standard output to *output. With limits, *output also gets standard error,
-// and a program that exceeds one is killed with all that it started. False with a sentence in *problem,
-// without its full stop, if the program cannot be run or was killed. Thread-safe.
-bool runChild(const std::vector<std::string>& words, const std::optional<ChildLimits>& limits,
-              std::string* output, std::string* problem);
+// and a program that exceeds one is killed with all that it started. The exit status, -1 if a signal ended
+// it; nothing, with a sentence in *problem, without its full stop, if the program cannot be run or was
+// killed. Thread-safe.
+std::optional<int> runChild(const std::vector<std::string>& words, const std::optional<ChildLimits>& limits,
+                            std::string* output, std::string* problem);
 
 }  // namespace tools
 

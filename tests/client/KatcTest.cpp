@@ -105,15 +105,17 @@ TEST_F(KatcTest, Answers) {
          "  answer        category 44 (online games): its host is [multi.example] of why/domains\n", "", ""},
         {"PATH=why:$PATH; KATD_DIR=why katc why -- -x", 0,
          "-x\n  looked up as  -x\n  own lists     none: it is in neither list, katd asks its engine\n"
-         "  catalogue     why/data/catalog.mdb\nfind why/data/catalog.mdb -- -x\n", "", ""},
+         "  catalogue     why/data/catalog.mdb\nfind why/data/catalog.mdb -- -x\n"
+         "  shared store  asked for what the catalogue does not cover; to see its entries:\n"
+         "    katcatalog find --password-file '/pw' 'redis://u@s:1' -- '-x'\n", "", ""},
         {"PATH=why:$PATH; KATD_DIR=why katc why --json --categories names HTTP://ads.example/%61/b -- -x", 0,
          "{\"url\":\"HTTP://ads.example/%61/b\",\"looked_up\":\"ads.example/a/b\",\"category\":12,\"name\":\"a\\\"b\\\\c\","
          "\"item\":\"ads.example/a\",\"match\":\"prefix\",\"list\":\"why/urls\"}\n"
          "{\"url\":\"-x\",\"looked_up\":\"-x\",\"catalog\":{\"words\":\"find --json why/data/catalog.mdb -- -x\","
-         "\"catalog\":\"why/data/catalog.mdb\"}}\n", "", ""},
+         "\"catalog\":\"why/data/catalog.mdb\",\"shared\":\"katcatalog find --password-file '/pw' 'redis://u@s:1' -- '-x'\"}}\n", "", ""},
         {"KATD_DIR=empty katc why a", 0, "a\n  own lists     none: there are no lists, katd asks its engine\n"
          "  catalogue     empty/data/catalog.mdb: No such file or directory\n", "", ""},
-        {"cp -r why why2; echo '1 2 3' >why2/urls; PATH=why:$PATH; KATD_DIR=why2 katc why ads.example | tail -n 1", 0,
+        {"cp -r why why2; echo '1 2 3' >why2/urls; PATH=why:$PATH; KATD_DIR=why2 katc why ads.example | grep ^find", 0,
          "find why2/data/catalog.mdb -- ads.example\n", "katd refuses why2/urls", ""},
         {"cp -r why why3; ln -sf urls why3/urls; KATD_DIR=why3 katc why ads.example", 1, "", "cannot read why3/urls", ""},
         {"katc why --categories names", 2, "", "katc why: no URL is given", ""},
@@ -179,7 +181,8 @@ TEST_F(KatcTest, Answers) {
     write("why/urls", "1|14\n012|ads.example/a\n");
     write("why/domains", "1|14\n044|multi.example\n");
     write("why/data/catalog.mdb", "");
-    write("why/katcatalog", "#!/bin/sh\n[ $2 != --json ] || set -- \"{\\\"words\\\":\\\"$*\\\"}\"\necho \"$@\"\n");
+    write("why/conf/catalog.ini", "[catalog]\nshared = redis://u:secret@s:1,t\nshared_password_file = /pw\n");
+    write("why/katcatalog", "#!/bin/sh\n[ $2 != --json ] || set -- \"{\\\"words\\\":\\\"$*\\\"}\"\necho \"$@\"; exit 1\n");
     std::filesystem::permissions(dir / "why/katcatalog", std::filesystem::perms::owner_all);
     write("names", "\xef\xbb\xbf# lists\n\n online games = 44 # and odds\r\na\"b\\c=012\nlast = 44\nlast=44\n");
     FakeDaemon daemon(socket, answer);
