@@ -214,13 +214,20 @@ void Builder::sort() {
     rewind();
     usable_ = sorted_ = 0;
     order_.reset(new const char*[count_]);
+    sortingFailure_ = nullptr;
     const auto sortAll = [this] {
-        std::vector<Node*> roots;
-        for (const auto& root : roots_)
-            roots.push_back(root.get());
         std::size_t done = 0;
-        sortNodes(roots, 0, &done);
-        tellSorted(done);
+        try {
+            std::vector<Node*> roots;
+            for (const auto& root : roots_)
+                roots.push_back(root.get());
+            sortNodes(roots, 0, &done);
+            tellSorted(done);
+        } catch (...) {
+            const std::lock_guard<std::mutex> guard(sortedMutex_);
+            sortingFailure_ = std::current_exception();
+            sortedMore_.notify_one();
+        }
     };
     try {
         sorter_ = std::thread(sortAll);
@@ -277,7 +284,8 @@ bool Builder::next(Item* item, Result* result) {
     }
     if (next_ == usable_) {
         std::unique_lock<std::mutex> lock(sortedMutex_);
-        sortedMore_.wait(lock, [this] { return sorted_ > usable_; });
+        sortedMore_.wait(lock, [this] { return sorted_ > usable_ || sortingFailure_ != nullptr; });
+        if (sortingFailure_ != nullptr) std::rethrow_exception(sortingFailure_);
         usable_ = sorted_;
     }
     item->key = keyOf(order_[next_]);

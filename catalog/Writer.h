@@ -6,6 +6,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <exception>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -84,7 +85,7 @@ public:
         unsigned char flags = 0;
         std::vector<Pair> pairs;
     };
-    // The next key in order; false at the end. REQUIRES: sort() was called.
+    // The next key in order; false at the end. Throws what ended the sorting. REQUIRES: sort() was called.
     bool next(Item* item, Result* result);
     void rewind() { next_ = 0; }
 
@@ -113,8 +114,9 @@ private:
     std::thread sorter_;
     std::mutex sortedMutex_;
     std::condition_variable sortedMore_;
-    std::size_t sorted_ = 0;  // entries of order_ that are final; guarded by sortedMutex_
-    std::size_t usable_ = 0;  // the value of sorted_ that next() knows
+    std::size_t sorted_ = 0;             // entries of order_ that are final; guarded by sortedMutex_
+    std::size_t usable_ = 0;             // the value of sorted_ that next() knows
+    std::exception_ptr sortingFailure_;  // why no more will be sorted; guarded by sortedMutex_
 };
 
 // One transaction on an existing file. Changes become visible with commit() and are dropped without it. The
