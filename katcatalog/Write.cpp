@@ -48,7 +48,7 @@ void putNames(Update* update, const Inputs& inputs, bool alone) {
 }
 
 // Updates the sources' counts of entries.
-void putSources(Update* update, const catalog::Sources& before, catalog::Sources sources) {
+void putSources(Update* update, const catalog::Sources& before, const catalog::Sources& sources) {
     for (const auto& [number, source] : before) {
         if (sources.count(number) == 0) update->eraseSource(number);
     }

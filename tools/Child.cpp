@@ -19,6 +19,7 @@ using Clock = std::chrono::steady_clock;
 
 int spawn(const std::vector<std::string>& words, int output, bool isLimited, pid_t* child) {
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (const std::string& word : words)
         arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);

@@ -53,7 +53,8 @@ ListAnswer ListLookUp::find(const std::string& url) {
     std::string key = url;
     if (urlScan_) {
         KATD_SPACE::normalise(url.c_str(), url.size(), key.data(), hasUrls());
-        narrow(key.c_str());
+        key.resize(std::strlen(key.c_str()));
+        narrow(key);
         key = url;
     }
     std::uint32_t category = noCategory;

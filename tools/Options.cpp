@@ -76,7 +76,7 @@ Option Command::texts(const char* names, const char* placeholder, std::vector<st
 }
 
 Option Command::addNumber(const char* names, std::uint64_t least, std::uint64_t most,
-                          std::function<void(std::uint64_t)> set, const char* help) {
+                          const std::function<void(std::uint64_t)>& set, const char* help) {
     const auto read = [=](const std::string& digits) {
         const auto number = parseDecimal(digits, most);
         if (!number || *number < least) {

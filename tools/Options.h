@@ -104,7 +104,7 @@ private:
                              const std::vector<std::string>& afterMark);
     void runChecks() const;
     Option addNumber(const char* names, std::uint64_t least, std::uint64_t most,
-                     std::function<void(std::uint64_t)> set, const char* help);
+                     const std::function<void(std::uint64_t)>& set, const char* help);
 
     CLI::App* const app_;
     std::vector<std::unique_ptr<Command>> commands_;

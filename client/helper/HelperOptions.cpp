@@ -9,11 +9,11 @@ namespace katc {
 
 namespace {
 
-constexpr const char* usage =
+constexpr const char* helperUsage =
     "Usage: katc helper acl [OPTION]...\n"
     "       katc helper rewrite --block LIST|--allow LIST --redirect URL [OPTION]...\n";
 
-constexpr const char* footer =
+constexpr const char* helperFooter =
     "Squid starts it: acl for external_acl_type, rewrite for url_rewrite_program.\n"
     "acl answers OK for a URL that has one of the categories of --block or --allow (with\n"
     "neither: any category), else ERR. rewrite redirects a URL that has one of --block,\n"
@@ -84,8 +84,8 @@ void interpret(const Words& words, HelperOptions* options) {
 bool parseHelperOptions(int argc, const char* const* argv, HelperOptions* options, int* status) {
     tools::CommandLine line("katc helper", KATC_VERSION,
                             "Answers squid's questions about the categories of URLs, as katd knows them.");
-    line.setUsage(usage);
-    line.setFooter(footer);
+    line.setUsage(helperUsage);
+    line.setFooter(helperFooter);
     Words words;
     line.operands("", &words.modes, "");
     line.text("-s,--socket", "SOCKET", &options->socket,
