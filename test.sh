@@ -5,6 +5,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")"
 . scripts/bits32.sh
 
 all=(sizes release release32 asan tsan lint bench)
+test_jobs=$(($(nproc) * 2)) # many tests mostly wait
 size_limit=34 # per cent of the product code that tests/ may have
 
 usage() {
@@ -110,7 +111,7 @@ run_preset() {
     ASAN_OPTIONS="$(sanitizer_options asan):verify_asan_link_order=0:detect_stack_use_after_return=1" \
         UBSAN_OPTIONS="$(sanitizer_options ubsan):print_stacktrace=1" \
         TSAN_OPTIONS="$(sanitizer_options tsan):second_deadlock_stack=1" \
-        ctest --test-dir "build/$preset" --output-on-failure --parallel 3 "${selection[@]}" || failure=yes
+        ctest --test-dir "build/$preset" --output-on-failure --parallel "$test_jobs" "${selection[@]}" || failure=yes
     if [[ -n $(ls "$reports") ]]; then
         echo "== $preset: sanitizer reports"
         head -n 60 "$reports"/*

@@ -67,6 +67,16 @@ function(katd_optimise_whole)
     endif()
 endfunction()
 
+# katd_compile_fast(TARGET...): for programs that start, do one thing and end, and whose templates take the compiler long:
+# instrumented code is not optimised, which saves two fifths of that time.
+function(katd_compile_fast)
+    if(KATD_SANITIZE MATCHES address)
+        foreach(target IN LISTS ARGN)
+            target_compile_options(${target} PRIVATE -O0 -U_FORTIFY_SOURCE)
+        endforeach()
+    endif()
+endfunction()
+
 # Warnings for katd's own code, not for that of packages.
 add_library(katd_warnings INTERFACE)
 target_compile_options(katd_warnings INTERFACE
