@@ -6,24 +6,6 @@
 
 namespace catalog {
 
-// The head of a record, or of a branch to another page. Its key follows; then, in a leaf, its value.
-struct RecordWalk::Node {
-    // Together the size of the value; in a branch, with the flags, the number of the page.
-    std::uint16_t low;
-    std::uint16_t high;
-    std::uint16_t flags;
-    std::uint16_t keySize;
-
-    static constexpr std::uint16_t isOnOverflow = 1;  // the value has pages of its own; here is their number
-
-    std::size_t valueSize() const { return low | std::size_t{high} << 16U; }
-    std::size_t page() const {
-        if constexpr (sizeof(std::size_t) > 4) return valueSize() | std::size_t{flags} << 32U;
-        return valueSize();
-    }
-    std::string_view key() const { return {reinterpret_cast<const char*>(this + 1), keySize}; }
-};
-
 RecordWalk::RecordWalk(const Catalog& catalog)
     : mapping_(catalog.mapping()),
       mappedSize_(static_cast<std::size_t>(catalog.mappedSize())),
@@ -39,14 +21,6 @@ const PageHead* RecordWalk::pageAt(std::size_t number) const {
     if (number >= mappedSize_ / pageSize_) return nullptr;
     const auto* const page = reinterpret_cast<const PageHead*>(mapping_ + number * pageSize_);
     return page->number == number ? page : nullptr;
-}
-
-// Null if it is not within the page.
-const RecordWalk::Node* RecordWalk::nodeAt(const PageHead* page, unsigned index) const {
-    const std::size_t offset = reinterpret_cast<const std::uint16_t*>(page + 1)[index];
-    if (offset % 2 != 0 || offset + sizeof(Node) > pageSize_) return nullptr;
-    const auto* const node = reinterpret_cast<const Node*>(reinterpret_cast<const char*>(page) + offset);
-    return offset + sizeof *node + node->keySize <= pageSize_ ? node : nullptr;
 }
 
 bool RecordWalk::seek(std::string_view key) {
@@ -83,11 +57,6 @@ bool RecordWalk::enter(std::size_t number, std::string_view key) {
     }
 }
 
-bool RecordWalk::next() {
-    Level& leaf = levels_[depth_];
-    return ++leaf.node < leaf.nodes ? take(nodeAt(leaf.page, leaf.node)) : nextLeaf();
-}
-
 bool RecordWalk::nextLeaf() {
     while (depth_ > 0) {
         Level& level = levels_[--depth_];
@@ -100,23 +69,15 @@ bool RecordWalk::nextLeaf() {
     return false;
 }
 
-bool RecordWalk::take(const Node* node) {
-    if (node == nullptr || node->keySize == 0) return fail();
-    key_ = node->key();
-    const char* value = key_.data() + key_.size();
-    // In the page; none is left at its very end.
-    std::size_t space = (mapping_ - reinterpret_cast<std::uintptr_t>(value)) & (pageSize_ - 1);
-    if ((node->flags & Node::isOnOverflow) != 0) {
-        std::size_t number = 0;
-        if (space < sizeof number) return fail();
-        std::memcpy(&number, value, sizeof number);
-        const PageHead* const page = pageAt(number);
-        if (page == nullptr || page->kind() != PageHead::overflow) return fail();
-        value = reinterpret_cast<const char*>(page + 1);
-        space = mappedSize_ - number * pageSize_ - sizeof *page;
-    }
-    value_ = {value, node->valueSize()};
-    return value_.size() <= space || fail();
+// Takes the value from the pages of its own that it is on.
+bool RecordWalk::takeOverflow(const Node* node, std::size_t space) {
+    std::size_t number = 0;
+    if (space < sizeof number) return fail();
+    std::memcpy(&number, value_.data(), sizeof number);
+    const PageHead* const page = pageAt(number);
+    if (page == nullptr || page->kind() != PageHead::overflow) return fail();
+    value_ = {reinterpret_cast<const char*>(page + 1), node->valueSize()};
+    return value_.size() <= mappedSize_ - number * pageSize_ - sizeof *page || fail();
 }
 
 }  // namespace catalog

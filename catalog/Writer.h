@@ -253,6 +253,23 @@ private:
     std::uint64_t written_ = 0;
 };
 
+inline bool Update::Records::next() {
+    if (passLasting_) moreLasting_ = lasting_.next();
+    if (passRecent_) {
+        moreRecent_ = recent_.next() && isRecent(recent_.key());
+        if (moreRecent_) recentKey_ = withCase(recent_.key(), false);
+    }
+    if (lasting_.isDamaged() || recent_.isDamaged()) update_.check(MDB_CORRUPTED);
+    if (!moreLasting_ && !moreRecent_) return false;
+    const int order = !moreRecent_ ? -1 : !moreLasting_ ? 1 : lasting_.key().compare(recentKey_);
+    passLasting_ = order <= 0;
+    passRecent_ = order >= 0;
+    key_ = passRecent_ ? recentKey_ : lasting_.key();
+    const std::string_view value = (passRecent_ ? recent_ : lasting_).value();
+    if (!value_.parse(value.data(), value.size(), key_[0])) update_.check(MDB_CORRUPTED);
+    return true;
+}
+
 // The key of an entry's record. `host` is the key of its host's record if the entry has a path or port, else
 // empty.
 struct EntryKeys {
