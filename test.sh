@@ -127,8 +127,8 @@ run_preset() {
 }
 
 # Prints the jobs of lint, three arguments of clang-tidy each. Most of its time goes to the headers of a source, so it
-# gets the sources of each program joined. The static analyzer gets them singly: it follows a call into the called
-# function, does not look at that function alone then, and gives up on functions with too many paths.
+# gets the sources of each program joined. The static analyzer gets them singly: it passes over the functions of
+# included files, which joined sources are.
 list_tidy_jobs() {
     local joined=build/lint single=build/lint-single analyzed='daemon|engine|libkatclient|modules' tidied source
     tidied="catalog|$analyzed"

@@ -73,8 +73,7 @@ private:
         std::uint16_t flags;
         std::uint16_t keySize;
 
-        static constexpr std::uint16_t isOnOverflow =
-            1;  // the value has pages of its own; here is their number
+        static constexpr std::uint16_t isOnOverflow = 1;  // the number of the value's own pages is here
 
         std::size_t valueSize() const { return low | std::size_t{high} << 16U; }
         std::size_t page() const {

@@ -171,8 +171,8 @@ public:
 
     // The entry with this key; false if there is none.
     bool get(const std::string& key, Entry* entry);
-    // Stores the entry. `key` and `host` are those of EntryKeys. `known`, from Records, spares a
-    // search. Null means unknown, anything else that the entry differs.
+    // Stores the entry. `key` and `host` are those of EntryKeys. `known`, from Records, spares a search. Null
+    // means unknown, anything else that the entry differs.
     void put(const std::string& key, const std::string& host, const Entry& entry,
              const Known* known = nullptr);
     void put(const Url& url, const Entry& entry);
@@ -191,7 +191,8 @@ public:
     // Stores it with the next commit(), which must follow.
     void setMemory(const std::string& memory);
 
-    // Calls see(key, value) for all entries in the order of their keys. REQUIRES: nothing was changed.
+    // Calls see(key, value) for all entries, as they were before this transaction, in the order of their
+    // keys.
     template <typename See>
     void forEach(See see) {
         for (Records records(*this); records.next();) {
